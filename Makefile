@@ -1,0 +1,24 @@
+# Entry points for a new machine. `make test` installs missing build dependencies,
+# configures, builds and runs every test; `make asan-test` does the same under
+# AddressSanitizer and UndefinedBehaviorSanitizer (unit tests only).
+.PHONY: deps build test asan asan-test bench clean
+
+deps:
+	./scripts/install-deps.sh
+
+build: deps
+	cmake --preset release
+	cmake --build --preset release
+
+test: build
+	ctest --preset release
+
+asan: deps
+	cmake --preset asan
+	cmake --build --preset asan
+
+asan-test: asan
+	ctest --preset asan
+
+clean:
+	rm -rf build
