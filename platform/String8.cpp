@@ -15,11 +15,17 @@ String8 String8::operator+(std::string_view rhs) const {
   return String8(joined);
 }
 
-String8& String8::operator+=(std::string_view rhs) { return *this = *this + rhs; }
+String8& String8::operator+=(std::string_view rhs) {
+  return *this = *this + rhs;
+}
 
-std::ostream& operator<<(std::ostream& os, const String8& s) { return os << s.view(); }
+std::ostream& operator<<(std::ostream& os, const String8& s) {
+  return os << s.view();
+}
 
-std::ostream& operator<<(std::ostream& os, const Name& n) { return os << n.view(); }
+std::ostream& operator<<(std::ostream& os, const Name& n) {
+  return os << n.view();
+}
 
 String8 vformat(const char* fmt, va_list args) {
   va_list again;

@@ -18,8 +18,8 @@ namespace Lum {
 class String8 {
  public:
   String8() = default;
-  String8(const char* s) : String8(std::string_view(s)) {}  // NOLINT: implicit by design
-  String8(std::string_view s);                              // NOLINT
+  String8(const char* s) : String8(std::string_view(s)) {}         // NOLINT: implicit by design
+  String8(std::string_view s);                                     // NOLINT
   String8(const std::string& s) : String8(std::string_view(s)) {}  // NOLINT
 
   const char* charPtr() const { return rep_ ? rep_->c_str() : ""; }
@@ -44,9 +44,9 @@ std::ostream& operator<<(std::ostream& os, const String8& s);
 class Name {
  public:
   Name() = default;
-  Name(const char* s) : s_(s) {}          // NOLINT
-  Name(std::string_view s) : s_(s) {}     // NOLINT
-  Name(const std::string& s) : s_(s) {}   // NOLINT
+  Name(const char* s) : s_(s) {}         // NOLINT
+  Name(std::string_view s) : s_(s) {}    // NOLINT
+  Name(const std::string& s) : s_(s) {}  // NOLINT
   explicit Name(const String8& s) : s_(s) {}
 
   const char* charPtr() const { return s_.charPtr(); }

@@ -1,0 +1,176 @@
+// The framework's type system: entity types by name, their attributes by id, and a
+// generic interface to build a type, read and write attributes and call operations
+// by name, with values in their text form.
+//
+// A type registers once, at load time, from a static initialiser:
+//
+//   const Lum::TypeInfo& Counter::kType = Lum::TypeRegistry::add(
+//       Lum::TypeInfo("Demo::Counter", "Lum::Entity")
+//           .attribute("value", kValue, Lum::textAttr<&Counter::value, &Counter::valueIs>())
+//           .operation("reset", [](Lum::Entity& e) { static_cast<Counter&>(e).reset(); })
+//           .constructor({"name"}, [](const Lum::TypeInfo::Args& a) { ... }));
+//
+// The host uses the registry to build the agent by its type name; the state files and
+// the control socket use it to reach attributes by name.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "platform/Ptr.h"
+#include "platform/String8.h"
+
+namespace Lum {
+
+class Entity;
+
+// The text accessors of one attribute. `set` is empty for an attribute that the
+// generic interface may only read.
+struct TextAccess {
+  std::function<std::string(const Entity&)> get;
+  std::function<void(Entity&, std::string_view)> set;
+};
+
+struct AttributeInfo {
+  std::string name;
+  int id = 0;
+  TextAccess access;
+};
+
+class TypeInfo {
+ public:
+  // Constructor arguments by name, each in its text form.
+  using Args = std::vector<std::pair<std::string, std::string>>;
+  using Factory = std::function<Ptr<Entity>(const Args&)>;
+
+  // `baseName` names the base entity type; it is looked up when first needed, so that
+  // types may register in any order across the program's static initialisers.
+  explicit TypeInfo(std::string fullName, std::string baseName = "");
+
+  TypeInfo&& attribute(std::string name, int id, TextAccess access = {}) &&;
+  TypeInfo&& operation(std::string name, std::function<void(Entity&)> op) &&;
+  // `argNames` is the one argument list the factory accepts.
+  TypeInfo&& constructor(std::vector<std::string> argNames, Factory factory) &&;
+
+  const std::string& fullName() const { return fullName_; }
+  const TypeInfo* base() const;
+  // The attribute for a name or an id, searching base types too; nullptr if none.
+  const AttributeInfo* attribute(std::string_view name) const;
+  const AttributeInfo* attribute(int id) const;
+  // "unknown" for an id that names no attribute.
+  String8 attributeString(int id) const;
+  const std::vector<AttributeInfo>& ownAttributes() const { return attributes_; }
+
+  // Builds an instance. A call whose argument names differ from the declared list is
+  // rejected with a range exception naming the type's short name.
+  Ptr<Entity> construct(const Args& args) const;
+  void invoke(Entity& e, std::string_view op) const;
+
+ private:
+  std::string fullName_;
+  std::string baseName_;
+  std::vector<AttributeInfo> attributes_;
+  std::map<std::string, std::function<void(Entity&)>, std::less<>> operations_;
+  std::vector<std::string> argNames_;
+  Factory factory_;
+};
+
+class TypeRegistry {
+ public:
+  // Registers `type` under its full name; a second type of the same name is a fault.
+  static const TypeInfo& add(TypeInfo type);
+  static const TypeInfo* type(std::string_view fullName);
+  static std::vector<std::string> typeNames();
+};
+
+// A reference to an entity through the generic interface. A const reference can be
+// read and may run no operation that writes.
+class GenericRef {
+ public:
+  GenericRef(Ptr<Entity> e) : entity_(std::move(e)) {}  // NOLINT
+  GenericRef(Ptr<const Entity> e);                      // NOLINT
+
+  bool isConst() const { return isConst_; }
+  const Ptr<const Entity>& entity() const { return constEntity_; }
+  std::string attribute(std::string_view name) const;
+  void attributeIs(std::string_view name, std::string_view text) const;
+  void invoke(std::string_view op) const;
+
+ private:
+  Entity& writable(std::string_view what) const;
+
+  Ptr<Entity> entity_;
+  Ptr<const Entity> constEntity_;
+  bool isConst_ = false;
+};
+
+// Text form of values for the generic interface: numbers and bools as such, every
+// other type through its stream output and its static fromString().
+template <class V>
+std::string toText(const V& v) {
+  if constexpr (std::is_same_v<V, bool>) {
+    return v ? "true" : "false";
+  } else if constexpr (std::is_integral_v<V> && sizeof(V) == 1) {
+    return std::to_string(static_cast<int>(v));
+  } else {
+    std::ostringstream os;
+    os << v;
+    return os.str();
+  }
+}
+
+std::string lumTypeShortName(std::string_view fullName);
+[[noreturn]] void throwBadText(std::string_view typeName, std::string_view text);
+bool parseBool(std::string_view text);
+long long parseSigned(std::string_view text, long long min, long long max);
+unsigned long long parseUnsigned(std::string_view text, unsigned long long max);
+double parseDouble(std::string_view text);
+
+template <class V>
+V fromText(std::string_view text) {
+  if constexpr (std::is_same_v<V, bool>) {
+    return parseBool(text);
+  } else if constexpr (std::is_enum_v<V>) {
+    return static_cast<V>(fromText<std::underlying_type_t<V>>(text));
+  } else if constexpr (std::is_integral_v<V> && std::is_signed_v<V>) {
+    return static_cast<V>(
+        parseSigned(text, std::numeric_limits<V>::min(), std::numeric_limits<V>::max()));
+  } else if constexpr (std::is_integral_v<V>) {
+    return static_cast<V>(parseUnsigned(text, std::numeric_limits<V>::max()));
+  } else if constexpr (std::is_floating_point_v<V>) {
+    return static_cast<V>(parseDouble(text));
+  } else if constexpr (std::is_constructible_v<V, std::string_view>) {
+    return V(text);
+  } else {
+    return V::fromString(text);
+  }
+}
+
+template <auto Get>
+struct GetterOf;
+template <class C, class R, R (C::*Get)() const>
+struct GetterOf<Get> {
+  using Class = C;
+  using Value = std::remove_cvref_t<R>;
+};
+
+// Text access for an attribute with a reader and, optionally, a writer.
+template <auto Get, auto Set = nullptr>
+TextAccess textAttr() {
+  using C = typename GetterOf<Get>::Class;
+  using V = typename GetterOf<Get>::Value;
+  TextAccess a;
+  a.get = [](const Entity& e) { return toText((static_cast<const C&>(e).*Get)()); };
+  if constexpr (!std::is_same_v<decltype(Set), std::nullptr_t>) {
+    a.set = [](Entity& e, std::string_view t) { (static_cast<C&>(e).*Set)(fromText<V>(t)); };
+  }
+  return a;
+}
+
+}  // namespace Lum
