@@ -1,0 +1,54 @@
+#include "agent/VxlanAgentCounter.h"
+
+namespace Vxlan {
+
+namespace {
+// The count that `read` gives, or zero when the storage is found damaged. The
+// result is returned from each branch rather than assigned over a default: g++ 12 at
+// -O2 lost such a default on the exception edge of a devirtualised call.
+template <class Read>
+auto readOrZero(Read read, CounterStorage& storage) -> decltype(read()) {
+  try {
+    return read();
+  } catch (const Memtab::CorruptionDetectedException& e) {
+    storage.corruptionDetected(e.what());
+    return 0;
+  }
+}
+}  // namespace
+
+const Lum::TypeInfo& VxlanAgentCounter::kType =
+    Lum::TypeRegistry::add(Lum::TypeInfo("Vxlan::VxlanAgentCounter", "Lum::Entity")
+                               .attribute("vxlanCounter", kVxlanCounter)
+                               .attribute("varpCounter", kVarpCounter));
+
+VxlanAgentCounter::VxlanAgentCounter(const Lum::Name& name, std::unique_ptr<CounterStorage> storage)
+    : Entity(name), storage_(std::move(storage)) {
+  if (!storage_) Lum::throwRangeException("null ValidPtr");
+}
+
+VxlanCounter VxlanAgentCounter::vxlanCounter(VxlanCounterId id) const {
+  return {id, storage_->vxlanCount(static_cast<uint16_t>(id))};
+}
+
+VarpCounter VxlanAgentCounter::varpCounter(VarpCounterId id) const {
+  return {id, storage_->varpCount(static_cast<uint16_t>(id))};
+}
+
+void VxlanAgentCounter::vxlanCounterAdd(VxlanCounterId id, uint32_t n) {
+  vxlanCounterIs({id, readOrZero([&] { return vxlanCounter(id).count; }, *storage_) + n});
+}
+
+void VxlanAgentCounter::varpCounterAdd(VarpCounterId id) {
+  varpCounterIs({id, readOrZero([&] { return varpCounter(id).count; }, *storage_) + 1u});
+}
+
+void VxlanAgentCounter::vxlanCounterClearAll() {
+  for (uint16_t i = 0; i < kVxlanCounterIds; ++i) vxlanCounterIs({VxlanCounterId(i), 0});
+}
+
+void VxlanAgentCounter::varpCounterClearAll() {
+  for (uint16_t i = 0; i < kVarpCounterIds; ++i) varpCounterIs({VarpCounterId(i), 0});
+}
+
+}  // namespace Vxlan

@@ -1,0 +1,99 @@
+// Vxlan::VxlanAgentCounter: the two tables of event counters that every frame path
+// adds to, and that other programs of the switch read.
+//
+// The entity holds the collections "vxlanCounter" (42 unsigned 64-bit counts) and
+// "varpCounter" (39 unsigned 32-bit counts), keyed by id. Where the counts live is the
+// business of a CounterStorage: plain memory here and in tests, a shared-memory
+// table for the running agent. A read may find the storage damaged; the add
+// operations then report it through corruptionDetected() and go on from zero, so a
+// frame path never sees an exception.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "agent/VxlanCounterId.h"
+#include "platform/Entity.h"
+#include "platform/Memtab.h"
+
+namespace Vxlan {
+
+struct VxlanCounter {
+  VxlanCounterId id{};
+  uint64_t count = 0;
+  bool operator==(const VxlanCounter&) const = default;
+};
+
+struct VarpCounter {
+  VarpCounterId id{};
+  uint32_t count = 0;
+  bool operator==(const VarpCounter&) const = default;
+};
+
+// Where the counts are kept. Reads may throw Memtab::CorruptionDetectedException.
+class CounterStorage {
+ public:
+  virtual ~CounterStorage() = default;
+  virtual uint64_t vxlanCount(uint16_t id) const = 0;
+  virtual void vxlanCountIs(uint16_t id, uint64_t count) = 0;
+  virtual uint32_t varpCount(uint16_t id) const = 0;
+  virtual void varpCountIs(uint16_t id, uint32_t count) = 0;
+  // Told the message of a corruption found by a read; what it does is the storage's.
+  virtual void corruptionDetected(const std::string& message) = 0;
+};
+
+class MemoryCounterStorage : public CounterStorage {
+ public:
+  uint64_t vxlanCount(uint16_t id) const override { return id < kVxlanCounterIds ? vxlan_[id] : 0; }
+  void vxlanCountIs(uint16_t id, uint64_t count) override {
+    if (id < kVxlanCounterIds) vxlan_[id] = count;
+  }
+  uint32_t varpCount(uint16_t id) const override { return id < kVarpCounterIds ? varp_[id] : 0; }
+  void varpCountIs(uint16_t id, uint32_t count) override {
+    if (id < kVarpCounterIds) varp_[id] = count;
+  }
+  void corruptionDetected(const std::string&) override { ++corruptions_; }
+  unsigned corruptions() const { return corruptions_; }
+
+ private:
+  uint64_t vxlan_[kVxlanCounterIds] = {};
+  uint32_t varp_[kVarpCounterIds] = {};
+  unsigned corruptions_ = 0;
+};
+
+class VxlanAgentCounter : public Lum::Entity {
+ public:
+  enum : int { kVxlanCounter = Entity::kAttrEnd, kVarpCounter, kAttrEnd };
+
+  VxlanAgentCounter(const Lum::Name& name, std::unique_ptr<CounterStorage> storage);
+
+  // The element for an id; a missing one reads as count 0. May throw
+  // Memtab::CorruptionDetectedException.
+  VxlanCounter vxlanCounter(VxlanCounterId id) const;
+  void vxlanCounterIs(const VxlanCounter& c) {
+    storage_->vxlanCountIs(static_cast<uint16_t>(c.id), c.count);
+  }
+  VarpCounter varpCounter(VarpCounterId id) const;
+  void varpCounterIs(const VarpCounter& c) {
+    storage_->varpCountIs(static_cast<uint16_t>(c.id), c.count);
+  }
+
+  // Read, add, store. A damaged read is reported and the sum starts from zero. The
+  // 64-bit counts carry over 32 bits; the 32-bit ones wrap.
+  void vxlanCounterAdd(VxlanCounterId id, uint32_t n);
+  void varpCounterAdd(VarpCounterId id);
+  // Every id of a table written with count 0.
+  void vxlanCounterClearAll();
+  void varpCounterClearAll();
+
+  CounterStorage& storage() const { return *storage_; }
+
+  const Lum::TypeInfo& fwkType() const override { return kType; }
+  static const Lum::TypeInfo& kType;
+
+ private:
+  std::unique_ptr<CounterStorage> storage_;
+};
+
+}  // namespace Vxlan

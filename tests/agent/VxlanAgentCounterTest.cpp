@@ -1,0 +1,87 @@
+#include "agent/VxlanAgentCounter.h"
+
+#include <gtest/gtest.h>
+
+namespace Vxlan {
+namespace {
+
+// A storage whose reads fail as a damaged shared table would, for a given id.
+struct DamagedStorage : MemoryCounterStorage {
+  uint16_t badId = 0xffff;
+  std::string lastMessage;
+  uint64_t vxlanCount(uint16_t id) const override {
+    if (id == badId) throw Memtab::CorruptionDetectedException("bad checksum");
+    return MemoryCounterStorage::vxlanCount(id);
+  }
+  uint32_t varpCount(uint16_t id) const override {
+    if (id == badId) throw Memtab::CorruptionDetectedException("bad magic");
+    return MemoryCounterStorage::varpCount(id);
+  }
+  void corruptionDetected(const std::string& m) override {
+    lastMessage = m;
+    MemoryCounterStorage::corruptionDetected(m);
+  }
+};
+
+Lum::Ptr<VxlanAgentCounter> makeTable(DamagedStorage*& storage) {
+  auto s = std::make_unique<DamagedStorage>();
+  storage = s.get();
+  return Lum::Ptr<VxlanAgentCounter>(new VxlanAgentCounter("counter", std::move(s)));
+}
+
+// Guards the widths: the 64-bit table must carry over 32 bits, the 32-bit one wrap.
+TEST(VxlanAgentCounterTest, AddCarriesInSixtyFourBits) {
+  DamagedStorage* s;
+  auto table = makeTable(s);
+  table->vxlanCounterIs({VxlanCounterId::r2lRxBytes, 0xffffffffu});
+  table->vxlanCounterAdd(VxlanCounterId::r2lRxBytes, 1);
+  EXPECT_EQ(table->vxlanCounter(VxlanCounterId::r2lRxBytes).count, 0x100000000ull);
+  table->varpCounterIs({VarpCounterId::vxlanArpRx, 0xffffffffu});
+  table->varpCounterAdd(VarpCounterId::vxlanArpRx);
+  EXPECT_EQ(table->varpCounter(VarpCounterId::vxlanArpRx).count, 0u);
+}
+
+// Guards the damaged-read path: reported with its message, sum restarts at zero,
+// and no exception reaches the caller.
+TEST(VxlanAgentCounterTest, DamagedReadIsReportedAndRestartsFromZero) {
+  DamagedStorage* s;
+  auto table = makeTable(s);
+  s->vxlanCountIs(12, 500);
+  s->badId = 12;
+  EXPECT_NO_THROW(table->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 3));
+  s->badId = 0xffff;
+  EXPECT_EQ(table->vxlanCounter(VxlanCounterId::r2lRxFrames).count, 3u);
+  EXPECT_EQ(s->lastMessage, "bad checksum");
+  s->badId = 7;
+  table->varpCounterAdd(VarpCounterId::vxlanArpRx);
+  EXPECT_EQ(s->corruptions(), 2u);
+  EXPECT_EQ(s->lastMessage, "bad magic");
+}
+
+// Guards clearing: every id of each table is written, the unused ones too, and the
+// other table is left alone.
+TEST(VxlanAgentCounterTest, ClearWritesEveryId) {
+  DamagedStorage* s;
+  auto table = makeTable(s);
+  for (uint16_t i = 0; i < kVxlanCounterIds; ++i) s->vxlanCountIs(i, i + 1);
+  for (uint16_t i = 0; i < kVarpCounterIds; ++i) s->varpCountIs(i, i + 1);
+  table->vxlanCounterClearAll();
+  for (uint16_t i = 0; i < kVxlanCounterIds; ++i) EXPECT_EQ(s->vxlanCount(i), 0u) << i;
+  EXPECT_EQ(s->varpCount(38), 39u);
+  table->varpCounterClearAll();
+  for (uint16_t i = 0; i < kVarpCounterIds; ++i) EXPECT_EQ(s->varpCount(i), 0u) << i;
+}
+
+// Guards the shared numbering: names sit at their fixed ids, the unused ids have none.
+TEST(VxlanCounterIdTest, NamesStandAtTheirIds) {
+  EXPECT_EQ(vxlanCounterName(11), "r2lRxBytes");
+  EXPECT_EQ(vxlanCounterName(34), "r2lSocketErrors");
+  EXPECT_EQ(vxlanCounterName(32), "");
+  EXPECT_EQ(vxlanCounterName(42), "");
+  EXPECT_EQ(varpCounterName(0), "arpCacheUpdated");
+  EXPECT_EQ(varpCounterName(28), "");
+  EXPECT_EQ(varpCounterName(30), "decapFabricHdr");
+}
+
+}  // namespace
+}  // namespace Vxlan
