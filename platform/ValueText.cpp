@@ -1,5 +1,6 @@
 #include "platform/ValueText.h"
 
+#include <cstdio>
 #include <limits>
 #include <string>
 
@@ -23,7 +24,18 @@ std::optional<uint64_t> parseDecimal(std::string_view text) {
 void throwMalformedText(std::string_view typeName, std::string_view text) {
   std::string message(typeName);
   message += ": malformed text \"";
-  message += text;
+  // Bad text comes from outside; keep control bytes (and a NUL, which would end
+  // what()) out of the message and logs.
+  for (char c : text) {
+    auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte >= 0x7f) {
+      char escaped[5];
+      std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+      message += escaped;
+    } else {
+      message += c;
+    }
+  }
   message += '"';
   throwRangeException(message);
 }

@@ -2,7 +2,8 @@
 //
 // Every value type parses its own text form in a static `fromString`. They all reject
 // malformed text the same way, through `throwMalformedText`, so that a bad attribute
-// text always yields a RangeException reading `<Type>: malformed text "<text>"`.
+// text always yields a RangeException reading `<Type>: malformed text "<text>"`, with
+// bytes outside printable ASCII shown as \xNN.
 #pragma once
 
 #include <cstdint>
