@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <set>
-#include <sstream>
 #include <string>
 #include <unordered_set>
 
@@ -12,6 +11,7 @@
 #include "platform/Vni.h"
 #include "platform/VrId.h"
 #include "platform/VrfName.h"
+#include "tests/platform/ValueTestHelpers.h"
 
 namespace {
 
@@ -19,32 +19,12 @@ using Bridging::VlanId;
 using Bridging::VlanIdOrNone;
 using L3::VrfName;
 using Routing::Fhrp::VrId;
+using ValueTest::EqualityMixes;
+using ValueTest::rangeText;
+using ValueTest::textOf;
 using Vxlan::Vni;
 using Vxlan::VniOrNone;
 using Wire::NamespaceName;
-
-// The text of the RangeException `f` throws, or a marker when it throws none.
-template <class F>
-std::string rangeText(F f) {
-  try {
-    f();
-  } catch (const Lum::RangeException& e) {
-    return e.what();
-  }
-  return "<no exception>";
-}
-
-template <class T>
-std::string text(const T& v) {
-  std::ostringstream os;
-  os << v;
-  return os.str();
-}
-
-template <class A, class B>
-concept EqualityMixes = requires(A a, B b) {
-  a == b;
-};
 
 // Guards strong typing: none of these may compile, or a VLAN, a VNI and a plain
 // integer could be swapped silently.
@@ -114,10 +94,10 @@ TEST(BoundedValueTest, DefaultsAndNoneConversions) {
 // Guards parsing: the text form reads back, anything but plain digits is malformed
 // and names the type and text, and huge numbers report the limit instead of wrapping.
 TEST(BoundedValueTest, TextForms) {
-  for (VlanId v : {VlanId(1), VlanId(4094)}) EXPECT_EQ(VlanId::fromString(text(v)), v);
-  EXPECT_EQ(VniOrNone::fromString(text(VniOrNone())), VniOrNone());
+  for (VlanId v : {VlanId(1), VlanId(4094)}) EXPECT_EQ(VlanId::fromString(textOf(v)), v);
+  EXPECT_EQ(VniOrNone::fromString(textOf(VniOrNone())), VniOrNone());
   EXPECT_EQ(Vni::fromString("16777215"), Vni(0xffffff));
-  EXPECT_EQ(VrfName::fromString(text(VrfName("blue"))), VrfName("blue"));
+  EXPECT_EQ(VrfName::fromString(textOf(VrfName("blue"))), VrfName("blue"));
 
   for (const char* bad : {"", "+1", "-1", " 1", "1 ", "0x10", "12a"}) {
     EXPECT_EQ(rangeText([&] { VlanId::fromString(bad); }),

@@ -5,35 +5,21 @@
 
 #include <cstring>
 #include <set>
-#include <sstream>
 #include <string>
 #include <unordered_set>
+
+#include "tests/platform/ValueTestHelpers.h"
 
 namespace {
 
 using namespace std::string_literals;
+using ValueTest::rangeText;
+using ValueTest::textOf;
 using Wire::Ip6Addr;
 using Wire::IpAddr;
 using Wire::IpAddrWithMask;
 using Wire::IpGenAddr;
 using Wire::IpGenAddrWithMask;
-
-template <class T>
-std::string text(const T& v) {
-  std::ostringstream os;
-  os << v;
-  return os.str();
-}
-
-template <class F>
-std::string rangeText(F f) {
-  try {
-    f();
-  } catch (const Lum::RangeException& e) {
-    return e.what();
-  }
-  return "<no exception>";
-}
 
 // Guards the byte-order contract: value() is the word as it sits in a received header,
 // and host order is only what hostOrder()/fromHostOrder() deal in.
@@ -78,11 +64,11 @@ TEST(IpAddrTest, MulticastAndOrdering) {
 // NUL that would cut the text short for the C parser) naming the type and text.
 TEST(IpAddrTest, TextForms) {
   for (const char* t : {"10.1.2.3", "0.0.0.0", "255.255.255.255"}) {
-    EXPECT_EQ(text(IpAddr::fromString(t)), t);
+    EXPECT_EQ(textOf(IpAddr::fromString(t)), t);
   }
-  EXPECT_EQ(text(Ip6Addr::fromString("fe80::1")), "fe80::1");
+  EXPECT_EQ(textOf(Ip6Addr::fromString("fe80::1")), "fe80::1");
   for (const char* t : {"10.1.2.3", "2001:db8::5", ""}) {
-    EXPECT_EQ(text(IpGenAddr::fromString(t)), t);
+    EXPECT_EQ(textOf(IpGenAddr::fromString(t)), t);
   }
   for (std::string bad : {""s, "10.1.2"s, "10.1.2.256"s, "010.1.2.3"s, " 10.1.2.3"s, "fe80::1"s}) {
     EXPECT_EQ(rangeText([&] { IpAddr::fromString(bad); }),
@@ -123,7 +109,7 @@ TEST(IpAddrTest, Masks) {
   IpAddrWithMask m = IpAddrWithMask::fromString("10.0.0.1/24");
   EXPECT_EQ(m.address(), IpAddr::fromString("10.0.0.1"));
   EXPECT_EQ(m.maskLen(), 24);
-  EXPECT_EQ(text(m), "10.0.0.1/24");
+  EXPECT_EQ(textOf(m), "10.0.0.1/24");
   EXPECT_EQ(IpAddrWithMask::fromString("0.0.0.0/0").maskLen(), 0);
   const std::string kV4Limit = "IpAddrWithMask::maskLen < 0 or > 32 not allowed";
   EXPECT_EQ(rangeText([] { IpAddrWithMask::fromString("10.0.0.1/33"); }), kV4Limit);
@@ -134,7 +120,7 @@ TEST(IpAddrTest, Masks) {
   }
 
   for (const char* t : {"fe80::1/64", "2001:db8::/128", "10.0.0.1/32", ""}) {
-    EXPECT_EQ(text(IpGenAddrWithMask::fromString(t)), t);
+    EXPECT_EQ(textOf(IpGenAddrWithMask::fromString(t)), t);
   }
   EXPECT_EQ(rangeText([] { IpGenAddrWithMask::fromString("fe80::1/129"); }),
             "IpGenAddrWithMask::maskLen < 0 or > 128 not allowed for IPv6");
