@@ -1,0 +1,330 @@
+// The trace ring: binary, low-cost tracing into a memory-mapped file.
+//
+// Use:
+//   const uint32_t sizes[RingLog::kLevels] = {32, 32, 32, 32, 32, 32, 32, 32, 32, 32};
+//   RingLog::initialize("vxrelay-%d.rl", sizes);       // "%d" becomes the process id
+//   RINGLOG(5, "recv %d bytes on %s", n, name);
+//   RingLog::shutdown();
+//   for (auto& line : RingLog::decodeFile(path)) ...  // back to text, from the file alone
+//
+// The file has ten rings, one per level 0..9 (same meaning as the text trace levels).
+// A message site costs, when a file is open, a static guard check, a few stores into a
+// staging buffer and one copy into the mapped ring: no allocation, no system call
+// except the clock read (vDSO). With no file open RINGLOG tests one pointer and does
+// nothing else: it neither registers its site nor evaluates its arguments.
+//
+// Each site registers a MsgDesc (file, line, printf format) the first time it runs and
+// keeps it in a static; the descriptor goes into the file's descriptor table, so a
+// record holds only the descriptor id and the argument values. Formats are checked
+// against the arguments at compile time, as for printf.
+//
+// Old records are overwritten when a ring is full. The writer keeps in the ring header
+// the offset and sequence number of the oldest record still intact, so a decoder walks
+// exactly the intact records, oldest first, and never a half-overwritten one.
+//
+// One writer thread; the agent is single-threaded. A reader in another process may
+// catch a record being written; the decoder detects that by its sequence number and
+// stops that ring with a marker line.
+//
+// File layout (integers in host byte order; every offset is 8-aligned):
+//
+//   0                 FileHeader, kFileHeaderBytes long
+//   kFileHeaderBytes  descriptor table, kDescTableBytes long: DescEntry after DescEntry,
+//                     each followed by the file name and the format (both NUL
+//                     terminated) and padded to 8 bytes; descCount entries are valid
+//   ringOffset[n]     for each level n with a ring: RingHeader, then dataBytes of ring data
+//
+// Ring data is a sequence of records, each stored whole (never split at the end):
+//   RecordHeader (recordBytes, descId, seq, timeNs) then arguments, each a type byte
+//   (ArgType) and its value: 4 bytes for i32/u32, 8 for i64/u64/f64/ptr, a 2-byte length
+//   and the bytes for a string; ArgType::end or the record end closes the list.
+// A record that does not fit before the end of the data starts again at offset 0; a
+// zero word where the next record would be (or the data end) marks that wrap. From
+// RingHeader::tail, nextSeq - firstSeq records follow, the last one ending at head.
+#pragma once
+
+#include <concepts>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+namespace RingLog {
+
+class TraceFile;
+
+inline constexpr int kLevels = 10;
+// A record including its header; longer messages are cut and marked as truncated.
+inline constexpr uint32_t kMaxRecordBytes = 1024;
+// Strings are stored up to this many bytes.
+inline constexpr uint32_t kMaxStringBytes = 255;
+// The largest ring, in KiB.
+inline constexpr uint32_t kMaxRingKiB = 64 * 1024;
+
+// initialize() flags.
+// Remove the file (and its second name) at shutdown(); for tests and short runs.
+inline constexpr int kRemoveAtShutdown = 1;
+
+// ---- File layout ---------------------------------------------------------------------
+
+inline constexpr char kMagic[8] = {'V', 'X', 'R', 'I', 'N', 'G', 'L', '1'};
+inline constexpr uint32_t kVersion = 1;
+inline constexpr uint32_t kFileHeaderBytes = 4096;
+inline constexpr uint32_t kDescTableBytes = 64 * 1024;
+
+struct FileHeader {
+  char magic[8];
+  uint32_t version;
+  uint32_t levelCount;
+  uint32_t pid;
+  uint32_t descTableBytes;
+  uint64_t descTableOffset;
+  uint64_t createdNs;  // CLOCK_REALTIME at initialize
+  // Entries are written first, then descBytesUsed and descCount.
+  uint32_t descCount;
+  uint32_t descBytesUsed;
+  uint32_t descDropped;  // registrations that did not fit in the table
+  uint32_t reserved;
+  uint64_t ringOffset[kLevels];  // of the RingHeader; 0 for a level without a ring
+};
+
+struct DescEntry {
+  uint32_t entryBytes;  // including the strings and padding
+  uint32_t id;
+  uint32_t line;
+  uint16_t fileBytes;    // without the NUL
+  uint16_t formatBytes;  // without the NUL
+};
+
+struct RingHeader {
+  uint32_t dataBytes;
+  uint32_t level;
+  uint32_t head;      // where the next record goes
+  uint32_t tail;      // the oldest intact record
+  uint64_t firstSeq;  // sequence number of the record at tail
+  uint64_t nextSeq;   // of the next record; nextSeq - firstSeq records are intact
+  uint64_t wrapCount;
+  uint8_t reserved[24];
+};
+static_assert(sizeof(RingHeader) == 64);
+
+struct RecordHeader {
+  uint32_t recordBytes;  // multiple of 8, including this header
+  uint32_t descId;
+  uint64_t seq;
+  uint64_t timeNs;  // CLOCK_REALTIME
+};
+static_assert(sizeof(RecordHeader) == 24);
+
+enum class ArgType : uint8_t { end = 0, i32, u32, i64, u64, f64, str, ptr, truncated };
+
+// ---- Writing -------------------------------------------------------------------------
+
+// The description of one message site. Must have static storage: the registry keeps a
+// pointer to it, and a file opened later copies every registered descriptor.
+class MsgDesc {
+ public:
+  MsgDesc(const char* file, int line, const char* format);
+  MsgDesc(const MsgDesc&) = delete;
+  MsgDesc& operator=(const MsgDesc&) = delete;
+
+  uint32_t id() const { return id_; }
+  const char* file() const { return file_; }
+  int line() const { return line_; }
+  const char* format() const { return format_; }
+
+ private:
+  const char* file_;
+  int line_;
+  const char* format_;
+  uint32_t id_;
+};
+
+// Number of message sites registered in this process.
+size_t msgDescCount();
+
+// The ring of one level. A message is startMsg(id), put() per argument, endMsg(); it
+// is built in a staging buffer and copied into the ring whole at endMsg().
+class RingBuf {
+ public:
+  RingBuf(const RingBuf&) = delete;
+  RingBuf& operator=(const RingBuf&) = delete;
+
+  void startMsg(uint32_t descId) {
+    descId_ = descId;
+    staged_ = sizeof(RecordHeader);
+    truncated_ = false;
+  }
+
+  template <std::integral T>
+  void put(T v) {
+    if constexpr (sizeof(T) <= 4) {
+      if constexpr (std::is_signed_v<T>) {
+        putScalar(ArgType::i32, static_cast<int32_t>(v));
+      } else {
+        putScalar(ArgType::u32, static_cast<uint32_t>(v));
+      }
+    } else if constexpr (std::is_signed_v<T>) {
+      putScalar(ArgType::i64, static_cast<int64_t>(v));
+    } else {
+      putScalar(ArgType::u64, static_cast<uint64_t>(v));
+    }
+  }
+  void put(double v) { putScalar(ArgType::f64, v); }
+  void put(const char* s) { put(std::string_view(s == nullptr ? "(null)" : s)); }
+  void put(std::string_view s);
+  void put(const std::string& s) { put(std::string_view(s)); }
+  template <class T>
+  requires(!std::is_same_v<std::remove_cv_t<T>, char>) void put(T* p) {
+    putScalar(ArgType::ptr, static_cast<uint64_t>(reinterpret_cast<uintptr_t>(p)));
+  }
+
+  void endMsg();
+
+  template <class... Args>
+  void record(uint32_t descId, const Args&... args) {
+    startMsg(descId);
+    (put(args), ...);
+    endMsg();
+  }
+
+  const RingHeader& header() const { return *header_; }
+
+ private:
+  friend TraceFile* initialize(const char*, const uint32_t*, const char*, int);
+  RingBuf(RingHeader* header, unsigned char* data) : header_(header), data_(data) {}
+
+  // One byte stays free for the truncation mark.
+  static constexpr uint32_t kStageLimit = kMaxRecordBytes - 1;
+
+  template <class V>
+  void putScalar(ArgType type, V v) {
+    if (staged_ + 1 + sizeof(V) > kStageLimit) {
+      truncated_ = true;
+      return;
+    }
+    stage_[staged_] = static_cast<unsigned char>(type);
+    std::memcpy(stage_ + staged_ + 1, &v, sizeof(V));
+    staged_ += 1 + sizeof(V);
+  }
+  void dropRecordsIn(uint32_t from, uint32_t to);
+  uint32_t nextRecord(uint32_t pos) const;
+
+  RingHeader* header_;
+  unsigned char* data_;
+  uint32_t descId_ = 0;
+  uint32_t staged_ = 0;
+  bool truncated_ = false;
+  alignas(8) unsigned char stage_[kMaxRecordBytes];
+};
+
+// One open ring file.
+class TraceFile {
+ public:
+  ~TraceFile();
+  TraceFile(const TraceFile&) = delete;
+  TraceFile& operator=(const TraceFile&) = delete;
+
+  static TraceFile* current() { return current_; }
+
+  // nullptr for a level out of 0..9 or one given no ring.
+  RingBuf* ring(int level) const {
+    return static_cast<unsigned>(level) < static_cast<unsigned>(kLevels) ? rings_[level].get()
+                                                                         : nullptr;
+  }
+  const std::string& path() const { return path_; }
+  // The second name (a symbolic link to path()), empty when none was asked for.
+  const std::string& secondPath() const { return secondPath_; }
+
+ private:
+  friend TraceFile* initialize(const char*, const uint32_t*, const char*, int);
+  friend void shutdown();
+  friend class MsgDesc;
+  TraceFile() = default;
+
+  void descIs(const MsgDesc& desc);
+
+  static inline TraceFile* current_ = nullptr;
+
+  int fd_ = -1;
+  unsigned char* map_ = nullptr;
+  size_t mapBytes_ = 0;
+  int flags_ = 0;
+  std::string path_;
+  std::string secondPath_;
+  std::unique_ptr<RingBuf> rings_[kLevels];
+};
+
+// Opens (creates, truncates) the ring file and maps it. A file already open is closed
+// first, even when the new one then fails. "%d" in `name` and `secondName` becomes the
+// process id; a relative name is taken in $RINGLOGDIR when that is set, else in the
+// current directory. `sizes` are the ring sizes in KiB per level (0: no ring for that
+// level). `secondName`, when given, is made a symbolic link to the file, replacing an
+// older link of that name (never a regular file), so a fixed name leads to the newest
+// file. Throws Lum::ErrnoException when the file cannot be set up and
+// Lum::RangeException for a ring larger than kMaxRingKiB.
+TraceFile* initialize(const char* name, const uint32_t sizes[kLevels],
+                      const char* secondName = nullptr, int flags = 0);
+
+// Unmaps and closes the open file, if any. What was written stays in the file.
+void shutdown();
+
+inline TraceFile* traceFile() {
+  return TraceFile::current();
+}
+
+// ---- Reading -------------------------------------------------------------------------
+
+// The records of a ring file as text, ring by ring from level 0, oldest first:
+//   "L5 #17 2024-11-23 00:38:12.123456 Agent.cpp:120 recv 64 bytes on vx0"
+// Arguments that do not match their conversion print as "<?%d:str>"; a damaged ring
+// ends with a line "L5 <...>" saying what is wrong. Throws Lum::ErrnoException when the
+// file cannot be read and Lum::Exception when it is not a ring file.
+std::vector<std::string> decodeFile(const std::string& path);
+
+namespace detail {
+
+// Never called: RINGLOG passes its format and (mapped) arguments here in a dead
+// branch so that the compiler checks them as it does for printf.
+__attribute__((format(printf, 1, 2))) inline void formatCheck(const char*, ...) {}
+
+template <std::integral T>
+T printfArg(T v) {
+  return v;
+}
+inline double printfArg(double v) {
+  return v;
+}
+template <class T>
+requires std::is_convertible_v<const T&, std::string_view>
+const char* printfArg(const T&) {
+  return "";
+}
+template <class T>
+requires(!std::is_same_v<std::remove_cv_t<T>, char>) const void* printfArg(T* p) {
+  return p;
+}
+
+}  // namespace detail
+
+}  // namespace RingLog
+
+// `fmt` must be a string literal. The arguments are evaluated once, and only when a
+// ring file is open and has a ring for `level`.
+#define RINGLOG(level, fmt, ...)                                                                \
+  do {                                                                                          \
+    if (::RingLog::TraceFile* ringLogFile_ = ::RingLog::traceFile()) {                          \
+      if (::RingLog::RingBuf* ringLogRing_ = ringLogFile_->ring(level)) {                       \
+        static const ::RingLog::MsgDesc ringLogDesc_(__FILE__, __LINE__, fmt);                  \
+        [ringLogRing_](const auto&... ringLogArgs_) {                                           \
+          if (false) {                                                                          \
+            ::RingLog::detail::formatCheck(fmt, ::RingLog::detail::printfArg(ringLogArgs_)...); \
+          }                                                                                     \
+          ringLogRing_->record(ringLogDesc_.id(), ringLogArgs_...);                             \
+        }(__VA_ARGS__);                                                                         \
+      }                                                                                         \
+    }                                                                                           \
+  } while (0)
