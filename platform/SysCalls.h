@@ -1,0 +1,86 @@
+// The system-call service: the one door through which logic reaches the kernel's
+// socket, descriptor and resource calls, so that tests can make any of them fail.
+//
+// Each method has the signature and the semantics of the call it is named after:
+// it returns what the call returns and, on failure, -1 (0 for ifNameToIndex) with
+// errno set. The base class calls the real ones. A test fake derives and overrides
+// only the calls it wants to fail or observe; everything else still reaches the
+// kernel:
+//
+//   struct BindInUse : Lum::SysCalls {
+//     int bind(int, const sockaddr*, socklen_t) override { errno = EADDRINUSE; return -1; }
+//   };
+//   BindInUse fake;
+//   Lum::ScopedSysCalls guard(fake);   // Lum::sysCalls() is `fake` until the scope ends
+//
+// Code reaches the service either through `Lum::sysCalls()` or through a `SysCalls&`
+// given to its constructor. Guards nest and restore the previous service; the current
+// service is process-wide (the agent runs on one thread).
+//
+// Descriptors, lengths and indexes stay the kernel's raw integer types here on
+// purpose: this is the boundary where strong types are unwrapped.
+#pragma once
+
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/types.h>
+#include <time.h>
+
+namespace Lum {
+
+class SysCalls {
+ public:
+  virtual ~SysCalls() = default;
+
+  // Descriptors.
+  virtual int socket(int domain, int type, int protocol);
+  virtual int socketpair(int domain, int type, int protocol, int fds[2]);
+  virtual int close(int fd);
+  virtual int fcntl(int fd, int cmd, int arg);
+  virtual int ioctl(int fd, unsigned long request, void* arg);
+
+  // Addresses and options.
+  virtual int bind(int fd, const sockaddr* addr, socklen_t len);
+  virtual int connect(int fd, const sockaddr* addr, socklen_t len);
+  virtual int getsockname(int fd, sockaddr* addr, socklen_t* len);
+  virtual int setsockopt(int fd, int level, int name, const void* value, socklen_t len);
+  virtual int getsockopt(int fd, int level, int name, void* value, socklen_t* len);
+
+  // Data.
+  virtual ssize_t read(int fd, void* buf, size_t len);
+  virtual ssize_t write(int fd, const void* buf, size_t len);
+  virtual ssize_t recv(int fd, void* buf, size_t len, int flags);
+  virtual ssize_t recvfrom(int fd, void* buf, size_t len, int flags, sockaddr* from,
+                           socklen_t* fromLen);
+  virtual ssize_t recvmsg(int fd, msghdr* msg, int flags);
+  virtual int recvmmsg(int fd, mmsghdr* msgs, unsigned int count, int flags, timespec* timeout);
+  virtual ssize_t send(int fd, const void* buf, size_t len, int flags);
+  virtual ssize_t sendto(int fd, const void* buf, size_t len, int flags, const sockaddr* to,
+                         socklen_t toLen);
+  virtual ssize_t sendmsg(int fd, const msghdr* msg, int flags);
+  virtual int sendmmsg(int fd, mmsghdr* msgs, unsigned int count, int flags);
+
+  // Files, limits and interfaces.
+  virtual int unlink(const char* path);
+  virtual int setrlimit(int resource, const rlimit* limit);
+  // if_nametoindex: 0 with errno set when there is no such interface.
+  virtual unsigned int ifNameToIndex(const char* name);
+};
+
+// The current service.
+SysCalls& sysCalls();
+
+// Makes `service` the current service for the guard's lifetime. Guards must end in
+// the reverse order of their construction.
+class ScopedSysCalls {
+ public:
+  explicit ScopedSysCalls(SysCalls& service);
+  ~ScopedSysCalls();
+  ScopedSysCalls(const ScopedSysCalls&) = delete;
+  ScopedSysCalls& operator=(const ScopedSysCalls&) = delete;
+
+ private:
+  SysCalls* previous_;
+};
+
+}  // namespace Lum
