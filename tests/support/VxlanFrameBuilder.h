@@ -1,0 +1,74 @@
+// Builds VXLAN datagrams as a packet socket delivers them, field by field, for tests.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace TestSupport {
+
+struct VxlanFrameBuilder {
+  bool tagged = false;          // one 802.1Q tag on the outer frame
+  uint16_t outerVlan = 7;       // VLAN of that tag
+  uint16_t ethType = 0x0800;    // outer Ethernet type behind the tag
+  uint8_t ipHdrWords = 5;       // IPv4 header length in 32-bit words (options when > 5)
+  uint32_t saddr = 0x0a000002;  // outer source, host order (10.0.0.2)
+  uint32_t daddr = 0x0a000001;  // outer destination, host order (10.0.0.1)
+  uint16_t dport = 4789;        // UDP destination port
+  uint8_t vxlanFlags = 0x08;    // VNI-valid flag set
+  uint32_t vni = 5000;          // 24-bit VNI
+  std::vector<uint8_t> inner = defaultInner();  // inner Ethernet frame
+
+  // An inner frame: dst 02:00:00:00:00:01, src 02:00:00:00:00:02, IPv4, then a
+  // counting payload.
+  static std::vector<uint8_t> defaultInner(size_t payload = 32) {
+    std::vector<uint8_t> f = {0x02, 0, 0, 0, 0, 0x01, 0x02, 0, 0, 0, 0, 0x02, 0x08, 0x00};
+    for (size_t i = 0; i < payload; ++i) f.push_back(static_cast<uint8_t>(i));
+    return f;
+  }
+
+  size_t vxlanOffset() const { return 14u + (tagged ? 4u : 0u) + ipHdrWords * 4u + 8u; }
+
+  std::vector<uint8_t> build() const {
+    std::vector<uint8_t> f = {0x00, 0x1c, 0x73, 0, 0, 0x01,   // outer dst
+                              0x00, 0x1c, 0x73, 0, 0, 0x02};  // outer src
+    if (tagged) {
+      push16(f, 0x8100);
+      push16(f, outerVlan);
+    }
+    push16(f, ethType);
+    const size_t ipStart = f.size();
+    f.push_back(static_cast<uint8_t>(0x40 | ipHdrWords));  // version 4, IHL
+    f.push_back(0);                                        // tos
+    push16(f, 0);                                          // total length: not examined
+    push16(f, 0);                                          // id
+    push16(f, 0x4000);                                     // don't fragment
+    f.push_back(64);                                       // ttl
+    f.push_back(17);                                       // UDP
+    push16(f, 0);                                          // checksum: not examined
+    push32(f, saddr);
+    push32(f, daddr);
+    while (f.size() < ipStart + ipHdrWords * 4u) f.push_back(0x01);  // options: NOPs
+    push16(f, 0xc000);                                               // UDP source port
+    push16(f, dport);
+    push16(f, static_cast<uint16_t>(8 + 8 + inner.size()));
+    push16(f, 0);
+    f.push_back(vxlanFlags);
+    f.insert(f.end(), {0, 0, 0});
+    push16(f, static_cast<uint16_t>(vni >> 8));
+    f.push_back(static_cast<uint8_t>(vni));
+    f.push_back(0);
+    f.insert(f.end(), inner.begin(), inner.end());
+    return f;
+  }
+
+  static void push16(std::vector<uint8_t>& f, uint16_t v) {
+    f.push_back(static_cast<uint8_t>(v >> 8));
+    f.push_back(static_cast<uint8_t>(v));
+  }
+  static void push32(std::vector<uint8_t>& f, uint32_t v) {
+    push16(f, static_cast<uint16_t>(v >> 16));
+    push16(f, static_cast<uint16_t>(v));
+  }
+};
+
+}  // namespace TestSupport
