@@ -64,7 +64,8 @@ class Entity : public VFPtrInterface {
     ReactorBase::Thunk thunk = nullptr;
     if constexpr (sizeof...(Key) == 0) thunk = &lumThunk<Fn>;
     forEachNotifiee([&](ReactorBase& r) {
-      r.lumNotify(attrId, thunk, [&] { (static_cast<N&>(r).*Fn)(key...); });
+      // A notifiee of a base entity type watches only the base's attributes.
+      if (N* n = dynamic_cast<N*>(&r)) r.lumNotify(attrId, thunk, [&] { (n->*Fn)(key...); });
     });
   }
 

@@ -179,11 +179,25 @@ class NotifieeConst : public ReactorBase {
   bool registered_ = false;
 };
 
+// The notifiee of an entity type E derived from another entity type: it reacts to the
+// base's attributes too, and its notifier is an E.
+template <class Base, class E>
+class NotifieeConstOf : public Base {
+ public:
+  using Notifier = E;
+  Ptr<const E> notifier() const {
+    return Ptr<const E>(static_cast<const E*>(Base::notifier().ptr()));
+  }
+  void notifierIs(const Ptr<const E>& n) { Base::notifierIs(n); }
+};
+
 // E::Notifiee: the same reactions, with write access to the notifier.
 template <class Base, class E>
 class NotifieeMutable : public Base {
  public:
-  Ptr<E> notifier() const { return Ptr<E>(const_cast<E*>(Base::notifier().ptr())); }
+  Ptr<E> notifier() const {
+    return Ptr<E>(const_cast<E*>(static_cast<const E*>(Base::notifier().ptr())));
+  }
   void notifierIs(const Ptr<E>& n) { Base::notifierIs(n); }
 };
 
