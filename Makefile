@@ -20,5 +20,8 @@ asan: deps
 asan-test: asan
 	ctest --preset asan
 
+bench: build
+	./build/release/bench/r2l_frame_path_bench
+
 clean:
 	rm -rf build
