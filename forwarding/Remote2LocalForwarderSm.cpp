@@ -104,6 +104,8 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
     vxlanCounterInc(VxlanCounterId::r2lRxFrames, 1);
     vxlanCounterInc(VxlanCounterId::r2lRxBytes, len);
     R2L_TRACE(7, "() read " << len << " bytes");
+    RINGLOG(7, "R2LSm(%s)::handleFileDescriptor() read %u bytes", intfId_.stringValue().charPtr(),
+            len);
 
     int32_t offset = 0;
     if (!checkRawFrame(buf, len, offset)) continue;
@@ -143,6 +145,8 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
     ssize_t result = 0;
     sendFrame(buf + offset, frameLen, result);
     R2L_TRACE(7, ") wrote " << result << " of " << frameLen << " bytes");
+    RINGLOG(7, "R2LSm(%s) wrote %zd of %d bytes", intfId_.stringValue().charPtr(), result,
+            frameLen);
     if (result != frameLen) {
       const int err = errno;
       R2L_TRACE(0, " send error: " << std::strerror(err) << " errno:" << err << " " << 100);
@@ -214,6 +218,7 @@ bool Remote2LocalForwarderSm::LumVtiStatusSm::checkRawFrame(const uint8_t* buf, 
                         (daddr != floodMcastGrp_ && daddr != localVtep) || port != udpPort;
   if (filtered) {
     R2L_TRACE(7, " filter frame");
+    RINGLOG(7, "R2LSm(%s) filter frame", intfId_.stringValue().charPtr());
     vxlanCounterInc(VxlanCounterId::r2lFilteredFrames, 1);
     vxlanCounterInc(VxlanCounterId::r2lFilteredBytes, len);
     return false;
@@ -231,6 +236,7 @@ ssize_t Remote2LocalForwarderSm::LumVtiStatusSm::writeDecapdFrame(const uint8_t*
   createLocalSocket();
   result = sys.write(localSock_, frame, static_cast<size_t>(len));
   R2L_TRACE(7, " resend len: " << result << " errno:" << errno);
+  RINGLOG(7, "R2LSm(%s) resend len: %zd errno:%d", intfId_.stringValue().charPtr(), result, errno);
   return result;
 }
 
