@@ -104,34 +104,94 @@ std::vector<std::string> TypeRegistry::typeNames() {
 
 GenericRef::GenericRef(Ptr<const Entity> e) : constEntity_(std::move(e)), isConst_(true) {}
 
-std::string GenericRef::attribute(std::string_view name) const {
-  const Entity& e = *(isConst_ ? constEntity_.ptr() : entity_.ptr());
-  const AttributeInfo* a = e.fwkType().attribute(name);
-  if (!a || !a->access.get) {
-    throwRangeException(e.fwkType().fullName() + " has no attribute " + std::string(name));
-  }
-  return a->access.get(e);
+const Entity& GenericRef::readable() const {
+  return *constEntity_;
 }
 
 Entity& GenericRef::writable(std::string_view what) const {
+  (void)what;
   if (isConst_)
     throw Exception("attempting to modify a const instance", ExceptionId::constInstance);
-  (void)what;
   return *entity_;
 }
 
-void GenericRef::attributeIs(std::string_view name, std::string_view text) const {
-  Entity& e = writable(name);
-  const AttributeInfo* a = e.fwkType().attribute(name);
-  if (!a || !a->access.set) {
-    throwRangeException(e.fwkType().fullName() + " has no writable attribute " + std::string(name));
+const TextAccess& GenericRef::access(std::string_view attr, AttrKind kind) const {
+  const Entity& e = readable();
+  const AttributeInfo* a = e.fwkType().attribute(attr);
+  if (!a) throwRangeException(e.fwkType().fullName() + " has no attribute " + std::string(attr));
+  if (a->access.kind != kind) {
+    throwRangeException(e.fwkType().fullName() + "::" + std::string(attr) +
+                        " cannot be used that way");
   }
-  a->access.set(e, text);
+  return a->access;
+}
+
+GenericRef GenericRef::sameConstness(Ptr<Entity> e) const {
+  if (isConst_) return GenericRef(Ptr<const Entity>(e.ptr()));
+  return GenericRef(std::move(e));
+}
+
+std::string GenericRef::attribute(std::string_view name) const {
+  return access(name, AttrKind::value).get(readable());
+}
+
+void GenericRef::attributeIs(std::string_view name, std::string_view text) const {
+  const TextAccess& a = access(name, AttrKind::value);
+  Entity& e = writable(name);
+  if (!a.set)
+    throwRangeException(e.fwkType().fullName() + "::" + std::string(name) + " is read-only");
+  a.set(e, text);
 }
 
 void GenericRef::invoke(std::string_view op) const {
   Entity& e = writable(op);
   e.fwkType().invoke(e, op);
+}
+
+std::vector<std::string> GenericRef::keys(std::string_view attr) const {
+  const Entity& e = readable();
+  const AttributeInfo* a = e.fwkType().attribute(attr);
+  if (!a || !a->access.keys) {
+    throwRangeException(e.fwkType().fullName() + " has no collection " + std::string(attr));
+  }
+  return a->access.keys(e);
+}
+
+std::string GenericRef::entry(std::string_view attr, std::string_view key) const {
+  return access(attr, AttrKind::map).entry(readable(), key);
+}
+
+void GenericRef::entryIs(std::string_view attr, std::string_view key,
+                         std::string_view value) const {
+  const Entity& e = readable();
+  const AttributeInfo* a = e.fwkType().attribute(attr);
+  if (!a || !a->access.entryIs) {
+    throwRangeException(e.fwkType().fullName() + " has no writable collection " +
+                        std::string(attr));
+  }
+  a->access.entryIs(writable(attr), key, value);
+}
+
+void GenericRef::entryDel(std::string_view attr, std::string_view key) const {
+  const Entity& e = readable();
+  const AttributeInfo* a = e.fwkType().attribute(attr);
+  if (!a || !a->access.entryDel) {
+    throwRangeException(e.fwkType().fullName() + " has no writable collection " +
+                        std::string(attr));
+  }
+  a->access.entryDel(writable(attr), key);
+}
+
+std::optional<GenericRef> GenericRef::element(std::string_view attr, std::string_view key) const {
+  Ptr<Entity> e = access(attr, AttrKind::collection).element(readable(), key);
+  if (!e) return std::nullopt;
+  return sameConstness(std::move(e));
+}
+
+std::optional<GenericRef> GenericRef::child(std::string_view attr) const {
+  Ptr<Entity> e = access(attr, AttrKind::child).child(readable());
+  if (!e) return std::nullopt;
+  return sameConstness(std::move(e));
 }
 
 std::string lumTypeShortName(std::string_view fullName) {

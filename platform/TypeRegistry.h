@@ -16,6 +16,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -30,11 +31,32 @@ namespace Lum {
 
 class Entity;
 
-// The text accessors of one attribute. `set` is empty for an attribute that the
-// generic interface may only read.
+// What kind of attribute the generic interface sees.
+enum class AttrKind {
+  none,        // registered for its id and name only
+  value,       // a plain value: get and set as text
+  map,         // a collection of plain values: entries as key and value texts
+  collection,  // a collection of entities by key: elements reached by key text
+  child,       // one owned entity
+};
+
+// The text accessors of one attribute. The functions that do not apply to its kind
+// are empty; an empty writer means the generic interface may only read.
 struct TextAccess {
+  AttrKind kind = AttrKind::none;
   std::function<std::string(const Entity&)> get;
   std::function<void(Entity&, std::string_view)> set;
+  // map and collection: the keys in iteration order, as text
+  std::function<std::vector<std::string>(const Entity&)> keys;
+  // map: the value of a key ("" when absent); collection: unused
+  std::function<std::string(const Entity&, std::string_view key)> entry;
+  // map: sets a key to a value; collection: creates the element (value unused)
+  std::function<void(Entity&, std::string_view key, std::string_view value)> entryIs;
+  std::function<void(Entity&, std::string_view key)> entryDel;
+  // collection: the element of a key, or empty
+  std::function<Ptr<Entity>(const Entity&, std::string_view key)> element;
+  // child: the owned entity, or empty
+  std::function<Ptr<Entity>(const Entity&)> child;
 };
 
 struct AttributeInfo {
@@ -93,17 +115,27 @@ class TypeRegistry {
 // read and may run no operation that writes.
 class GenericRef {
  public:
-  GenericRef(Ptr<Entity> e) : entity_(std::move(e)) {}  // NOLINT
-  GenericRef(Ptr<const Entity> e);                      // NOLINT
+  GenericRef(Ptr<Entity> e) : entity_(e), constEntity_(std::move(e)) {}  // NOLINT
+  GenericRef(Ptr<const Entity> e);                                       // NOLINT
 
   bool isConst() const { return isConst_; }
   const Ptr<const Entity>& entity() const { return constEntity_; }
   std::string attribute(std::string_view name) const;
   void attributeIs(std::string_view name, std::string_view text) const;
   void invoke(std::string_view op) const;
+  // Collections and owned entities; the references keep this one's constness.
+  std::vector<std::string> keys(std::string_view attr) const;
+  std::string entry(std::string_view attr, std::string_view key) const;
+  void entryIs(std::string_view attr, std::string_view key, std::string_view value) const;
+  void entryDel(std::string_view attr, std::string_view key) const;
+  std::optional<GenericRef> element(std::string_view attr, std::string_view key) const;
+  std::optional<GenericRef> child(std::string_view attr) const;
 
  private:
+  const Entity& readable() const;
   Entity& writable(std::string_view what) const;
+  const TextAccess& access(std::string_view attr, AttrKind kind) const;
+  GenericRef sameConstness(Ptr<Entity> e) const;
 
   Ptr<Entity> entity_;
   Ptr<const Entity> constEntity_;
@@ -166,10 +198,99 @@ TextAccess textAttr() {
   using C = typename GetterOf<Get>::Class;
   using V = typename GetterOf<Get>::Value;
   TextAccess a;
+  a.kind = AttrKind::value;
   a.get = [](const Entity& e) { return toText((static_cast<const C&>(e).*Get)()); };
   if constexpr (!std::is_same_v<decltype(Set), std::nullptr_t>) {
     a.set = [](Entity& e, std::string_view t) { (static_cast<C&>(e).*Set)(fromText<V>(t)); };
   }
+  return a;
+}
+
+// Picks the reader `x() const` of an attribute whose lookup `x(key) const` has the
+// same name: mapAttr<Lum::reader(&E::x), ...>.
+template <class C, class R>
+constexpr auto reader(R (C::*f)() const) {
+  return f;
+}
+
+template <class M>
+struct MapTypes;
+template <template <class, class> class Map, class K, class V>
+struct MapTypes<Map<K, V>> {
+  using Key = K;
+  using Value = V;
+};
+
+// Text access for a collection of plain values: `Map` reads the whole map (a
+// Lum::ValueMap), `Set` writes one key, `Del` removes one.
+template <auto Map, auto Set, auto Del>
+TextAccess mapAttr() {
+  using C = typename GetterOf<Map>::Class;
+  using K = typename MapTypes<typename GetterOf<Map>::Value>::Key;
+  using V = typename MapTypes<typename GetterOf<Map>::Value>::Value;
+  TextAccess a;
+  a.kind = AttrKind::map;
+  a.keys = [](const Entity& e) {
+    std::vector<std::string> keys;
+    for (const auto& [k, v] : (static_cast<const C&>(e).*Map)()) keys.push_back(toText(k));
+    return keys;
+  };
+  a.entry = [](const Entity& e, std::string_view key) {
+    auto v = (static_cast<const C&>(e).*Map)().find(fromText<K>(key));
+    return v ? toText(*v) : std::string();
+  };
+  a.entryIs = [](Entity& e, std::string_view key, std::string_view value) {
+    if constexpr (std::is_invocable_v<decltype(Set), C&, K>) {
+      (static_cast<C&>(e).*Set)(fromText<K>(key));  // a set: the value is implied
+      (void)value;
+    } else {
+      (static_cast<C&>(e).*Set)(fromText<K>(key), fromText<V>(value));
+    }
+  };
+  a.entryDel = [](Entity& e, std::string_view key) { (static_cast<C&>(e).*Del)(fromText<K>(key)); };
+  return a;
+}
+
+template <auto Fn>
+struct KeyedFn;
+template <class C, class R, class K, R (C::*Fn)(K) const>
+struct KeyedFn<Fn> {
+  using Class = C;
+  using Key = std::remove_cvref_t<K>;
+};
+
+// Text access for a collection of entities keyed by value: `Get` looks an element up
+// by key, `Set` creates it from its key, `Del` removes it, `Iter` walks the keys.
+template <auto Get, auto Set, auto Del, auto Iter>
+TextAccess collectionAttr() {
+  using C = typename KeyedFn<Get>::Class;
+  using K = typename KeyedFn<Get>::Key;
+  TextAccess a;
+  a.kind = AttrKind::collection;
+  a.keys = [](const Entity& e) {
+    std::vector<std::string> keys;
+    for (auto it = (static_cast<const C&>(e).*Iter)(); it; ++it) keys.push_back(toText(it.key()));
+    return keys;
+  };
+  a.entryIs = [](Entity& e, std::string_view key, std::string_view) {
+    (static_cast<C&>(e).*Set)(fromText<K>(key));
+  };
+  a.entryDel = [](Entity& e, std::string_view key) { (static_cast<C&>(e).*Del)(fromText<K>(key)); };
+  a.element = [](const Entity& e, std::string_view key) -> Ptr<Entity> {
+    return Ptr<Entity>((static_cast<const C&>(e).*Get)(fromText<K>(key)).ptr());
+  };
+  return a;
+}
+
+// Text access for one owned entity.
+template <auto Get>
+TextAccess childAttr() {
+  using C = typename GetterOf<Get>::Class;
+  TextAccess a;
+  a.kind = AttrKind::child;
+  a.child = [](const Entity& e) -> Ptr<Entity> {
+    return Ptr<Entity>((static_cast<const C&>(e).*Get)().ptr());
+  };
   return a;
 }
 

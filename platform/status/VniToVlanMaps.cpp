@@ -3,11 +3,18 @@
 namespace Vxlan {
 
 const Lum::TypeInfo& VniToVlanMap::kType = Lum::TypeRegistry::add(
-    Lum::TypeInfo("Vxlan::VniToVlanMap", "Lum::Entity").attribute("vniToVlanMap", kVniToVlanMap));
+    Lum::TypeInfo("Vxlan::VniToVlanMap", "Lum::Entity")
+        .attribute("vniToVlanMap", kVniToVlanMap,
+                   Lum::mapAttr<Lum::reader(&VniToVlanMap::vniToVlanMap),
+                                &VniToVlanMap::vniToVlanMapIs, &VniToVlanMap::vniToVlanMapDel>()));
 
-const Lum::TypeInfo& VniToVlanMaps::kType =
-    Lum::TypeRegistry::add(Lum::TypeInfo("Vxlan::VniToVlanMaps", "Lum::Entity")
-                               .attribute("vtiVniToVlanMap", kVtiVniToVlanMap));
+const Lum::TypeInfo& VniToVlanMaps::kType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::VniToVlanMaps", "Lum::Entity")
+        .attribute(
+            "vtiVniToVlanMap", kVtiVniToVlanMap,
+            Lum::collectionAttr<&VniToVlanMaps::vtiVniToVlanMap, &VniToVlanMaps::vtiVniToVlanMapIs,
+                                &VniToVlanMaps::vtiVniToVlanMapDel,
+                                &VniToVlanMaps::vtiVniToVlanMapIterator>()));
 
 Lum::Ptr<VniToVlanMap> VniToVlanMaps::vtiVniToVlanMapIs(const Wire::IntfId& id) {
   const size_t before = maps_.size();
