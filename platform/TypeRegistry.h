@@ -30,6 +30,7 @@
 namespace Lum {
 
 class Entity;
+class TypeInfo;
 
 // What kind of attribute the generic interface sees.
 enum class AttrKind {
@@ -57,6 +58,15 @@ struct TextAccess {
   std::function<Ptr<Entity>(const Entity&, std::string_view key)> element;
   // child: the owned entity, or empty
   std::function<Ptr<Entity>(const Entity&)> child;
+
+  // Checks that parse a text without writing anything, so that a request can be
+  // refused whole before any of it is applied: the value of a plain attribute or of a
+  // map entry, and the key of a map or collection. Each throws as the write would.
+  std::function<void(std::string_view)> checkValue;
+  std::function<void(std::string_view)> checkKey;
+  // collection and child: the type of the elements. A function, because types
+  // register from static initialisers in any order.
+  std::function<const TypeInfo*()> elementType;
 };
 
 struct AttributeInfo {
@@ -200,6 +210,7 @@ TextAccess textAttr() {
   TextAccess a;
   a.kind = AttrKind::value;
   a.get = [](const Entity& e) { return toText((static_cast<const C&>(e).*Get)()); };
+  a.checkValue = [](std::string_view t) { (void)fromText<V>(t); };
   if constexpr (!std::is_same_v<decltype(Set), std::nullptr_t>) {
     a.set = [](Entity& e, std::string_view t) { (static_cast<C&>(e).*Set)(fromText<V>(t)); };
   }
@@ -230,6 +241,10 @@ TextAccess mapAttr() {
   using V = typename MapTypes<typename GetterOf<Map>::Value>::Value;
   TextAccess a;
   a.kind = AttrKind::map;
+  a.checkKey = [](std::string_view t) { (void)fromText<K>(t); };
+  if constexpr (!std::is_invocable_v<decltype(Set), C&, K>) {
+    a.checkValue = [](std::string_view t) { (void)fromText<V>(t); };
+  }
   a.keys = [](const Entity& e) {
     std::vector<std::string> keys;
     for (const auto& [k, v] : (static_cast<const C&>(e).*Map)()) keys.push_back(toText(k));
@@ -267,6 +282,11 @@ TextAccess collectionAttr() {
   using K = typename KeyedFn<Get>::Key;
   TextAccess a;
   a.kind = AttrKind::collection;
+  a.checkKey = [](std::string_view t) { (void)fromText<K>(t); };
+  a.elementType = [] {
+    return &std::remove_cvref_t<decltype(*(std::declval<const C&>().*
+                                           Get)(std::declval<K>()))>::kType;
+  };
   a.keys = [](const Entity& e) {
     std::vector<std::string> keys;
     for (auto it = (static_cast<const C&>(e).*Iter)(); it; ++it) keys.push_back(toText(it.key()));
@@ -288,6 +308,9 @@ TextAccess childAttr() {
   using C = typename GetterOf<Get>::Class;
   TextAccess a;
   a.kind = AttrKind::child;
+  a.elementType = [] {
+    return &std::remove_cvref_t<decltype(*(std::declval<const C&>().*Get)())>::kType;
+  };
   a.child = [](const Entity& e) -> Ptr<Entity> {
     return Ptr<Entity>((static_cast<const C&>(e).*Get)().ptr());
   };

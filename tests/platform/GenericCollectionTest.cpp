@@ -55,6 +55,9 @@ TEST(GenericCollectionTest, EntityCollectionsByText) {
   map->entryIs("vniToVlanMap", "5000", "10");
   EXPECT_EQ(maps->vtiVniToVlanMap(Wire::IntfId("Vxlan1"))->vniToVlanMap(Vni(5000)),
             Bridging::VlanIdOrNone(10));
+  const Lum::AttributeInfo* attr = maps->fwkType().attribute("vtiVniToVlanMap");
+  EXPECT_EQ(attr->access.elementType()->fullName(), "Vxlan::VniToVlanMap");
+  EXPECT_THROW(attr->access.checkKey("Vxlan 1"), Lum::RangeException);
   Lum::GenericRef constRef{Lum::Ptr<const Lum::Entity>(maps)};
   EXPECT_TRUE(constRef.element("vtiVniToVlanMap", "Vxlan1")->isConst());
   EXPECT_THROW(constRef.element("vtiVniToVlanMap", "Vxlan1")->entryDel("vniToVlanMap", "5000"),
