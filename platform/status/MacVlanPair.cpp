@@ -1,29 +1,22 @@
 #include "platform/status/MacVlanPair.h"
 
+#include <array>
 #include <optional>
 #include <ostream>
 
-#include "platform/Exception.h"
 #include "platform/ValueText.h"
 
 namespace Vxlan {
 
 MacVlanPair MacVlanPair::fromString(std::string_view text) {
   if (text.empty()) return MacVlanPair();
-  // Neither MAC form holds a '/', so the last one splits.
-  const size_t slash = text.rfind('/');
-  if (slash == std::string_view::npos) Lum::throwMalformedText(kTypeName, text);
-  std::optional<uint64_t> vlan = Lum::parseDecimal(text.substr(slash + 1));
+  // Neither MAC form holds a '/'.
+  std::array<std::string_view, 2> f = Lum::splitFields<2>(text, '/', kTypeName);
+  std::optional<uint64_t> vlan = Lum::parseDecimal(f[1]);
   if (!vlan) Lum::throwMalformedText(kTypeName, text);
-  Wire::EthAddr mac;
-  try {
-    mac = Wire::EthAddr::fromString(text.substr(0, slash));
-  } catch (const Lum::RangeException&) {
-    // Name the whole text: the caller gave a pair, not a MAC.
-    Lum::throwMalformedText(kTypeName, text);
-  }
-  // A number out of range is refused with the VLAN's own range text, like a VlanId.
-  return MacVlanPair(mac, Bridging::VlanId(*vlan));
+  // A bad MAC is refused with the MAC's own text, a VLAN out of range with the
+  // VlanId range text: each names the part that is wrong.
+  return MacVlanPair(Wire::EthAddr::fromString(f[0]), Bridging::VlanId(*vlan));
 }
 
 std::ostream& operator<<(std::ostream& os, const MacVlanPair& p) {
