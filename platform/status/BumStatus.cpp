@@ -41,4 +41,12 @@ void BumStatus::bumVtepListDel(const MacVlanPair& key) {
   if (bumVtepList_.del(key)) notify<Lum::keyed(&NotifieeConst::onBumVtepList)>(kBumVtepList, key);
 }
 
+const Lum::TypeInfo& BumVtepList::fwkType() const {
+  return kType;
+}
+
+const Lum::TypeInfo& BumStatus::fwkType() const {
+  return kType;
+}
+
 }  // namespace Vxlan

@@ -55,7 +55,9 @@ class BumVtepList : public Lum::Entity {
   void listTypeIs(uint32_t v) { attrIs<&NotifieeConst::onListType>(listType_, v, kListType); }
   bool isSendToAny() const { return listType_ == kListTypeSendToAny; }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  // Out of line, as the key function: any use of the type, even a dynamic_cast,
+  // links the file that registers it.
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:
@@ -109,7 +111,7 @@ class BumStatus : public Lum::Entity {
   void bumVtepListDel(const MacVlanPair& key);
   auto bumVtepListIterator() const { return bumVtepList_.iterator(); }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:

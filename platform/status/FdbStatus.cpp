@@ -32,4 +32,12 @@ void FdbStatus::learnedHostDel(const MacVlanPair& key) {
   if (learnedHost_.del(key)) notify<Lum::keyed(&NotifieeConst::onLearnedHost)>(kLearnedHost, key);
 }
 
+const Lum::TypeInfo& LearnedHost::fwkType() const {
+  return kType;
+}
+
+const Lum::TypeInfo& FdbStatus::fwkType() const {
+  return kType;
+}
+
 }  // namespace Vxlan

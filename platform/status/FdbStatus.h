@@ -29,7 +29,9 @@ class LearnedHost : public Lum::Entity {
     attrIs<&NotifieeConst::onRemoteVtepAddr>(remoteVtepAddr_, v, kRemoteVtepAddr);
   }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  // Out of line, as the key function: any use of the type, even a dynamic_cast,
+  // links the file that registers it.
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:
@@ -54,7 +56,7 @@ class FdbStatus : public Lum::Entity {
   void learnedHostDel(const MacVlanPair& key);
   auto learnedHostIterator() const { return learnedHost_.iterator(); }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:

@@ -12,4 +12,8 @@ const Lum::TypeInfo& Config::kType = Lum::TypeRegistry::add(
           return Lum::Ptr<Lum::Entity>(new Config(Lum::Name(a[0].second)));
         }));
 
+const Lum::TypeInfo& Config::fwkType() const {
+  return kType;
+}
+
 }  // namespace Mlag

@@ -24,7 +24,9 @@ class Config : public Lum::Entity {
     attrIs<&NotifieeConst::onPeerAddress>(peerAddress_, v, kPeerAddress);
   }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  // Out of line, as the key function: any use of the type, even a dynamic_cast,
+  // links the file that registers it.
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:

@@ -16,4 +16,8 @@ const Lum::TypeInfo& Status::kType = Lum::TypeRegistry::add(
           return Lum::Ptr<Lum::Entity>(new Status(Lum::Name(a[0].second)));
         }));
 
+const Lum::TypeInfo& Status::fwkType() const {
+  return kType;
+}
+
 }  // namespace Mlag

@@ -59,7 +59,9 @@ class Status : public Lum::Entity {
     attrIs<&NotifieeConst::onPeerMacAddr>(peerMacAddr_, v, kPeerMacAddr);
   }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  // Out of line, as the key function: any use of the type, even a dynamic_cast,
+  // links the file that registers it.
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:

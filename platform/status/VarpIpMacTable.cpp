@@ -84,4 +84,12 @@ void VarpIpMacTableCol::varpIpMacTableDel(const Lum::String8& name) {
   }
 }
 
+const Lum::TypeInfo& VarpIpMacTable::fwkType() const {
+  return kType;
+}
+
+const Lum::TypeInfo& VarpIpMacTableCol::fwkType() const {
+  return kType;
+}
+
 }  // namespace Vxlan

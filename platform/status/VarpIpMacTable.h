@@ -76,7 +76,9 @@ class VarpIpMacTable : public Lum::Entity {
   // One whole-map notification, not one per address.
   void varpIpMacEntryDelAll();
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  // Out of line, as the key function: any use of the type, even a dynamic_cast,
+  // links the file that registers it.
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:
@@ -104,7 +106,7 @@ class VarpIpMacTableCol : public Lum::Entity {
   // Tables in name order, stable between changes: lookups take the first match.
   auto varpIpMacTableIterator() const { return varpIpMacTable_.iterator(); }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:

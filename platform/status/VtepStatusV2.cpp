@@ -60,4 +60,16 @@ void VtepStatusDirV2::vtepStatusV2Del(const Lum::Name& vti) {
   }
 }
 
+const Lum::TypeInfo& BfdPeerStatusV2::fwkType() const {
+  return kType;
+}
+
+const Lum::TypeInfo& VtepStatusV2::fwkType() const {
+  return kType;
+}
+
+const Lum::TypeInfo& VtepStatusDirV2::fwkType() const {
+  return kType;
+}
+
 }  // namespace VxlanController

@@ -37,7 +37,9 @@ class BfdPeerStatusV2 : public Lum::Entity {
   // True while every field is at its default: readers treat such a record as absent.
   bool isDefault() const { return state_ == kStateDefault; }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  // Out of line, as the key function: any use of the type, even a dynamic_cast,
+  // links the file that registers it.
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:
@@ -64,7 +66,7 @@ class VtepStatusV2 : public Lum::Entity {
   auto bfdPeerStatusIterator() const { return bfdPeerStatus_.iterator(); }
   size_t bfdPeerStatusSize() const { return bfdPeerStatus_.size(); }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:
@@ -91,7 +93,7 @@ class VtepStatusDirV2 : public Lum::Entity {
   void vtepStatusV2Del(const Lum::Name& vti);
   auto vtepStatusV2Iterator() const { return vtepStatusV2_.iterator(); }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:

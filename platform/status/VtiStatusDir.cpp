@@ -24,4 +24,8 @@ void VtiStatusDir::vtiStatusDel(const Wire::IntfId& id) {
   if (vtiStatus_.del(id)) notify<Lum::keyed(&NotifieeConst::onVtiStatus)>(kVtiStatus, id);
 }
 
+const Lum::TypeInfo& VtiStatusDir::fwkType() const {
+  return kType;
+}
+
 }  // namespace Vxlan

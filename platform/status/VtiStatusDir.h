@@ -39,7 +39,9 @@ class VtiStatusDir : public Lum::Entity {
   auto vtiStatusIterator() const { return vtiStatus_.iterator(); }
   size_t vtiStatusSize() const { return vtiStatus_.size(); }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  // Out of line, as the key function: any use of the type, even a dynamic_cast,
+  // links the file that registers it.
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:

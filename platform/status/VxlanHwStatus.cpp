@@ -58,4 +58,12 @@ void VxlanHwStatusDir::vxlanHwStatusDel(const Wire::IntfId& id) {
   }
 }
 
+const Lum::TypeInfo& VxlanHwStatus::fwkType() const {
+  return kType;
+}
+
+const Lum::TypeInfo& VxlanHwStatusDir::fwkType() const {
+  return kType;
+}
+
 }  // namespace Vxlan

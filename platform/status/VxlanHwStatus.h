@@ -53,7 +53,9 @@ class VxlanHwStatus : public Lum::Entity {
     if (remoteVtep_.del(a)) notify<Lum::keyed(&NotifieeConst::onRemoteVtep)>(kRemoteVtep, a);
   }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  // Out of line, as the key function: any use of the type, even a dynamic_cast,
+  // links the file that registers it.
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:
@@ -86,7 +88,7 @@ class VxlanHwStatusDir : public Lum::Entity {
   void vxlanHwStatusDel(const Wire::IntfId& id);
   auto vxlanHwStatusIterator() const { return vxlanHwStatus_.iterator(); }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:

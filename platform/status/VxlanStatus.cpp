@@ -99,4 +99,16 @@ void VxlanStatusDir::vxlanStatusDel(const Wire::IntfId& id) {
   if (vxlanStatus_.del(id)) notify<Lum::keyed(&NotifieeConst::onVxlanStatus)>(kVxlanStatus, id);
 }
 
+const Lum::TypeInfo& IpPortTable::fwkType() const {
+  return kType;
+}
+
+const Lum::TypeInfo& VxlanStatus::fwkType() const {
+  return kType;
+}
+
+const Lum::TypeInfo& VxlanStatusDir::fwkType() const {
+  return kType;
+}
+
 }  // namespace Vxlan

@@ -75,7 +75,9 @@ class IpPortTable : public Lum::Entity {
   void ipPortEntryIs(const Wire::IpGenAddrWithMask& ipAddr, const IpPortEntry& entry);
   void ipPortEntryDel(const Wire::IpGenAddrWithMask& ipAddr);
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  // Out of line, as the key function: any use of the type, even a dynamic_cast,
+  // links the file that registers it.
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:
@@ -104,7 +106,7 @@ class VxlanStatus : public Lum::Entity {
   auto vccIpPortTableIterator() const { return vccIpPortTable_.iterator(); }
   size_t vccIpPortTableSize() const { return vccIpPortTable_.size(); }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:
@@ -131,7 +133,7 @@ class VxlanStatusDir : public Lum::Entity {
   void vxlanStatusDel(const Wire::IntfId& id);
   auto vxlanStatusIterator() const { return vxlanStatus_.iterator(); }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
+  const Lum::TypeInfo& fwkType() const override;
   static const Lum::TypeInfo& kType;
 
  private:
