@@ -6,6 +6,8 @@
 // bytes outside printable ASCII shown as \xNN.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -19,5 +21,24 @@ namespace Lum {
 std::optional<uint64_t> parseDecimal(std::string_view text);
 
 [[noreturn]] void throwMalformedText(std::string_view typeName, std::string_view text);
+
+// Splits the text of a composite value into exactly N fields at `separator`, which
+// none of the field forms may hold. Any other count of fields is malformed text of
+// `typeName`; empty fields are kept, for the fields to judge.
+template <size_t N>
+std::array<std::string_view, N> splitFields(std::string_view text, char separator,
+                                            std::string_view typeName) {
+  std::array<std::string_view, N> fields;
+  std::string_view rest = text;
+  for (size_t i = 0; i + 1 < N; ++i) {
+    const size_t at = rest.find(separator);
+    if (at == std::string_view::npos) throwMalformedText(typeName, text);
+    fields[i] = rest.substr(0, at);
+    rest.remove_prefix(at + 1);
+  }
+  if (rest.find(separator) != std::string_view::npos) throwMalformedText(typeName, text);
+  fields[N - 1] = rest;
+  return fields;
+}
 
 }  // namespace Lum
