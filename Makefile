@@ -22,6 +22,7 @@ asan-test: asan
 
 bench: build
 	./build/release/bench/r2l_frame_path_bench
+	./build/release/bench/counter_add_bench
 
 clean:
 	rm -rf build

@@ -1,5 +1,8 @@
 #include "agent/VxlanAgentCounter.h"
 
+#include "agent/SharedMemoryCounterStorage.h"
+#include "platform/MemtabMount.h"
+
 namespace Vxlan {
 
 namespace {
@@ -21,6 +24,17 @@ const Lum::TypeInfo& VxlanAgentCounter::kType =
     Lum::TypeRegistry::add(Lum::TypeInfo("Vxlan::VxlanAgentCounter", "Lum::Entity")
                                .attribute("vxlanCounter", kVxlanCounter)
                                .attribute("varpCounter", kVarpCounter));
+
+// Registered here rather than beside the storage so that any program that links the
+// entity can also mount it: this file is always linked with the entity.
+const LumMemtab::TableType& VxlanAgentCounter::kTableType = LumMemtab::TableTypes::add(
+    {"Vxlan::VxlanAgentCounter",
+     {{std::string(kVxlanCounterCollection), sizeof(uint64_t)},
+      {std::string(kVarpCounterCollection), sizeof(uint32_t)}},
+     [](const Lum::Name& name, std::shared_ptr<LumMemtab::Table> table) -> Lum::Ptr<Lum::Entity> {
+       return new VxlanAgentCounter(name,
+                                    std::make_unique<SharedMemoryCounterStorage>(std::move(table)));
+     }});
 
 VxlanAgentCounter::VxlanAgentCounter(const Lum::Name& name, std::unique_ptr<CounterStorage> storage)
     : Entity(name), storage_(std::move(storage)) {

@@ -4,9 +4,10 @@
 // The entity holds the collections "vxlanCounter" (42 unsigned 64-bit counts) and
 // "varpCounter" (39 unsigned 32-bit counts), keyed by id. Where the counts live is the
 // business of a CounterStorage: plain memory here and in tests, a shared-memory
-// table for the running agent. A read may find the storage damaged; the add
-// operations then report it through corruptionDetected() and go on from zero, so a
-// frame path never sees an exception.
+// table for the running agent (SharedMemoryCounterStorage, built when a
+// LumMemtab::Mount mounts a table of this type through kTableType). A read may find
+// the storage damaged; the add operations then report it through corruptionDetected()
+// and go on from zero, so a frame path never sees an exception.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +17,10 @@
 #include "agent/VxlanCounterId.h"
 #include "platform/Entity.h"
 #include "platform/Memtab.h"
+
+namespace LumMemtab {
+struct TableType;
+}  // namespace LumMemtab
 
 namespace Vxlan {
 
@@ -91,6 +96,9 @@ class VxlanAgentCounter : public Lum::Entity {
 
   const Lum::TypeInfo& fwkType() const override { return kType; }
   static const Lum::TypeInfo& kType;
+  // The shared-table form: 8-byte "vxlanCounter" and 4-byte "varpCounter" elements, the
+  // entity built over a SharedMemoryCounterStorage.
+  static const LumMemtab::TableType& kTableType;
 
  private:
   std::unique_ptr<CounterStorage> storage_;

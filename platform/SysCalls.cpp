@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace Lum {
@@ -112,6 +113,30 @@ int SysCalls::setrlimit(int resource, const rlimit* limit) {
 
 unsigned int SysCalls::ifNameToIndex(const char* name) {
   return ::if_nametoindex(name);
+}
+
+int SysCalls::shmOpen(const char* name, int flags, mode_t mode) {
+  return ::shm_open(name, flags, mode);
+}
+
+int SysCalls::shmUnlink(const char* name) {
+  return ::shm_unlink(name);
+}
+
+int SysCalls::ftruncate(int fd, off_t length) {
+  return ::ftruncate(fd, length);
+}
+
+int SysCalls::fstat(int fd, struct stat* st) {
+  return ::fstat(fd, st);
+}
+
+void* SysCalls::mmap(void* addr, size_t length, int prot, int flags, int fd, off_t offset) {
+  return ::mmap(addr, length, prot, flags, fd, offset);
+}
+
+int SysCalls::munmap(void* addr, size_t length) {
+  return ::munmap(addr, length);
 }
 
 SysCalls& sysCalls() {

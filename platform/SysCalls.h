@@ -2,10 +2,10 @@
 // socket, descriptor and resource calls, so that tests can make any of them fail.
 //
 // Each method has the signature and the semantics of the call it is named after:
-// it returns what the call returns and, on failure, -1 (0 for ifNameToIndex) with
-// errno set. The base class calls the real ones. A test fake derives and overrides
-// only the calls it wants to fail or observe; everything else still reaches the
-// kernel:
+// it returns what the call returns and, on failure, -1 (0 for ifNameToIndex,
+// MAP_FAILED for mmap) with errno set. The base class calls the real ones. A test fake
+// derives and overrides only the calls it wants to fail or observe; everything else
+// still reaches the kernel:
 //
 //   struct BindInUse : Lum::SysCalls {
 //     int bind(int, const sockaddr*, socklen_t) override { errno = EADDRINUSE; return -1; }
@@ -23,6 +23,7 @@
 
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <time.h>
 
@@ -65,6 +66,14 @@ class SysCalls {
   virtual int setrlimit(int resource, const rlimit* limit);
   // if_nametoindex: 0 with errno set when there is no such interface.
   virtual unsigned int ifNameToIndex(const char* name);
+
+  // Shared-memory objects and mappings.
+  virtual int shmOpen(const char* name, int flags, mode_t mode);
+  virtual int shmUnlink(const char* name);
+  virtual int ftruncate(int fd, off_t length);
+  virtual int fstat(int fd, struct stat* st);
+  virtual void* mmap(void* addr, size_t length, int prot, int flags, int fd, off_t offset);
+  virtual int munmap(void* addr, size_t length);
 };
 
 // The current service.

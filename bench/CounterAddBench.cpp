@@ -1,0 +1,74 @@
+// Cost of one counter add on the shared-memory counter table, as the frame paths of
+// the running agent make them: the seal check, one relaxed load and one relaxed store.
+// Compared with the plain-memory storage that the frame-path benchmark uses.
+//
+// The binary counts every allocation (it replaces operator new): the counter
+// "allocs/add" must read 0, and a run whose add allocates is reported as an error.
+#include <benchmark/benchmark.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include "agent/SharedMemoryCounterStorage.h"
+#include "agent/VxlanAgentCounter.h"
+#include "platform/MemtabMount.h"
+
+namespace {
+std::atomic<uint64_t> allocations{0};
+}  // namespace
+
+void* operator new(size_t n) {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  if (void* p = std::malloc(n ? n : 1)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+  std::free(p);
+}
+void operator delete(void* p, size_t) noexcept {
+  std::free(p);
+}
+
+namespace Vxlan {
+namespace {
+
+void runAdds(benchmark::State& state, VxlanAgentCounter& counter) {
+  const uint64_t before = allocations.load();
+  for (auto _ : state) {
+    counter.vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 1);
+    benchmark::ClobberMemory();
+  }
+  const uint64_t allocs = allocations.load() - before;
+  state.counters["allocs/add"] =
+      benchmark::Counter(static_cast<double>(allocs), benchmark::Counter::kAvgIterations);
+  if (allocs != 0) state.SkipWithError("the add allocated");
+}
+
+void BM_CounterAddSharedMemory(benchmark::State& state) {
+  const std::string agent = "bench" + std::to_string(::getpid());
+  const std::string object = LumMemtab::Mount::objectName(agent, kCounterTablePath);
+  {
+    LumMemtab::Mount mount(agent);
+    mount.doMount(kCounterTablePath, "Vxlan::VxlanAgentCounter", counterMountInfo());
+    auto counter = Lum::ptrCast<VxlanAgentCounter>(mount.getEntity(kCounterTablePath));
+    runAdds(state, *counter);
+  }
+  ::shm_unlink(object.c_str());
+}
+BENCHMARK(BM_CounterAddSharedMemory)->Unit(benchmark::kNanosecond);
+
+void BM_CounterAddMemory(benchmark::State& state) {
+  Lum::Ptr<VxlanAgentCounter> counter(
+      new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>()));
+  runAdds(state, *counter);
+}
+BENCHMARK(BM_CounterAddMemory)->Unit(benchmark::kNanosecond);
+
+}  // namespace
+}  // namespace Vxlan
+
+BENCHMARK_MAIN();

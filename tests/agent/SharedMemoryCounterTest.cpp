@@ -1,0 +1,154 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <sstream>
+
+#include "agent/CounterTableReader.h"
+#include "agent/SharedMemoryCounterStorage.h"
+#include "agent/VxlanAgentCounter.h"
+#include "platform/MemtabLayout.h"
+#include "platform/MemtabMount.h"
+#include "platform/Trace.h"
+#include "tests/support/SharedObjects.h"
+
+namespace Vxlan {
+namespace {
+
+using TestSupport::flipByte;
+using TestSupport::SharedObjectGuard;
+using TestSupport::uniqueAgentName;
+
+// The agent's mount of its counter table.
+struct MountedCounters {
+  explicit MountedCounters(const std::string& agent,
+                           const LumMemtab::MountInfo& info = counterMountInfo())
+      : mount(agent) {
+    mount.doMount(kCounterTablePath, "Vxlan::VxlanAgentCounter", info);
+    counter = Lum::ptrCast<VxlanAgentCounter>(mount.getEntity(kCounterTablePath));
+  }
+  SharedMemoryCounterStorage& storage() const {
+    return dynamic_cast<SharedMemoryCounterStorage&>(counter->storage());
+  }
+  LumMemtab::Mount mount;
+  Lum::Ptr<VxlanAgentCounter> counter;
+};
+
+// r2lRxFrames and vxlanArpRx as a child process reads them, or ~0 when it failed.
+uint64_t readInChild(const std::string& agent) {
+  int fds[2];
+  if (::pipe(fds) != 0) return ~0ull;
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::close(fds[0]);
+    uint64_t counts[2] = {~0ull, ~0ull};
+    try {
+      const CounterTablesReading r = CounterTableReader(agent).counts();
+      counts[0] = r.vxlan.at(static_cast<size_t>(VxlanCounterId::r2lRxFrames)).count;
+      counts[1] = r.varp.at(static_cast<size_t>(VarpCounterId::vxlanArpRx)).count;
+    } catch (...) {
+    }
+    const bool sent = ::write(fds[1], counts, sizeof counts) == sizeof counts;
+    ::_exit(sent ? 0 : 1);
+  }
+  ::close(fds[1]);
+  uint64_t counts[2] = {~0ull, ~0ull};
+  const bool got = ::read(fds[0], counts, sizeof counts) == sizeof counts;
+  ::close(fds[0]);
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return got && counts[1] == 7 ? counts[0] : ~0ull;
+}
+
+// Guards the whole chain of the running agent: the mount gives a counter table over
+// fresh zeroed shared memory, its adds reach a read-only reader in this process and in
+// another one, and the counts outlive the mapping.
+TEST(SharedMemoryCounterTest, MountedCountsAreSharedAndOutliveTheMount) {
+  const std::string agent = uniqueAgentName("shared");
+  SharedObjectGuard guard(LumMemtab::Mount::objectName(agent, kCounterTablePath));
+  EXPECT_EQ(guard.name(), "/vxrelay-" + agent + "-vxlan-counter");
+  {
+    MountedCounters m(agent);
+    ASSERT_TRUE(m.counter);
+    const CounterTablesReading fresh = CounterTableReader(agent).counts();
+    ASSERT_EQ(fresh.vxlan.size(), kVxlanCounterIds);
+    ASSERT_EQ(fresh.varp.size(), kVarpCounterIds);
+    for (const auto& c : fresh.vxlan) EXPECT_EQ(c.count, 0u) << c.name;
+    for (const auto& c : fresh.varp) EXPECT_EQ(c.count, 0u) << c.name;
+
+    m.counter->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 2);
+    m.counter->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 3);
+    for (int i = 0; i < 7; ++i) m.counter->varpCounterAdd(VarpCounterId::vxlanArpRx);
+    const CounterTablesReading r = CounterTableReader(agent).counts();
+    EXPECT_EQ(r.vxlan[12].id, VxlanCounterId::r2lRxFrames);
+    EXPECT_EQ(r.vxlan[12].name, "r2lRxFrames");
+    EXPECT_EQ(r.vxlan[12].count, 5u);
+    EXPECT_EQ(r.varp[7].name, "vxlanArpRx");
+    EXPECT_EQ(r.varp[7].count, 7u);
+    EXPECT_EQ(readInChild(agent), 5u);
+  }
+  MountedCounters again(agent);
+  EXPECT_EQ(again.counter->vxlanCounter(VxlanCounterId::r2lRxFrames).count, 5u);
+  EXPECT_EQ(again.counter->varpCounter(VarpCounterId::vxlanArpRx).count, 7u);
+}
+
+// Guards the damaged-header path on the agent side: the add reports the damage once
+// (counted, traced), restarts its slot from zero and repairs the header, so the reader
+// that refused the table reads it again.
+TEST(SharedMemoryCounterTest, DamagedHeaderIsReportedOnceAndRepaired) {
+  const std::string agent = uniqueAgentName("damage");
+  SharedObjectGuard guard(LumMemtab::Mount::objectName(agent, kCounterTablePath));
+  MountedCounters m(agent);
+  CounterTableReader reader(agent);
+  m.counter->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 500);
+
+  flipByte(guard.name(), 1, 0x20);
+  EXPECT_THROW(reader.counts(), Memtab::CorruptionDetectedException);
+  std::ostringstream trace;
+  Lum::coverageStreamIs(&trace);
+  m.counter->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 3);
+  Lum::coverageStreamIs(nullptr);
+  EXPECT_EQ(m.storage().corruptions(), 1u);
+  EXPECT_NE(m.storage().lastCorruption().find("bad magic"), std::string::npos);
+  EXPECT_NE(trace.str().find("RootPathBase::Lum"), std::string::npos) << trace.str();
+  EXPECT_NE(trace.str().find("bad magic"), std::string::npos) << trace.str();
+  EXPECT_EQ(reader.counts().vxlan[12].count, 3u);
+  m.counter->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 1);
+  EXPECT_EQ(m.storage().corruptions(), 1u);
+
+  m.counter->varpCounterAdd(VarpCounterId::arpDiscarded);
+  flipByte(guard.name(), offsetof(LumMemtab::TableHeader, headerChecksum) + 2, 1);
+  EXPECT_THROW(CounterTableReader{agent}, Memtab::CorruptionDetectedException);
+  m.counter->varpCounterAdd(VarpCounterId::arpDiscarded);
+  EXPECT_EQ(m.storage().corruptions(), 2u);
+  EXPECT_NE(m.storage().lastCorruption().find("header checksum"), std::string::npos);
+  const CounterTablesReading r = reader.counts();
+  EXPECT_EQ(r.varp[37].count, 1u);
+  EXPECT_EQ(r.vxlan[12].count, 4u);
+}
+
+// Guards against counts of an earlier table of another geometry being read under the
+// wrong ids: such a table is zeroed at mount; a reader refuses a table that is missing.
+TEST(SharedMemoryCounterTest, TableOfAnotherGeometryIsZeroedAtMount) {
+  const std::string agent = uniqueAgentName("geometry");
+  SharedObjectGuard guard(LumMemtab::Mount::objectName(agent, kCounterTablePath));
+  EXPECT_THROW(CounterTableReader{agent}, Lum::ErrnoException);
+  {
+    LumMemtab::MountInfo older = counterMountInfo();
+    older.collectionInfoIs(kVxlanCounterCollection, 40);
+    MountedCounters m(agent, older);
+    m.counter->vxlanCounterAdd(VxlanCounterId::l2rRxFrames, 9);
+    m.counter->varpCounterAdd(VarpCounterId::arpCacheUpdated);
+    m.counter->vxlanCounterAdd(VxlanCounterId::l2rArpHerDrops, 1);  // beyond the table
+    EXPECT_EQ(m.counter->vxlanCounter(VxlanCounterId::l2rArpHerDrops).count, 0u);
+    EXPECT_EQ(CounterTableReader(agent).counts().vxlan.size(), 40u);
+  }
+  MountedCounters m(agent);
+  const CounterTablesReading r = CounterTableReader(agent).counts();
+  EXPECT_EQ(r.vxlan.size(), kVxlanCounterIds);
+  EXPECT_EQ(r.vxlan[1].count, 0u);
+  EXPECT_EQ(r.varp[0].count, 0u);
+}
+
+}  // namespace
+}  // namespace Vxlan
