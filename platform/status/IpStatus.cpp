@@ -13,7 +13,8 @@ const Lum::TypeInfo& IpIntfStatus::kType = Lum::TypeRegistry::add(
                                 &IpIntfStatus::activeSecondaryWithMaskDel>())
         .attribute("activeVirtualAddrWithMask", kActiveVirtualAddrWithMask,
                    Lum::textAttr<&IpIntfStatus::activeVirtualAddrWithMask,
-                                 &IpIntfStatus::activeVirtualAddrWithMaskIs>()));
+                                 &IpIntfStatus::activeVirtualAddrWithMaskIs>())
+        .attribute("vrf", kVrf, Lum::textAttr<&IpIntfStatus::vrf, &IpIntfStatus::vrfIs>()));
 
 const Lum::TypeInfo& VrfIpIntfStatus::kType = Lum::TypeRegistry::add(
     Lum::TypeInfo("Ip::VrfIpIntfStatus", "Lum::Entity")

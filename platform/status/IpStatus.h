@@ -21,6 +21,7 @@ class IpIntfStatus : public Lum::Entity {
     kActiveAddrWithMask = Entity::kAttrEnd,
     kActiveSecondaryWithMask,
     kActiveVirtualAddrWithMask,
+    kVrf,
     kAttrEnd
   };
 
@@ -30,6 +31,7 @@ class IpIntfStatus : public Lum::Entity {
     virtual void onActiveSecondaryWithMask(const Wire::IpAddrWithMask&) {}
     virtual void onActiveSecondaryWithMask() {}
     virtual void onActiveVirtualAddrWithMask() {}
+    virtual void onVrf() {}
   };
 
   explicit IpIntfStatus(const Wire::IntfId& id)
@@ -69,6 +71,11 @@ class IpIntfStatus : public Lum::Entity {
                                                         kActiveVirtualAddrWithMask);
   }
 
+  // The VRF the interface is configured in; empty for the default VRF. Virtual ARP
+  // finds the VRF of a VLAN through its "Vlan<n>" interface here.
+  const L3::VrfName& vrf() const { return vrf_; }
+  void vrfIs(const L3::VrfName& v) { attrIs<&NotifieeConst::onVrf>(vrf_, v, kVrf); }
+
   const Lum::TypeInfo& fwkType() const override { return kType; }
   static const Lum::TypeInfo& kType;
 
@@ -77,6 +84,7 @@ class IpIntfStatus : public Lum::Entity {
   Wire::IpAddrWithMask activeAddrWithMask_;
   Lum::ValueMap<Wire::IpAddrWithMask, bool> activeSecondaryWithMask_;
   Wire::IpAddrWithMask activeVirtualAddrWithMask_;
+  L3::VrfName vrf_;
 };
 
 // The IP interfaces of one VRF.
@@ -120,6 +128,9 @@ class Status : public Lum::Entity {
   };
 
   explicit Status(const Lum::Name& name) : Entity(name) {}
+
+  // The name under which the default VRF appears in `vrfIpIntfStatus`.
+  static L3::VrfName defaultVrf() { return L3::VrfName("default"); }
 
   Lum::Ptr<IpIntfStatus> ipIntfStatus(const Wire::IntfId& id) const { return ipIntfStatus_(id); }
   Lum::Ptr<IpIntfStatus> ipIntfStatusIs(const Wire::IntfId& id);

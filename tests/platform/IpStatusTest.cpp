@@ -57,6 +57,8 @@ TEST(IpStatusTest, InterfacesAndAddressesByText) {
   EXPECT_EQ(watch->events,
             (std::vector<std::string>{"10.1.0.1/24", "10.2.0.1/24", "10.1.0.1/24", "virtual"}));
   EXPECT_THROW(intf->attributeIs("activeAddrWithMask", "10.0.0.1"), Lum::RangeException);
+  intf->attributeIs("vrf", "red");
+  EXPECT_EQ(vlan10->vrf(), L3::VrfName("red"));
 
   ref.entryIs("vrfIpIntfStatus", "red", "");
   ref.element("vrfIpIntfStatus", "red")->entryIs("ipIntfStatus", "Vlan10", "");
