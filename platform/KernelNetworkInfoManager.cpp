@@ -189,6 +189,7 @@ int Manager::openSocket() {
 
 void Manager::closeSocket() noexcept {
   if (reader_) {
+    // A reaction an activity still holds queued finds no manager and does nothing.
     reader_->managerIs(nullptr);
     reader_->isRegisteredNotifieeIs(false);
   }
@@ -291,7 +292,8 @@ void Manager::handleMessage(const nlmsghdr* nlh) {
       if (ofDump) {
         const bool whole = nlh->nlmsg_len >= mnl_nlmsg_size(sizeof(nlmsgerr));
         const auto* e = static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(nlh));
-        handleDumpError(whole ? -e->error : EPROTO);
+        // Error 0 is an acknowledgement, which a dump request does not ask for.
+        if (!whole || e->error != 0) handleDumpError(whole ? -e->error : EPROTO);
       }
       return;
     case RTM_NEWLINK:
@@ -345,7 +347,7 @@ void Manager::handleDumpEnd(bool interrupted) {
     for (Wire::IfIndex i : vanished) linkDel(i);
     dumpFailures_ = 0;
   }
-  LUM_TRACE(traceKni, 5,
+  LUM_TRACE(traceKni, 6,
             "Manager(" << ns_ << "): dump " << dumpSeq_ << (complete ? " done, " : " interrupted, ")
                        << root_->interfaceCount() << " devices");
   dumpSeq_ = 0;

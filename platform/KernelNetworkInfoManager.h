@@ -28,8 +28,8 @@
 // Failures in the constructor (no such namespace, no socket) throw
 // Lum::ErrnoException naming the step; failures on the loop are traced at level 1 of
 // the facility "KernelNetworkInfo" and the manager goes on. Level 5 traces each
-// device added, changed or removed; level 8 handler entry. The system calls go
-// through Lum::sysCalls(), so tests can put a scripted kernel in their place.
+// device added, changed or removed; level 6 the end of each dump; level 8 handler entry. The system
+// calls go through Lum::sysCalls(), so tests can put a scripted kernel in their place.
 #pragma once
 
 #include <cstdint>
