@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <net/if.h>
+#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -103,8 +104,16 @@ int SysCalls::sendmmsg(int fd, mmsghdr* msgs, unsigned int count, int flags) {
   return ::sendmmsg(fd, msgs, count, flags);
 }
 
+int SysCalls::open(const char* path, int flags, mode_t mode) {
+  return ::open(path, flags, mode);
+}
+
 int SysCalls::unlink(const char* path) {
   return ::unlink(path);
+}
+
+int SysCalls::setns(int fd, int nstype) {
+  return ::setns(fd, nstype);
 }
 
 int SysCalls::setrlimit(int resource, const rlimit* limit) {

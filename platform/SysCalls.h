@@ -61,8 +61,11 @@ class SysCalls {
   virtual ssize_t sendmsg(int fd, const msghdr* msg, int flags);
   virtual int sendmmsg(int fd, mmsghdr* msgs, unsigned int count, int flags);
 
-  // Files, limits and interfaces.
+  // Files, limits, namespaces and interfaces.
+  virtual int open(const char* path, int flags, mode_t mode);
   virtual int unlink(const char* path);
+  // setns(2): moves the calling thread into the namespace that `fd` refers to.
+  virtual int setns(int fd, int nstype);
   virtual int setrlimit(int resource, const rlimit* limit);
   // if_nametoindex: 0 with errno set when there is no such interface.
   virtual unsigned int ifNameToIndex(const char* name);

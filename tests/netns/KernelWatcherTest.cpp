@@ -1,0 +1,157 @@
+// KernelNetworkInfo::Manager against the real kernel, in a network namespace made for
+// the test and removed after it (on failure too). Devices are made with `ip -n`, so
+// the host's own interfaces are never touched. Needs root; skipped without it.
+#include <linux/if.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/KernelNetworkInfoManager.h"
+
+namespace KernelNetworkInfo {
+namespace {
+
+bool sh(const std::string& command) {
+  const int status = std::system((command + " >/dev/null 2>&1").c_str());
+  return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// A named namespace for the life of the object.
+class ScopedNetns {
+ public:
+  explicit ScopedNetns(std::string name) : name_(std::move(name)) {
+    created_ = sh("ip netns add " + name_);
+  }
+  ~ScopedNetns() {
+    if (created_) sh("ip netns del " + name_);
+  }
+  ScopedNetns(const ScopedNetns&) = delete;
+  ScopedNetns& operator=(const ScopedNetns&) = delete;
+  bool created() const { return created_; }
+  const std::string& name() const { return name_; }
+
+ private:
+  std::string name_;
+  bool created_ = false;
+};
+
+ino_t ownNamespace() {
+  struct stat st {};
+  return ::stat("/proc/thread-self/ns/net", &st) == 0 ? st.st_ino : 0;
+}
+
+class KernelWatcherTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) {
+      GTEST_SKIP() << "creating a network namespace needs root; CI runs these as root";
+    }
+    ns_ = std::make_unique<ScopedNetns>("vxr-kni-" + std::to_string(::getpid()));
+    ASSERT_TRUE(ns_->created()) << "ip netns add " << ns_->name() << " failed";
+    const ino_t home = ownNamespace();
+    manager_ = std::make_unique<Manager>(nullptr, root_, Wire::NamespaceName(ns_->name()), loop_);
+    ASSERT_EQ(ownNamespace(), home) << "the thread was left in the test namespace";
+  }
+  void TearDown() override {
+    manager_.reset();
+    ns_.reset();
+  }
+
+  bool ip(const std::string& args) { return sh("ip -n " + ns_->name() + " " + args); }
+  // Many commands in one ip process, so that their events come in one burst.
+  bool ipBatch(const std::string& lines) {
+    const std::string file = "/tmp/" + ns_->name() + ".batch";
+    FILE* f = std::fopen(file.c_str(), "w");
+    if (!f) return false;
+    const bool written = std::fputs(lines.c_str(), f) >= 0;
+    const bool closed = std::fclose(f) == 0;
+    const bool ran = written && closed && ip("-batch " + file);
+    std::remove(file.c_str());
+    return ran;
+  }
+  // Runs the loop until `done` holds, for at most about five seconds.
+  bool runUntil(const std::function<bool()>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!done()) {
+      if (std::chrono::steady_clock::now() > deadline) return false;
+      loop_.runOnce(0.05);
+    }
+    return true;
+  }
+  Lum::Ptr<Interface> byName(const char* n) const { return root_->interfaceByName(n); }
+
+  Lum::EventLoop loop_;
+  Lum::Ptr<Root> root_{new Root("kernel")};
+  std::unique_ptr<ScopedNetns> ns_;
+  std::unique_ptr<Manager> manager_;
+};
+
+// Guards the whole path on a real kernel: the socket watches the test namespace and
+// not the host's, and additions, renames, flag changes and removals all reach the root.
+TEST_F(KernelWatcherTest, FollowsDevicesOfItsNamespace) {
+  ASSERT_EQ(root_->interfaceCount(), 1u) << "a new namespace holds only lo";
+  ASSERT_TRUE(byName("lo"));
+
+  ASSERT_TRUE(ip("link add vxk0 type veth peer name vxk1"));
+  ASSERT_TRUE(runUntil([&] { return byName("vxk0") && byName("vxk1"); }));
+  EXPECT_FALSE(sh("ip link show vxk0")) << "the device appeared in the host's namespace";
+  Lum::Ptr<Interface> vxk0 = byName("vxk0");
+  EXPECT_FALSE(vxk0->hwAddr().isZero());
+  EXPECT_EQ(vxk0->flags() & IFF_UP, 0u);
+  EXPECT_EQ(root_->interface(vxk0->ifindex()), vxk0);
+
+  Lum::Ptr<Interface> vxk1 = byName("vxk1");
+  ASSERT_TRUE(ip("link set vxk1 name vxk9"));
+  ASSERT_TRUE(runUntil([&] { return !byName("vxk1") && byName("vxk9"); }));
+  EXPECT_EQ(byName("vxk9"), vxk1);
+
+  ASSERT_TRUE(ip("link set vxk0 mtu 1400 up"));
+  ASSERT_TRUE(runUntil([&] { return (vxk0->flags() & IFF_UP) != 0 && vxk0->mtu() == 1400; }));
+
+  ASSERT_TRUE(ip("link del vxk0"));  // takes its peer with it
+  ASSERT_TRUE(runUntil([&] { return !byName("vxk0") && !byName("vxk9"); }));
+  EXPECT_FALSE(root_->interface(vxk0->ifindex()));
+  EXPECT_EQ(root_->interfaceCount(), 1u);
+}
+
+// Guards the resync on a real kernel: with a socket queue too small for a burst of
+// events the kernel reports ENOBUFS, and the dumps that follow still bring the root
+// to the namespace's state, for a burst of additions and one of removals.
+TEST_F(KernelWatcherTest, ResyncsAfterLostEvents) {
+  const int tiny = 1;  // the kernel raises it to its minimum, a few kilobytes
+  ASSERT_EQ(::setsockopt(manager_->descriptor(), SOL_SOCKET, SO_RCVBUF, &tiny, sizeof tiny), 0);
+  constexpr size_t kPairs = 16;
+  std::string add;
+  std::string del;
+  for (size_t i = 0; i < kPairs; ++i) {
+    const std::string n = std::to_string(i);
+    add += "link add vxa" + n + " type veth peer name vxb" + n + "\n";
+    del += "link del vxa" + n + "\n";
+  }
+  const uint64_t first = manager_->dumpRequests();
+  ASSERT_TRUE(ipBatch(add));
+  ASSERT_TRUE(runUntil([&] {
+    return root_->interfaceCount() == 1 + 2 * kPairs && !manager_->dumpInProgress();
+  })) << root_->interfaceCount()
+      << " devices";
+  EXPECT_GT(manager_->dumpRequests(), first) << "no events were lost: the resync went untried";
+
+  const uint64_t second = manager_->dumpRequests();
+  ASSERT_TRUE(ipBatch(del));
+  ASSERT_TRUE(runUntil([&] { return root_->interfaceCount() == 1 && !manager_->dumpInProgress(); }))
+      << root_->interfaceCount() << " devices";
+  EXPECT_GT(manager_->dumpRequests(), second) << "no events were lost: the resync went untried";
+  EXPECT_TRUE(byName("lo"));
+}
+
+}  // namespace
+}  // namespace KernelNetworkInfo
