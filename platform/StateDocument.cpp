@@ -170,7 +170,7 @@ void StateDocument::check(const json& content, const Lum::TypeInfo& type, const 
 
 void StateDocument::apply(const json& content, Lum::Entity& entity, const std::string& path) {
   // The entity's reactors may drop the last outside reference while they react.
-  Lum::Ptr<Lum::Entity> keep(&entity);
+  Lum::KeepAlive keep(&entity);
   for (const auto& [name, value] : content.items()) {
     const Lum::AttributeInfo* a = entity.fwkType().attribute(name);
     if (!a) throw StateError(path + "/" + name, "no attribute " + name);
