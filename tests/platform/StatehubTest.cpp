@@ -64,6 +64,9 @@ TEST_F(StatehubTest, MountGroupCompletesOnTheLoopWithEntitiesAtTheirPaths) {
   EXPECT_EQ(g->status(), mountInProgress_);
   EXPECT_FALSE(em->getEntity("vxlan/vtiDir"));
   EXPECT_THROW(g->doMount("r", "Lum::Dir", "late"), Lum::RangeException);
+  ASSERT_EQ(g->mounts().size(), 3u);
+  EXPECT_EQ(g->mounts()[1],
+            (MountGroup::Mount{"wc", "Lum::Dir", "cell/1/agent/commandRequest/vxlan"}));
   g = nullptr;  // the group lives on until its outcome is delivered
 
   loop.runOnce(0);
