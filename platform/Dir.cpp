@@ -2,9 +2,32 @@
 
 namespace Lum {
 
+namespace {
+// The entries by name, for the generic interface: they can be read, reached and
+// removed, but not created, since the type of an entry is not the directory's to choose.
+TextAccess entityAccess() {
+  TextAccess a;
+  a.kind = AttrKind::collection;
+  a.checkKey = [](std::string_view name) {
+    if (name.empty()) throwRangeException("empty entity name");
+  };
+  a.elementType = [] { return &Entity::kType; };
+  a.keys = [](const Entity& e) {
+    std::vector<std::string> keys;
+    for (const Name& n : static_cast<const Dir&>(e).entityNames()) keys.emplace_back(n.view());
+    return keys;
+  };
+  a.element = [](const Entity& e, std::string_view name) {
+    return static_cast<const Dir&>(e).entity(Name(name));
+  };
+  a.entryDel = [](Entity& e, std::string_view name) { static_cast<Dir&>(e).entityDel(Name(name)); };
+  return a;
+}
+}  // namespace
+
 const TypeInfo& Dir::kType =
     TypeRegistry::add(TypeInfo("Lum::Dir", "Lum::Entity")
-                          .attribute("entity", kEntity)
+                          .attribute("entity", kEntity, entityAccess())
                           .constructor({"name"}, [](const TypeInfo::Args& a) -> Ptr<Entity> {
                             return Ptr<Entity>(new Dir(Name(a[0].second)));
                           }));

@@ -1,5 +1,7 @@
 // Lum::Dir: a directory of entities by name. Entering an entity makes the directory
 // its parent; a name taken by another entity is refused with a name-in-use exception.
+// Through the generic interface the entries are the collection "entity": readable,
+// reachable by name and removable, but not created (their type is the writer's).
 #pragma once
 
 #include <map>

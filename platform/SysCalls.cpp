@@ -62,6 +62,14 @@ int SysCalls::getsockopt(int fd, int level, int name, void* value, socklen_t* le
   return ::getsockopt(fd, level, name, value, len);
 }
 
+int SysCalls::listen(int fd, int backlog) {
+  return ::listen(fd, backlog);
+}
+
+int SysCalls::accept4(int fd, sockaddr* addr, socklen_t* len, int flags) {
+  return ::accept4(fd, addr, len, flags);
+}
+
 ssize_t SysCalls::read(int fd, void* buf, size_t len) {
   return ::read(fd, buf, len);
 }

@@ -46,6 +46,8 @@ class SysCalls {
   virtual int getsockname(int fd, sockaddr* addr, socklen_t* len);
   virtual int setsockopt(int fd, int level, int name, const void* value, socklen_t len);
   virtual int getsockopt(int fd, int level, int name, void* value, socklen_t* len);
+  virtual int listen(int fd, int backlog);
+  virtual int accept4(int fd, sockaddr* addr, socklen_t* len, int flags);
 
   // Data.
   virtual ssize_t read(int fd, void* buf, size_t len);
