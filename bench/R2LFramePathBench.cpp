@@ -48,7 +48,8 @@ void BM_R2LCheckAndRewrite(benchmark::State& state) {
   Lum::Ptr<VniToVlanMaps> maps(new VniToVlanMaps("vniToVlanMaps"));
   Lum::Ptr<VxlanAgentCounter> counter(
       new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>()));
-  Lum::Ptr<Remote2LocalForwarderSm> parent(new Remote2LocalForwarderSm(maps, counter));
+  Lum::Ptr<Remote2LocalForwarderSm> parent(
+      new Remote2LocalForwarderSm(Remote2LocalForwarderSm::inputs(maps, counter)));
   Lum::Ptr<Remote2LocalForwarderSm::LumVtiStatusSm> sm(
       new Remote2LocalForwarderSm::LumVtiStatusSm(nullptr, status, parent.ptr()));
   maps->vtiVniToVlanMap(status->intfId())->vniToVlanMapIs(Vni(5000), Bridging::VlanIdOrNone(10));

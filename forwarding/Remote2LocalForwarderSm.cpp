@@ -45,10 +45,6 @@ socklen_t testAddress(sockaddr_un& addr, const char* format) {
 #define R2L_TRACE(level, message) \
   LUM_TRACE(trace, level, "R2LSm(" << intfId_ << ")::" << __func__ << message)
 
-Remote2LocalForwarderSm::Remote2LocalForwarderSm(const Lum::Ptr<VniToVlanMaps>& vniToVlanMaps,
-                                                 const Lum::Ptr<VxlanAgentCounter>& vxAgentCounter)
-    : vniToVlanMaps_(vniToVlanMaps), vxAgentCounter_(vxAgentCounter) {}
-
 Remote2LocalForwarderSm::LumVtiStatusSm::LumVtiStatusSm(
     const Lum::Ptr<Lum::ActivityConfig>& activity, const Lum::Ptr<const VtiStatus>& status,
     Remote2LocalForwarderSm* parent)

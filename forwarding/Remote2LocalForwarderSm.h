@@ -17,8 +17,8 @@
 #include "platform/FileDescriptor.h"
 #include "platform/Instance.h"
 #include "platform/Reactor.h"
-#include "platform/status/VniToVlanMaps.h"
-#include "platform/status/VtiStatus.h"
+#include "platform/status/KernelNetworkInfo.h"
+#include "platform/status/StatusModel.h"
 
 namespace Vxlan {
 
@@ -26,15 +26,37 @@ class Remote2LocalForwarderSm : public Lum::VFPtrInterface {
  public:
   class LumVtiStatusSm;
 
-  Remote2LocalForwarderSm(const Lum::Ptr<VniToVlanMaps>& vniToVlanMaps,
-                          const Lum::Ptr<VxlanAgentCounter>& vxAgentCounter);
+  // The constructor's inputs, in order.
+  struct Inputs {
+    Lum::Ptr<VtiStatusDir> vtiStatusDir;
+    Lum::Ptr<VxlanHwStatusDir> vxHwStatusDir;
+    Lum::Ptr<Routing::Igmp::Application::Config> igmpConfig;
+    Lum::Ptr<Routing::Pim::Application::Config> pimConfig;
+    Lum::Ptr<const BumStatus> vxBumStatus;
+    Lum::Ptr<VniToVlanMaps> vniToVlanMaps;
+    Lum::Ptr<const KernelNetworkInfo::Root> kernelNetInfoRoot;
+    Lum::Ptr<VxlanAgentCounter> vxAgentCounter;
+    Lum::Ptr<const Mlag::Status> mlagStatus;
+    bool operator==(const Inputs&) const = default;
+  };
 
-  const Lum::Ptr<VniToVlanMaps>& vniToVlanMaps() const { return vniToVlanMaps_; }
-  VxlanAgentCounter* vxAgentCounter() const { return vxAgentCounter_.ptr(); }
+  // The per-VTI machines that follow the tunnel interface directory come with the
+  // direction's lifecycle; today a machine is built around a status by its user.
+  explicit Remote2LocalForwarderSm(const Inputs& inputs) : inputs_(inputs) {}
+  // The inputs that the frame path needs, the others empty: for tests and benchmarks.
+  static Inputs inputs(const Lum::Ptr<VniToVlanMaps>& maps,
+                       const Lum::Ptr<VxlanAgentCounter>& counter) {
+    Inputs in;
+    in.vniToVlanMaps = maps;
+    in.vxAgentCounter = counter;
+    return in;
+  }
+
+  const Lum::Ptr<VniToVlanMaps>& vniToVlanMaps() const { return inputs_.vniToVlanMaps; }
+  VxlanAgentCounter* vxAgentCounter() const { return inputs_.vxAgentCounter.ptr(); }
 
  private:
-  Lum::Ptr<VniToVlanMaps> vniToVlanMaps_;
-  Lum::Ptr<VxlanAgentCounter> vxAgentCounter_;
+  Inputs inputs_;
 };
 
 class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {

@@ -97,6 +97,8 @@ void MountGroup::complete() {
   if (!em_) return;  // the manager is gone: there is nothing to mount into
   status_ = em_->mount(mounts_, error_);
   if (status_ != mountSuccess_) LUM_TRACE(traceStatehub, 1, "mount group failed: " << error_);
+  // The observer first: a mounter that throws on failure must not hide it.
+  if (em_->mountStatusObserver_) em_->mountStatusObserver_(status_, error_);
   if (mounter_) mounter_->doMountsComplete(status_, *em_);
 }
 
@@ -236,7 +238,7 @@ void EntityManager::stateFileIs(const std::string& path) {
   text << in.rdbuf();
   json doc;
   try {
-    doc = json::parse(text.str());
+    doc = json::parse(text.str(), nullptr, true, /*ignore_comments=*/true);
   } catch (const json::exception& e) {
     throw StateError(path, e.what());
   }

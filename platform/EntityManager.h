@@ -38,6 +38,8 @@
 // ("Ethernet1/1").
 #pragma once
 
+#include <functional>
+
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -140,6 +142,11 @@ class EntityManager : public Lum::VFPtrInterface {
   // A path as the database keys it: without trailing slashes.
   static std::string normalizedPath(std::string_view path);
 
+  // Told the outcome of every mount group, before its mounter is: the host ends the
+  // process on a failed mount.
+  using MountStatusObserver = std::function<void(MountStatus, const std::string& error)>;
+  void mountStatusObserverIs(MountStatusObserver o) { mountStatusObserver_ = std::move(o); }
+
  private:
   friend class MountGroup;
   struct MountPoint {
@@ -158,6 +165,7 @@ class EntityManager : public Lum::VFPtrInterface {
   // nothing names. The directory type, which agents mount for their command requests,
   // is named here so that its registration is always linked in.
   const Lum::TypeInfo* dirType_;
+  MountStatusObserver mountStatusObserver_;
 };
 
 }  // namespace Statehub

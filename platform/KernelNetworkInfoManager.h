@@ -53,7 +53,7 @@ namespace KernelNetworkInfo {
 // given) for a message that is too short, has index 0 or lacks a usable name.
 std::optional<InterfaceState> parseLink(const nlmsghdr* nlh, std::string* fault = nullptr);
 
-class Manager {
+class Manager : public Lum::VFPtrInterface {
  public:
   static constexpr size_t kReceiveBufferBytes = 64 * 1024;
   // Asked of the kernel for the socket's queue, so that bursts of events (a bridge

@@ -80,7 +80,8 @@ class R2LFixture : public ::testing::Test {
   Lum::Ptr<VniToVlanMaps> maps_{new VniToVlanMaps("vniToVlanMaps")};
   Lum::Ptr<VxlanAgentCounter> counter_{
       new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>())};
-  Lum::Ptr<Remote2LocalForwarderSm> parent_{new Remote2LocalForwarderSm(maps_, counter_)};
+  Lum::Ptr<Remote2LocalForwarderSm> parent_{
+      new Remote2LocalForwarderSm(Remote2LocalForwarderSm::inputs(maps_, counter_))};
   Lum::Ptr<Remote2LocalForwarderSm::LumVtiStatusSm> sm_;
   Lum::Ptr<Lum::FileDescriptor> fd_{new Lum::FileDescriptor("VxlanR2LSmMulticast", loop_)};
 };

@@ -1,0 +1,128 @@
+// vxrelayctl: the operator's tool for a running vxrelay agent.
+//
+//   vxrelayctl counters [--json]          both counter tables, from shared memory
+//   vxrelayctl clear vxlan|varp           zero a table through the command channel
+//   vxrelayctl state get PATH             an entity of the state database, as JSON
+//   vxrelayctl state apply FILE           apply a state document (all or nothing)
+//   vxrelayctl trace decode FILE          a trace ring file as text, oldest first
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+#include "agent/CounterTableReader.h"
+#include "platform/ControlClient.h"
+#include "platform/RingLog.h"
+
+namespace {
+
+using nlohmann::json;
+
+struct Options {
+  std::string agent = "vxrelay";
+  std::string control = "/run/vxrelay/vxrelay.sock";
+  std::string cell = "cell/1";
+};
+
+int printCounters(const Options& o, bool asJson) {
+  const Vxlan::CounterTablesReading r = Vxlan::CounterTableReader(o.agent).counts();
+  if (asJson) {
+    json out = {{"vxlanCounter", json::array()}, {"varpCounter", json::array()}};
+    for (const auto& c : r.vxlan) {
+      out["vxlanCounter"].push_back({{"id", int(c.id)}, {"name", c.name}, {"count", c.count}});
+    }
+    for (const auto& c : r.varp) {
+      out["varpCounter"].push_back({{"id", int(c.id)}, {"name", c.name}, {"count", c.count}});
+    }
+    std::cout << out.dump(2) << "\n";
+    return 0;
+  }
+  auto row = [](int id, std::string_view name, uint64_t count) {
+    std::cout << "  " << std::setw(3) << id << "  " << std::left << std::setw(26)
+              << (name.empty() ? "-" : name) << std::right << std::setw(20) << count << "\n";
+  };
+  std::cout << "vxlanCounter\n";
+  for (const auto& c : r.vxlan) row(int(c.id), c.name, c.count);
+  std::cout << "varpCounter\n";
+  for (const auto& c : r.varp) row(int(c.id), c.name, c.count);
+  return 0;
+}
+
+// Sends one request and prints the answer's error, if any; returns the answer.
+json request(const Options& o, const json& req) {
+  json answer = Statehub::ControlClient(o.control).request(req);
+  if (!answer.value("ok", false)) {
+    throw std::runtime_error(answer.value("error", std::string("request refused")));
+  }
+  return answer;
+}
+
+int clear(const Options& o, const std::string& table) {
+  const std::string text = table == "vxlan" ? "clear vxlan counters software" : "clearVarpCtr";
+  request(o, {{"op", "command"},
+              {"path", o.cell + "/agent/commandRequest/config/vxlan"},
+              {"type", "vxlan"},
+              {"command", text}});
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"vxrelay operator tool"};
+  app.require_subcommand(1);
+  Options o;
+  app.add_option("--agent", o.agent, "agent name (names its counter table)")->capture_default_str();
+  app.add_option("--control", o.control, "the agent host's control socket")->capture_default_str();
+  app.add_option("--cell", o.cell, "the agent's cell path")->capture_default_str();
+
+  bool asJson = false;
+  CLI::App* counters = app.add_subcommand("counters", "show both counter tables");
+  counters->add_flag("--json", asJson, "as JSON");
+
+  std::string table;
+  CLI::App* clearCmd = app.add_subcommand("clear", "zero a counter table");
+  clearCmd->add_option("table", table, "vxlan or varp")
+      ->required()
+      ->check(CLI::IsMember({"vxlan", "varp"}));
+
+  std::string path;
+  std::string file;
+  CLI::App* state = app.add_subcommand("state", "read or change the state database");
+  state->require_subcommand(1);
+  CLI::App* get = state->add_subcommand("get", "an entity as JSON");
+  get->add_option("path", path, "entity path, e.g. interface/status/eth/vxlan")->required();
+  CLI::App* apply = state->add_subcommand("apply", "apply a state document");
+  apply->add_option("file", file, "JSON state document")->required()->check(CLI::ExistingFile);
+
+  CLI::App* traceCmd = app.add_subcommand("trace", "trace ring files");
+  traceCmd->require_subcommand(1);
+  CLI::App* decode = traceCmd->add_subcommand("decode", "a ring file as text");
+  decode->add_option("file", file, "ring file (.rl)")->required()->check(CLI::ExistingFile);
+
+  CLI11_PARSE(app, argc, argv);
+  try {
+    if (*counters) return printCounters(o, asJson);
+    if (*clearCmd) return clear(o, table);
+    if (*get) {
+      std::cout << request(o, {{"op", "get"}, {"path", path}})["state"].dump(2) << "\n";
+      return 0;
+    }
+    if (*apply) {
+      std::ifstream in(file);
+      json doc = json::parse(in);
+      request(o, {{"op", "apply"}, {"state", doc}});
+      return 0;
+    }
+    if (*decode) {
+      for (const std::string& line : RingLog::decodeFile(file)) std::cout << line << "\n";
+      return 0;
+    }
+  } catch (const std::exception& e) {
+    std::cerr << "vxrelayctl: " << e.what() << "\n";
+    return 1;
+  }
+  return 0;
+}
