@@ -120,7 +120,8 @@ class EntityManager : public Lum::VFPtrInterface {
   EntityManager& operator=(const EntityManager&) = delete;
 
   Lum::EventLoop& loop() const { return *loop_; }
-  Lum::Ptr<MountGroup> getMountGroup(Mounter* mounter);
+  // Virtual so that a test can watch the groups an agent asks for.
+  virtual Lum::Ptr<MountGroup> getMountGroup(Mounter* mounter);
 
   // The entity at a mount path or deeper inside one; empty when there is none.
   Lum::Ptr<Lum::Entity> getEntity(std::string_view path) const;

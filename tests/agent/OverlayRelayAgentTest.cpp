@@ -1,0 +1,231 @@
+#include "agent/OverlayRelayAgent.h"
+
+#include <sys/resource.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "platform/ActivityManager.h"
+#include "platform/Cell.h"
+#include "platform/MemtabMount.h"
+#include "platform/RingLog.h"
+#include "platform/SysCalls.h"
+#include "tests/support/SharedObjects.h"
+
+namespace Vxlan::OverlayRelayAgent {
+namespace {
+
+using Mount = Statehub::MountGroup::Mount;
+
+// Keeps the mount groups that an agent asks for.
+struct WatchedManager : Statehub::EntityManager {
+  std::vector<Lum::Ptr<Statehub::MountGroup>> groups;
+  Lum::Ptr<Statehub::MountGroup> getMountGroup(Statehub::Mounter* m) override {
+    groups.push_back(EntityManager::getMountGroup(m));
+    return groups.back();
+  }
+};
+
+// Records the descriptor limit the agent asks for, and nothing else.
+struct LimitWatch : Lum::SysCalls {
+  rlimit asked{};
+  int setrlimit(int, const rlimit* l) override {
+    asked = *l;
+    return 0;
+  }
+};
+
+class OverlayRelayAgentTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ::setenv("RINGLOG_DISABLE", "", 1);
+    const Lum::TypeInfo* type =
+        Lum::TypeRegistry::type("Vxlan::OverlayRelayAgent::OverlayRelayAgent");
+    ASSERT_NE(type, nullptr);
+    agent_ = Lum::ptrCast<OverlayRelayAgent>(type->construct({{"name", name_}}));
+    ASSERT_TRUE(agent_);
+    agent_->entityManagerIs(em_);
+  }
+  void TearDown() override {
+    agent_ = nullptr;
+    ::unsetenv("RINGLOG_DISABLE");
+  }
+  void start() {
+    agent_->doInit();
+    for (int i = 0; i < 3; ++i) Lum::eventLoop().runOnce(0);
+  }
+  void command(const char* id, const char* text) {
+    Lum::Ptr<Agent::AgentCommandRequest> r(new Agent::AgentCommandRequest(id));
+    r->typeIs("vxlan");
+    r->commandIs(text);
+    agent_->cliRequestDir()->entityIs(r);
+  }
+  void fillCounters(uint64_t n) {
+    for (uint16_t i = 0; i < kVxlanCounterIds; ++i)
+      agent_->vxAgentCounter()->vxlanCounterIs({VxlanCounterId(i), n});
+    for (uint16_t i = 0; i < kVarpCounterIds; ++i)
+      agent_->vxAgentCounter()->varpCounterIs({VarpCounterId(i), uint32_t(n)});
+  }
+  uint64_t vxlanSum() const {
+    uint64_t s = 0;
+    for (uint16_t i = 0; i < kVxlanCounterIds; ++i)
+      s += agent_->vxAgentCounter()->vxlanCounter(VxlanCounterId(i)).count;
+    return s;
+  }
+  uint64_t varpSum() const {
+    uint64_t s = 0;
+    for (uint16_t i = 0; i < kVarpCounterIds; ++i)
+      s += agent_->vxAgentCounter()->varpCounter(VarpCounterId(i)).count;
+    return s;
+  }
+
+  std::string name_ = TestSupport::uniqueAgentName("agent");
+  TestSupport::SharedObjectGuard table_{LumMemtab::Mount::objectName(name_, "vxlan/counter")};
+  Lum::Ptr<WatchedManager> em_{new WatchedManager};
+  Lum::Ptr<OverlayRelayAgent> agent_;
+};
+
+// Guards the one constructor argument list the host may use, and its report.
+TEST_F(OverlayRelayAgentTest, BuiltByTypeNameOnly) {
+  EXPECT_EQ(agent_->name(), Lum::Name(name_));
+  const Lum::TypeInfo* type = &agent_->fwkType();
+  try {
+    type->construct({{"name", "a"}, {"cell", "b"}});
+    FAIL() << "a second argument was accepted";
+  } catch (const Lum::RangeException& e) {
+    EXPECT_EQ(std::string(e.what()).rfind("OverlayRelayAgent", 0), 0u) << e.what();
+  }
+}
+
+// Guards doInit: the descriptor limit, epoll, and the seventeen mounts with their
+// modes, types and paths, in order, as one group that completes on the loop.
+TEST_F(OverlayRelayAgentTest, InitDeclaresTheMountGroup) {
+  LimitWatch sys;
+  {
+    Lum::ScopedSysCalls scope(sys);
+    agent_->doInit();
+  }
+  EXPECT_EQ(sys.asked.rlim_cur, 5120u);
+  EXPECT_EQ(sys.asked.rlim_max, 5120u);
+  EXPECT_TRUE(Lum::ActivityFacility::activityManagerConfig().useEpoll());
+  ASSERT_EQ(em_->groups.size(), 1u);
+  EXPECT_TRUE(em_->groups[0]->closed());
+  EXPECT_FALSE(agent_->mountsComplete()) << "completion must wait for the loop";
+  const std::vector<Mount> expected = {
+      {"w", "Vxlan::VtiStatusDir", "interface/status/eth/vxlan"},
+      {"r", "Interface::EthIntfStatusDir", "interface/status/eth/intf"},
+      {"r", "Ip::Status", "ip/status"},
+      {"r", "Bridging::Config", "bridging/config"},
+      {"r", "Vxlan::VxlanHwStatusDir", "vxlan/hardware/status"},
+      {"wc", "Vxlan::VxlanStatusDir", "vxlan/status"},
+      {"wc", "VxlanController::VtepStatusDirV2", "vxlan/version2/vtepStatusDir"},
+      {"r", "Routing::Fhrp::StatusV4", "routing/fhrp/status"},
+      {"r", "Routing::Fhrp::VirtualRouterMacStatus", "routing/fhrp/vrMacStatus"},
+      {"wc", "Routing::Igmp::Application::Config", "routing/igmp/application/config/vxlan"},
+      {"wc", "Routing::Pim::Application::Config", "routing/pim/application/config/vxlan"},
+      {"ri", "Lum::Dir", "cell/1/agent/commandRequest/config/vxlan"},
+      {"wi", "Agent::AgentCommandRequestStatus", "cell/1/agent/commandRequest/status/vxlan"},
+      {"r", "Mlag::Config", "mlag/config"},
+      {"r", "Mlag::Status", "mlag/status"},
+      {"r", "Bridging::HwCapabilities", "bridging/hwcapabilities"},
+      {"r", "Ip::AllVrfStatusLocal", Cell::mountpath("ip/vrf/status/local")},
+  };
+  EXPECT_EQ(em_->groups[0]->mounts(), expected);
+}
+
+// Guards the start: every machine is built, the kernel watcher last (virtual ARP got
+// none), and the command channel is wired to the callback.
+TEST_F(OverlayRelayAgentTest, MountsCompleteBuildsTheMachines) {
+  start();
+  ASSERT_TRUE(agent_->mountsComplete());
+  ASSERT_TRUE(agent_->vxAgentCounter());
+  EXPECT_TRUE(agent_->vtiStatusDir());
+  EXPECT_TRUE(agent_->allVrfStatus());
+  ASSERT_TRUE(agent_->local2RemoteForwarderSm());
+  EXPECT_EQ(agent_->local2RemoteForwarderSm()->inputs().l2rVarpIpMacTableCol.ptr(),
+            agent_->l2rVarpIpMacTableCol());
+  ASSERT_TRUE(agent_->remote2LocalForwarderSm());
+  EXPECT_EQ(agent_->remote2LocalForwarderSm()->vniToVlanMaps().ptr(), agent_->vniToVlanMaps());
+  ASSERT_TRUE(agent_->virtualArpSm());
+  EXPECT_FALSE(agent_->virtualArpSm()->inputs().kernelNetworkInfoManager);
+  ASSERT_TRUE(agent_->kernelNetworkInfoManager());
+  EXPECT_EQ(agent_->kernelNetworkInfoManager()->root().ptr(), agent_->kernelNetworkInfoRoot());
+  EXPECT_EQ(agent_->cliRequestDirSm()->agentCommandCallback().ptr(), agent_->vxCliCallback());
+  EXPECT_EQ(agent_->cliRequestDirSm()->status(), agent_->cliRequestStatus());
+}
+
+// Guards the failed start: a mount group that fails leaves the agent without any
+// state machine and with mountsComplete false.
+TEST_F(OverlayRelayAgentTest, FailedMountBuildsNothing) {
+  Lum::Ptr<Statehub::MountGroup> other = em_->EntityManager::getMountGroup(nullptr);
+  other->doMount("r", "Lum::Dir", "mlag/status");  // taken by another type
+  other->doClose(false, "", 0.0);
+  Lum::eventLoop().runOnce(0);
+  Statehub::MountStatus seen = Statehub::mountUnknown_;
+  em_->mountStatusObserverIs([&](Statehub::MountStatus s, const std::string&) { seen = s; });
+  start();
+  EXPECT_EQ(seen, Statehub::mountFailed_);
+  EXPECT_FALSE(agent_->mountsComplete());
+  EXPECT_FALSE(agent_->local2RemoteForwarderSm());
+  EXPECT_FALSE(agent_->remote2LocalForwarderSm());
+  EXPECT_FALSE(agent_->virtualArpSm());
+  EXPECT_FALSE(agent_->vxAgentCounter());
+  EXPECT_FALSE(agent_->kernelNetworkInfoManager());
+}
+
+// Guards the commands: the exact texts only, each clearing every id of its table and
+// no other; after doCleanup a command finds no machine and changes nothing.
+TEST_F(OverlayRelayAgentTest, CommandsClearTheirTableOnly) {
+  start();
+  fillCounters(7);
+  command("1", "clear vxlan counters software ");
+  command("2", "Clear vxlan counters software");
+  command("3", "clearvarpctr");
+  EXPECT_EQ(vxlanSum(), 7u * kVxlanCounterIds);
+  EXPECT_EQ(varpSum(), 7u * kVarpCounterIds);
+  command("4", "clear vxlan counters software");
+  EXPECT_EQ(vxlanSum(), 0u);
+  EXPECT_EQ(varpSum(), 7u * kVarpCounterIds);
+  command("5", "clearVarpCtr");
+  EXPECT_EQ(varpSum(), 0u);
+
+  fillCounters(3);
+  Lum::GenericRef(Lum::Ptr<Lum::Entity>(agent_)).invoke("doCleanup");
+  EXPECT_FALSE(agent_->local2RemoteForwarderSm());
+  EXPECT_FALSE(agent_->virtualArpSm());
+  ASSERT_TRUE(agent_->vxCliCallback());
+  command("6", "clear vxlan counters software");
+  command("7", "clearVarpCtr");
+  EXPECT_EQ(vxlanSum(), 3u * kVxlanCounterIds);
+  EXPECT_EQ(varpSum(), 3u * kVarpCounterIds);
+}
+
+// Guards the ring file name: the agent's name, "-<pid>" unless RINGLOGDIR is set, and
+// ".rl"; RINGLOG_DISABLE, even empty, opens nothing.
+TEST_F(OverlayRelayAgentTest, TraceRingFile) {
+  const std::filesystem::path dir =
+      std::filesystem::temp_directory_path() / ("vxr-ring-" + std::to_string(::getpid()));
+  std::filesystem::create_directories(dir);
+  struct Cleanup {
+    std::filesystem::path dir;
+    ~Cleanup() {
+      RingLog::shutdown();
+      ::unsetenv("RINGLOGDIR");
+      std::filesystem::remove_all(dir);
+    }
+  } cleanup{dir};
+  agent_->doInit();
+  EXPECT_EQ(RingLog::traceFile(), nullptr);
+  ::unsetenv("RINGLOG_DISABLE");
+  ::setenv("RINGLOGDIR", dir.c_str(), 1);
+  Lum::Ptr<OverlayRelayAgent> second(new OverlayRelayAgent(name_ + "b"));
+  second->entityManagerIs(Lum::Ptr<Statehub::EntityManager>(new Statehub::EntityManager));
+  second->doInit();
+  ASSERT_NE(RingLog::traceFile(), nullptr);
+  EXPECT_TRUE(std::filesystem::exists(dir / (name_ + "b.rl")));
+}
+
+}  // namespace
+}  // namespace Vxlan::OverlayRelayAgent
