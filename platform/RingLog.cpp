@@ -352,16 +352,16 @@ unsigned long long asUnsigned(const Arg& a) {
 }
 
 template <class V>
-void appendFormatted(std::string& out, const std::string& spec, V v) {
+void appendFormatted(std::string& out, const std::string& directive, V v) {
   char small[128];
-  const int n = std::snprintf(small, sizeof small, spec.c_str(), v);
+  const int n = std::snprintf(small, sizeof small, directive.c_str(), v);
   if (n < 0) {
-    out += "<?" + spec + ">";
+    out += "<?" + directive + ">";
   } else if (static_cast<size_t>(n) < sizeof small) {
     out.append(small, static_cast<size_t>(n));
   } else {
     std::string big(static_cast<size_t>(n) + 1, '\0');
-    std::snprintf(big.data(), big.size(), spec.c_str(), v);
+    std::snprintf(big.data(), big.size(), directive.c_str(), v);
     out.append(big.data(), static_cast<size_t>(n));
   }
 }
@@ -416,10 +416,10 @@ std::string formatMessage(std::string_view f, const std::vector<Arg>& args, bool
       continue;
     }
     const size_t start = i++;
-    std::string spec = "%";
+    std::string directive = "%";
     bool badStar = false;
     while (i < f.size() && std::string_view("-+ #0'").find(f[i]) != std::string_view::npos) {
-      spec += f[i++];
+      directive += f[i++];
     }
     if (i < f.size() && f[i] == '*') {
       ++i;
@@ -427,10 +427,10 @@ std::string formatMessage(std::string_view f, const std::vector<Arg>& args, bool
       if (w == nullptr || !isInteger(w->type)) {
         badStar = true;
       } else {
-        spec += std::to_string(std::clamp(asSigned(*w), -kMaxFieldWidth, kMaxFieldWidth));
+        directive += std::to_string(std::clamp(asSigned(*w), -kMaxFieldWidth, kMaxFieldWidth));
       }
     } else if (i < f.size() && f[i] >= '1' && f[i] <= '9') {
-      spec += std::to_string(parseDigits(f, i));
+      directive += std::to_string(parseDigits(f, i));
     }
     if (i < f.size() && f[i] == '.') {
       ++i;
@@ -440,10 +440,10 @@ std::string formatMessage(std::string_view f, const std::vector<Arg>& args, bool
         if (p == nullptr || !isInteger(p->type)) {
           badStar = true;
         } else if (asSigned(*p) >= 0) {  // a negative precision counts as none
-          spec += "." + std::to_string(std::min(asSigned(*p), kMaxFieldWidth));
+          directive += "." + std::to_string(std::min(asSigned(*p), kMaxFieldWidth));
         }
       } else {
-        spec += "." + std::to_string(parseDigits(f, i));
+        directive += "." + std::to_string(parseDigits(f, i));
       }
     }
     while (i < f.size() && std::string_view("hlLqjzt").find(f[i]) != std::string_view::npos) ++i;
@@ -473,18 +473,18 @@ std::string formatMessage(std::string_view f, const std::vector<Arg>& args, bool
       case 'd':
       case 'i':
         if (!isInteger(a->type)) break;
-        appendFormatted(out, spec + "lld", asSigned(*a));
+        appendFormatted(out, directive + "lld", asSigned(*a));
         continue;
       case 'u':
       case 'o':
       case 'x':
       case 'X':
         if (!isInteger(a->type)) break;
-        appendFormatted(out, spec + "ll" + conv, asUnsigned(*a));
+        appendFormatted(out, directive + "ll" + conv, asUnsigned(*a));
         continue;
       case 'c':
         if (!isInteger(a->type)) break;
-        appendFormatted(out, spec + "c", static_cast<int>(asSigned(*a)));
+        appendFormatted(out, directive + "c", static_cast<int>(asSigned(*a)));
         continue;
       case 'f':
       case 'F':
@@ -495,15 +495,15 @@ std::string formatMessage(std::string_view f, const std::vector<Arg>& args, bool
       case 'a':
       case 'A':
         if (a->type != ArgType::f64) break;
-        appendFormatted(out, spec + conv, a->d);
+        appendFormatted(out, directive + conv, a->d);
         continue;
       case 's':
         if (a->type != ArgType::str) break;
-        appendFormatted(out, spec + "s", std::string(a->s).c_str());
+        appendFormatted(out, directive + "s", std::string(a->s).c_str());
         continue;
       case 'p':
         if (a->type != ArgType::ptr && a->type != ArgType::u64) break;
-        appendFormatted(out, spec + "p",
+        appendFormatted(out, directive + "p",
                         reinterpret_cast<const void*>(static_cast<uintptr_t>(a->u)));
         continue;
       default:
