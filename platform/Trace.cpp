@@ -56,13 +56,13 @@ uint32_t parseLevelRange(std::string_view s, std::string_view item) {
   return ((1u << (high + 1)) - 1) & ~((1u << low) - 1);
 }
 
-ParsedSpec parseSpec(std::string_view spec) {
+ParsedSpec parseSpec(std::string_view setting) {
   ParsedSpec parsed;
   uint32_t* current = nullptr;  // the mask a bare level list continues
-  while (!spec.empty()) {
-    const auto comma = spec.find(',');
-    const std::string_view item = trimmed(spec.substr(0, comma));
-    spec = comma == std::string_view::npos ? std::string_view() : spec.substr(comma + 1);
+  while (!setting.empty()) {
+    const auto comma = setting.find(',');
+    const std::string_view item = trimmed(setting.substr(0, comma));
+    setting = comma == std::string_view::npos ? std::string_view() : setting.substr(comma + 1);
     if (item.empty()) continue;
 
     if (isLevelList(item)) {
@@ -177,9 +177,9 @@ class TraceRegistry {
 
  private:
   TraceRegistry() {
-    if (const char* spec = std::getenv("VXRELAY_TRACE"); spec != nullptr) {
+    if (const char* setting = std::getenv("VXRELAY_TRACE"); setting != nullptr) {
       try {
-        apply(parseSpec(spec));
+        apply(parseSpec(setting));
       } catch (const Exception& e) {
         std::fprintf(stderr, "vxrelay: VXRELAY_TRACE ignored: %s\n", e.what());
       }
@@ -215,8 +215,8 @@ TraceFacility& traceFacility(std::string_view name) {
   return TraceRegistry::instance().facility(name);
 }
 
-void traceSpecIs(std::string_view spec) {
-  TraceRegistry::instance().apply(parseSpec(spec));
+void traceSpecIs(std::string_view setting) {
+  TraceRegistry::instance().apply(parseSpec(setting));
 }
 
 void traceAllDisabled() {

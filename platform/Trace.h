@@ -76,7 +76,7 @@ TraceFacility& traceFacility(std::string_view name);
 // "*" item sets the levels every facility gets in addition to its own. Facilities it
 // does not name keep their levels. Throws Lum::RangeException on a malformed string,
 // leaving every facility as it was.
-void traceSpecIs(std::string_view spec);
+void traceSpecIs(std::string_view setting);
 
 // Turns every level of every facility off and forgets remembered names and "*".
 void traceAllDisabled();
