@@ -5,8 +5,10 @@
 // The binary counts every allocation (it replaces operator new): the counter
 // "allocs/add" must read 0, and a run whose add allocates is reported as an error.
 #include <benchmark/benchmark.h>
+
 #include <sys/mman.h>
 #include <unistd.h>
+#include "bench/CountingAllocator.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -17,32 +19,16 @@
 #include "agent/VxlanAgentCounter.h"
 #include "platform/MemtabMount.h"
 
-namespace {
-std::atomic<uint64_t> allocations{0};
-}  // namespace
-
-void* operator new(size_t n) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* p = std::malloc(n ? n : 1)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-  std::free(p);
-}
-void operator delete(void* p, size_t) noexcept {
-  std::free(p);
-}
-
 namespace Vxlan {
 namespace {
 
 void runAdds(benchmark::State& state, VxlanAgentCounter& counter) {
-  const uint64_t before = allocations.load();
+  const uint64_t before = Bench::allocationCount();
   for (auto _ : state) {
     counter.vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 1);
     benchmark::ClobberMemory();
   }
-  const uint64_t allocs = allocations.load() - before;
+  const uint64_t allocs = Bench::allocationCount() - before;
   state.counters["allocs/add"] =
       benchmark::Counter(static_cast<double>(allocs), benchmark::Counter::kAvgIterations);
   if (allocs != 0) state.SkipWithError("the add allocated");

@@ -12,6 +12,8 @@
 // an error.
 #include <benchmark/benchmark.h>
 
+#include "bench/CountingAllocator.h"
+
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -22,22 +24,6 @@
 #include "frames/Decap.h"
 #include "frames/VxlanHdr.h"
 #include "tests/support/VxlanFrameBuilder.h"
-
-namespace {
-std::atomic<uint64_t> allocations{0};
-}  // namespace
-
-void* operator new(size_t n) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* p = std::malloc(n ? n : 1)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-  std::free(p);
-}
-void operator delete(void* p, size_t) noexcept {
-  std::free(p);
-}
 
 namespace Vxlan {
 namespace {
@@ -60,7 +46,7 @@ void BM_R2LCheckAndRewrite(benchmark::State& state) {
   const std::vector<uint8_t> frame = b.build();
   std::vector<uint8_t> buf = frame;
   const size_t restore = b.vxlanOffset() + 20;
-  const uint64_t before = allocations.load();
+  const uint64_t before = Bench::allocationCount();
 
   for (auto _ : state) {
     std::memcpy(buf.data(), frame.data(), restore);
@@ -76,7 +62,7 @@ void BM_R2LCheckAndRewrite(benchmark::State& state) {
     benchmark::ClobberMemory();
   }
 
-  const uint64_t allocs = allocations.load() - before;
+  const uint64_t allocs = Bench::allocationCount() - before;
   state.counters["allocs/frame"] =
       benchmark::Counter(static_cast<double>(allocs), benchmark::Counter::kAvgIterations);
   state.SetItemsProcessed(state.iterations());
