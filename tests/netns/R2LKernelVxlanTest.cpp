@@ -65,9 +65,7 @@ class R2LKernelVxlanTest : public ::testing::Test {
   std::unique_ptr<SwitchTopology> topo_;
 };
 
-// Guards the host's start in the switch namespace: the generated state file is
-// accepted, the control socket answers and the agent's counter table is mounted under
-// the topology's agent name, whole and zeroed; a state change goes through the socket.
+// Guards the host start: state file refused, socket dead or counter table not mounted.
 TEST_F(R2LKernelVxlanTest, HostStartsWithCounterTableAndControlSocket) {
   ASSERT_TRUE(topo_);
   ASSERT_NO_THROW(topo_->startHost());
@@ -81,10 +79,7 @@ TEST_F(R2LKernelVxlanTest, HostStartsWithCounterTableAndControlSocket) {
   EXPECT_TRUE(topo_->hostRunning()) << topo_->hostOutput();
 }
 
-// Guards the capture path that the forwarding check relies on: "txraw" and its peer are
-// one veth pair in the switch namespace, a frame written to "txraw" is read whole on
-// the peer within the bounded wait, and the expected-frame builder lays out the header
-// as the forwarding plane's TxRawHdr reads it.
+// Guards the capture path and the expected txraw form the forwarding check relies on.
 TEST_F(R2LKernelVxlanTest, TxRawPeerCapturesWhatIsWrittenToTxRaw) {
   ASSERT_TRUE(topo_);
   const Frame inner = VxlanFrameBuilder::defaultInner();
@@ -106,9 +101,7 @@ TEST_F(R2LKernelVxlanTest, TxRawPeerCapturesWhatIsWrittenToTxRaw) {
   EXPECT_TRUE(got.has_value()) << "the frame written to txraw never reached its peer";
 }
 
-// Guards the remote side: a frame sent into the remote's kernel VXLAN device leaves as
-// a VXLAN datagram with the topology's VNI, crosses the fabric and arrives on the
-// switch's underlay device carrying the frame unchanged.
+// Guards the remote side: its kernel VXLAN device must reach the switch VTEP with the VNI.
 TEST_F(R2LKernelVxlanTest, RemoteKernelVxlanReachesSwitchUnderlay) {
   ASSERT_TRUE(topo_);
   PacketSocket underlay(topo_->switchNs(), topo_->underlayDevice(), PacketSocket::Mode::capture);
@@ -124,8 +117,7 @@ TEST_F(R2LKernelVxlanTest, RemoteKernelVxlanReachesSwitchUnderlay) {
   EXPECT_EQ(datagram->inner, echo);
 }
 
-// Guards teardown: with the host running and two remotes on a bridge, destroying the
-// topology leaves no namespace, no counter table and no temporary folder behind.
+// Guards teardown: no namespace, counter table or folder may outlive the topology.
 TEST_F(R2LKernelVxlanTest, TeardownLeavesNothingBehind) {
   topo_.reset();
   SwitchTopologyConfig config;
@@ -148,9 +140,7 @@ TEST_F(R2LKernelVxlanTest, TeardownLeavesNothingBehind) {
   EXPECT_FALSE(std::filesystem::exists(std::filesystem::path(control).parent_path()));
 }
 
-// Guards the remote-to-local path end to end: an echo from the remote's kernel VXLAN
-// device comes out on "txraw" in the txraw form with the VNI's VLAN and the hardware
-// port as glort, and every frame read is accounted for.
+// Guards the remote-to-local path end to end: txraw form, VLAN, glort and counts.
 // Disabled until the remote-to-local lifecycle opens the sockets in this branch.
 TEST_F(R2LKernelVxlanTest, DISABLED_RemoteEchoArrivesOnTxRawPeer) {
   ASSERT_TRUE(topo_);
