@@ -1,0 +1,119 @@
+// TestSupport::SwitchTopology: a switch and its remote VTEPs in network namespaces of
+// their own, for tests that run the agent host against the real kernel (as root).
+//
+//   TestSupport::SwitchTopology topo;          // namespaces and devices, or throws
+//   topo.startHost();                          // vxrelay-host in the switch namespace
+//   TestSupport::PacketSocket txraw(topo.switchNs(), topo.kTxRawPeer, ...);
+//   ... traffic from topo.remoteNs(0) through its kernel device "vx0" ...
+//   topo.counters();                           // the agent's counter tables
+//
+// What it builds (names carry the pid and a per-process number, so runs in parallel
+// and leftovers of a killed run never collide; devices live only in these namespaces):
+//
+//   fabric ns:  bridge "br0" joining one veth end per VTEP
+//   switch ns:  underlay veth end with the VTEP address (10.99.0.1/24);
+//               "txraw" <-> "txraw-p" and "vxlan" <-> "vxlan-p", veth pairs whose
+//               peers the test reads and writes
+//   remote i:   underlay veth end 10.99.0.(2+i)/24; kernel VXLAN device "vx0"
+//               (VNI, remote = the switch VTEP, port 4789) with 192.168.10.(2+i)/24
+//
+// The host gets a state file made from the parameters (VTI "Vxlan1" up on the
+// underlay device, the VLAN to VNI entry, the hardware port id), a control socket and
+// its trace ring in a temporary folder. The destructor stops the host, deletes the
+// namespaces (their devices go with them), the folder and the shared-memory counter
+// table: everything it made, also when a test fails midway. It runs nothing in the
+// host's own namespace but `ip netns add/del`.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "agent/CounterTableReader.h"
+#include "platform/VlanId.h"
+#include "platform/Vni.h"
+#include "tests/netns/HwPortId.h"
+
+namespace TestSupport {
+
+struct SwitchTopologyConfig {
+  size_t remotes = 1;
+  Bridging::VlanId vlan{10};
+  Vxlan::Vni vni{5010};
+  HwPortId portId{16};
+  uint16_t udpPort = 4789;
+};
+
+class SwitchTopology {
+ public:
+  static constexpr const char* kTxRawDevice = "txraw";
+  static constexpr const char* kTxRawPeer = "txraw-p";
+  static constexpr const char* kVxlanDevice = "vxlan";
+  static constexpr const char* kVxlanPeer = "vxlan-p";
+  static constexpr const char* kRemoteVxlanDevice = "vx0";
+  static constexpr const char* kVtepAddr = "10.99.0.1";
+
+  // Builds the namespaces and devices; on failure removes what it made and throws
+  // Lum::Exception with the refused command and its output.
+  explicit SwitchTopology(SwitchTopologyConfig config = {});
+  ~SwitchTopology();
+  SwitchTopology(const SwitchTopology&) = delete;
+  SwitchTopology& operator=(const SwitchTopology&) = delete;
+
+  const SwitchTopologyConfig& config() const { return config_; }
+  const std::string& switchNs() const { return switchNs_; }
+  const std::string& remoteNs(size_t i) const { return remoteNs_.at(i); }
+  const std::string& fabricNs() const { return fabricNs_; }
+  // Every namespace made, for checks that teardown left none.
+  std::vector<std::string> namespaces() const;
+  const std::string& underlayDevice() const { return switchUnderlay_; }
+  const std::string& agentName() const { return agentName_; }
+  const std::string& controlSocket() const { return controlSocket_; }
+  std::string remoteVtepAddr(size_t i) const;
+  std::string remoteOverlayAddr(size_t i) const;
+
+  // The state document the host starts from.
+  nlohmann::json stateDocument() const;
+  // Starts vxrelay-host in the switch namespace and waits (bounded) until its control
+  // socket answers and its counter table exists; throws with the host's output when
+  // it exits or does not come up in time.
+  void startHost();
+  bool hostRunning();
+  // SIGTERM, then SIGKILL when the host does not end in time.
+  void stopHost();
+
+  // Applies a state document through the control socket; the server's answer.
+  nlohmann::json apply(const nlohmann::json& state);
+  Vxlan::CounterTablesReading counters() const;
+
+  // Runs `ip -n <netns> <args>`; throws Lum::Exception on failure.
+  void ip(const std::string& netns, const std::string& args) const;
+  // What the host wrote to stdout and stderr so far.
+  std::string hostOutput() const;
+
+ private:
+  void build();
+  void addVtep(const std::string& netns, const std::string& device, const std::string& fabricEnd,
+               const std::string& addr) const;
+  void teardown() noexcept;
+
+  SwitchTopologyConfig config_;
+  std::string tag_;
+  std::string switchNs_;
+  std::string fabricNs_;
+  std::vector<std::string> remoteNs_;
+  std::vector<std::string> made_;
+  std::string switchUnderlay_;
+  std::string agentName_;
+  std::string dir_;
+  std::string controlSocket_;
+  pid_t host_ = -1;
+};
+
+// Every named network namespace of the host, as `ip netns list` shows them.
+std::vector<std::string> listNetworkNamespaces();
+
+}  // namespace TestSupport
