@@ -66,29 +66,24 @@ TEST_F(R2LLifecycleTest, AttributeChangesRebuildTheRightSockets) {
   EXPECT_TRUE(sys_.isOpen(sm()->remoteSock()));
   EXPECT_EQ(rebuilt([&] { s->controllerClientModeIs(true); }), 2);
   EXPECT_EQ(sys_.openCount(), 2u);
+  // A source device the kernel does not know closes both.
+  sys_.devices.erase("lo1");
+  EXPECT_EQ(rebuilt([&] { s->udpPortIs(4789); }), 1);
+  EXPECT_EQ(sys_.openCount(), 0u);
+  EXPECT_EQ(sm()->localSock(), -1);
 
   // Down: a port change closes what is already closed and opens nothing.
   s->operStatusIs(IntfOperStatus::intfOperDown);
-  EXPECT_EQ(rebuilt([&] { s->udpPortIs(4789); }), 0);
+  EXPECT_EQ(rebuilt([&] { s->udpPortIs(8472); }), 0);
   // Down, the controller mode still clears the implicit configuration.
   igmp_->intfConfigIs(kSrc);
   s->controllerClientModeIs(false);
   EXPECT_FALSE(igmp_->intfConfigIterator());
 }
 
-// Guards the remote socket's failure path: an absent source device closes both.
-TEST_F(R2LLifecycleTest, AbsentSourceDeviceClosesBoth) {
-  txrawIs(true);
-  sys_.devices.erase("lo1");
-  vti(true);
-  start();
-  EXPECT_EQ(sm()->remoteSock(), -1);
-  EXPECT_EQ(sm()->localSock(), -1);
-  EXPECT_EQ(sys_.openCount(), 0u);
-}
-
-// Guards the end of a VTI: sockets closed, configuration removed, portId unknown,
-// and the hardware machines gone with it.
+// Guards portId and the end of a VTI: the hardware entry's portId is followed and
+// falls back to unknown without it; deletion closes the sockets, removes the
+// configuration, resets portId and drops the hardware machines.
 TEST_F(R2LLifecycleTest, DeletingTheVtiCleansUp) {
   txrawIs(true);
   hw_->vxlanHwStatusIs(kVti)->portIdIs(0x21);
@@ -99,6 +94,11 @@ TEST_F(R2LLifecycleTest, DeletingTheVtiCleansUp) {
   EXPECT_EQ(machine->portId(), 0x21);
   hw_->vxlanHwStatus(kVti)->portIdIs(0x22);
   EXPECT_EQ(machine->portId(), 0x22);
+  hw_->vxlanHwStatusDel(kVti);
+  EXPECT_EQ(machine->portId(), kPortIdUnknown);
+  EXPECT_EQ(machine->vxHwStatusSmSize(), 0u);
+  hw_->vxlanHwStatusIs(kVti)->portIdIs(0x23);
+  EXPECT_EQ(machine->portId(), 0x23);
   EXPECT_TRUE(joined("239.1.1.1"));
   EXPECT_EQ(pimMode(), Routing::Pim::Mode::pimModeSparse);
 
@@ -112,17 +112,6 @@ TEST_F(R2LLifecycleTest, DeletingTheVtiCleansUp) {
   EXPECT_EQ(machine->vxHwStatusSmSize(), 0u);
   // The VNI table of the VTI outlives its machine.
   EXPECT_TRUE(maps_->vtiVniToVlanMap(kVti));
-}
-
-// Guards the hardware entry going away: portId falls back to unknown.
-TEST_F(R2LLifecycleTest, HardwareEntryRemovalResetsPortId) {
-  hw_->vxlanHwStatusIs(kVti)->portIdIs(0x21);
-  vti(false);
-  start();
-  EXPECT_EQ(sm()->portId(), 0x21);
-  hw_->vxlanHwStatusDel(kVti);
-  EXPECT_EQ(sm()->portId(), kPortIdUnknown);
-  EXPECT_EQ(sm()->vxHwStatusSmSize(), 0u);
 }
 
 // Guards the "txraw" device: absent, the local socket is still made (index 0, one

@@ -23,10 +23,7 @@ namespace Vxlan {
 class FakeRawSockets : public Lum::SysCalls {
  public:
   ~FakeRawSockets() override {
-    for (auto [fd, peer] : peer_) {
-      ::close(fd);
-      ::close(peer);
-    }
+    for (auto [fd, other] : peer_) ::close(fd), ::close(other);
   }
   int socket(int domain, int type, int protocol) override {
     if (domain != AF_PACKET) return SysCalls::socket(domain, type, protocol);
