@@ -533,7 +533,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createRemoteSocket() {
     // A file left by an earlier run of this process id would make the bind fail.
     sys.unlink(addr.sun_path);
     if (sys.bind(sock, reinterpret_cast<const sockaddr*>(&addr), addrLen) < 0) {
-      R2L_TRACE(0, "bind: " << std::strerror(errno));
+      R2L_TRACE(0, " bind: " << std::strerror(errno));
     }
   } else {
     const int sock = sys.socket(AF_PACKET, SOCK_RAW, kEthPAllNet);
@@ -570,7 +570,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createRemoteSocket() {
     ll.sll_protocol = kEthPAllNet;
     ll.sll_ifindex = req.ifr_ifindex;
     if (sys.bind(sock, reinterpret_cast<const sockaddr*>(&ll), sizeof ll) < 0) {
-      R2L_TRACE(0, "multicast bind: " << std::strerror(errno));
+      R2L_TRACE(0, " multicast bind: " << std::strerror(errno));
       doDisconnectSockets();
       return;
     }
@@ -746,10 +746,10 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleBumMcastGrp(Bridging::VlanId
   const BumStatus* bum = vxBumStatus_ ? vxBumStatus_->notifier().ptr() : nullptr;
   // One flood group serves the interface: the first entry's, whatever the VLAN.
   if (bum && !bum->bumMcastGrp().empty()) {
-    R2L_TRACE(8, "Multicast enabled ");
+    R2L_TRACE(8, " Multicast enabled ");
     floodMcastGrpIs(bum->bumMcastGrp().begin()->second);
   } else {
-    R2L_TRACE(8, "Multicast disabled ");
+    R2L_TRACE(8, " Multicast disabled ");
     floodMcastGrpIs(Wire::IpAddr());
   }
   R2L_TRACE(8, "(), vlanId " << vlan << " Mcast Group Prev:" << prev << " New:" << floodMcastGrp_);
