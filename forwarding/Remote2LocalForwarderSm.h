@@ -4,6 +4,14 @@
 // frame in place into the "txraw" form and writes it to the forwarding plane
 // (localSock).
 //
+// Use: build the manager with its Inputs; it follows the tunnel interface directory
+// and keeps one LumVtiStatusSm per VTI (vtiStatusSm(intfId)). Each machine opens its
+// sockets while its interface is up, rebuilds the remote socket when the UDP port, the
+// source interface, the VTEP address or the flood group changes, writes the implicit
+// IGMP memberships and PIM mode of the source interface, and keeps the VNI to VLAN
+// table of its VTI (the inverse of the status's vlanToVniMap) for the frame path.
+// Removing a VTI from the directory closes its sockets and clears that configuration.
+//
 // The frame path runs inside the readable notification of remoteSock, on the agent's
 // one event loop, for at most maxProcessTime per run; a frame is read once into one
 // buffer on the stack and changed in place. A frame that cannot be forwarded is
@@ -17,12 +25,18 @@
 #include "platform/FileDescriptor.h"
 #include "platform/Instance.h"
 #include "platform/Reactor.h"
+#include "platform/status/BumStatus.h"
+#include "platform/status/IgmpApplicationConfig.h"
 #include "platform/status/KernelNetworkInfo.h"
-#include "platform/status/StatusModel.h"
+#include "platform/status/MlagStatus.h"
+#include "platform/status/PimApplicationConfig.h"
+#include "platform/status/VniToVlanMaps.h"
+#include "platform/status/VtiStatusDir.h"
+#include "platform/status/VxlanHwStatus.h"
 
 namespace Vxlan {
 
-class Remote2LocalForwarderSm : public Lum::VFPtrInterface {
+class Remote2LocalForwarderSm : public VtiStatusDir::NotifieeConst {
  public:
   class LumVtiStatusSm;
 
@@ -40,9 +54,25 @@ class Remote2LocalForwarderSm : public Lum::VFPtrInterface {
     bool operator==(const Inputs&) const = default;
   };
 
-  // The per-VTI machines that follow the tunnel interface directory come with the
-  // direction's lifecycle; today a machine is built around a status by its user.
-  explicit Remote2LocalForwarderSm(const Inputs& inputs) : inputs_(inputs) {}
+  // Reactors on the inputs. They react to nothing at this level: they hold their
+  // entity for the per-VTI machines, which reach it through their parent.
+  class LumVxHwStatusDir
+      : public Lum::NestedReactor<Remote2LocalForwarderSm, VxlanHwStatusDir::NotifieeConst> {};
+  class LumIgmpConfig : public Lum::NestedReactor<Remote2LocalForwarderSm,
+                                                  Routing::Igmp::Application::Config::Notifiee> {};
+  class LumVxBumStatus
+      : public Lum::NestedReactor<Remote2LocalForwarderSm, BumStatus::NotifieeConst> {};
+  class LumVniToVlanMaps
+      : public Lum::NestedReactor<Remote2LocalForwarderSm, VniToVlanMaps::Notifiee> {};
+  class LumKernelNetInfoRoot
+      : public Lum::NestedReactor<Remote2LocalForwarderSm, KernelNetworkInfo::Root::NotifieeConst> {
+  };
+  class LumMlagStatus
+      : public Lum::NestedReactor<Remote2LocalForwarderSm, Mlag::Status::NotifieeConst> {};
+
+  // Builds one machine per status of the directory (none without a directory).
+  explicit Remote2LocalForwarderSm(const Inputs& inputs);
+  ~Remote2LocalForwarderSm() override;
   // The inputs that the frame path needs, the others empty: for tests and benchmarks.
   static Inputs inputs(const Lum::Ptr<VniToVlanMaps>& maps,
                        const Lum::Ptr<VxlanAgentCounter>& counter) {
@@ -52,11 +82,47 @@ class Remote2LocalForwarderSm : public Lum::VFPtrInterface {
     return in;
   }
 
+  const Lum::Ptr<VtiStatusDir>& vtiStatusDir() const { return inputs_.vtiStatusDir; }
+  const Lum::Ptr<VxlanHwStatusDir>& vxHwStatusDir() const { return inputs_.vxHwStatusDir; }
+  const Lum::Ptr<Routing::Igmp::Application::Config>& igmpConfig() const {
+    return inputs_.igmpConfig;
+  }
+  const Lum::Ptr<Routing::Pim::Application::Config>& pimConfig() const { return inputs_.pimConfig; }
+  const Lum::Ptr<const BumStatus>& vxBumStatus() const { return inputs_.vxBumStatus; }
   const Lum::Ptr<VniToVlanMaps>& vniToVlanMaps() const { return inputs_.vniToVlanMaps; }
+  const Lum::Ptr<const KernelNetworkInfo::Root>& kernelNetInfoRoot() const {
+    return inputs_.kernelNetInfoRoot;
+  }
   VxlanAgentCounter* vxAgentCounter() const { return inputs_.vxAgentCounter.ptr(); }
+  const Lum::Ptr<const Mlag::Status>& mlagStatus() const { return inputs_.mlagStatus; }
+
+  // The machines, one per VTI of the directory.
+  Lum::Ptr<LumVtiStatusSm> vtiStatusSm(const Wire::IntfId& id) const;
+  size_t vtiStatusSmSize() const;
+  Lum::Ptr<LumVtiStatusSm> vtiStatusSmIs(const Lum::Ptr<const VtiStatus>& status);
+  Lum::Ptr<LumVtiStatusSm> vtiStatusSmDel(const Wire::IntfId& id);
+  void vtiStatusSmDelAll();
+
+  void onVtiStatus(const Wire::IntfId& id) override;
+  void onVtiStatus() override;
+
+ protected:
+  void onNotifier() override;
 
  private:
+  // Makes the machines match the directory: one per status, none for a gone one.
+  void syncVtiStatusSm();
+
   Inputs inputs_;
+  Lum::Nested<LumVxHwStatusDir> vxHwStatusDirReactor_{this};
+  Lum::Nested<LumIgmpConfig> igmpConfigReactor_{this};
+  Lum::Nested<LumVxBumStatus> vxBumStatusReactor_{this};
+  Lum::Nested<LumVniToVlanMaps> vniToVlanMapsReactor_{this};
+  Lum::Nested<LumKernelNetInfoRoot> kernelNetInfoRootReactor_{this};
+  Lum::Nested<LumMlagStatus> mlagStatusReactor_{this};
+  // Last, so that the machines go first and still find the inputs while they die.
+  Lum::Collection<Remote2LocalForwarderSm, LumVtiStatusSm, Wire::IntfId, Lum::Ptr<const VtiStatus>>
+      vtiStatusSm_{this, "Vxlan::Remote2LocalForwarderSm::vtiStatusSm", {"vtiStatus"}};
 };
 
 class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
@@ -64,6 +130,39 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   static constexpr uint32_t kFrameBufferSize = 10000;
   static constexpr double kDefaultMaxProcessTime = 0.1;
 
+  // The hardware agent's VTI entries; the portId of the VTI is what the frame header
+  // carries.
+  class LumVxHwStatusDir
+      : public Lum::NestedReactor<LumVtiStatusSm, VxlanHwStatusDir::NotifieeConst> {
+   public:
+    void onVxlanHwStatus(const Wire::IntfId& id) override { s()->handleVxlanHwStatus(id); }
+    void onVxlanHwStatus() override { s()->handleVxlanHwStatusAll(); }
+    void onNotifier() override { s()->handleVxlanHwStatusAll(); }
+  };
+  // The flood group and the replication mode.
+  class LumVxBumStatus : public Lum::NestedReactor<LumVtiStatusSm, BumStatus::NotifieeConst> {
+   public:
+    void onBumMcastGrp(Bridging::VlanId vlan) override { s()->handleBumMcastGrp(vlan); }
+    void onBumMcastGrp() override { s()->handleBumMcastGrp(); }
+    void onBumReplicationMode() override { s()->handleMcastGrpDecap(); }
+    void onNotifier() override {
+      s()->handleBumMcastGrp();
+      s()->handleMcastGrpDecap();
+    }
+  };
+  // The MLAG state decides whether this switch joins the decapsulation groups.
+  class LumMlagStatus : public Lum::NestedReactor<LumVtiStatusSm, Mlag::Status::NotifieeConst> {
+   public:
+    void onMlagState() override { s()->handleMcastGrpDecap(); }
+    void onNotifier() override { s()->handleMcastGrpDecap(); }
+  };
+  // The kernel devices: the local socket needs "txraw".
+  class LumKernelNetworkInfoRoot
+      : public Lum::NestedReactor<LumVtiStatusSm, KernelNetworkInfo::Root::NotifieeConst> {
+   public:
+    void onInterfaceByName(const Lum::String8& name) override { s()->handleKernelDevice(name); }
+    void onNotifier() override { s()->handleKernelDevice(); }
+  };
   // Holds the VNI to VLAN table of the VTI for the frame path.
   class LumVniToVlanForVti : public Lum::NestedReactor<LumVtiStatusSm, VniToVlanMap::Notifiee> {};
   // The readable watch on remoteSock.
@@ -72,9 +171,29 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
    public:
     void onReadableCount() override { s()->handleFileDescriptor(s()->remoteSock()); }
   };
+  // One per hardware status entry: follows its portId.
+  class LumVxHwStatusSm : public VxlanHwStatus::NotifieeConst {
+   public:
+    LumVxHwStatusSm(const Lum::Ptr<const VxlanHwStatus>& status, LumVtiStatusSm* owner);
+    static Wire::IntfId lumKeyOf(const Lum::Ptr<const VxlanHwStatus>& s) { return s->intfId(); }
+    LumVtiStatusSm* lumVtiStatusSm() const { return lumVtiStatusSm_; }
+    void parentIs(LumVtiStatusSm* owner) { lumVtiStatusSm_ = owner; }
+
+    void handlePortId();
+    void onPortId() override { handlePortId(); }
+
+   protected:
+    void onNotifier() override { handlePortId(); }
+
+   private:
+    LumVtiStatusSm* lumVtiStatusSm_;
+  };
 
   LumVtiStatusSm(const Lum::Ptr<Lum::ActivityConfig>& activity,
                  const Lum::Ptr<const VtiStatus>& status, Remote2LocalForwarderSm* parent);
+  // The form the manager's collection builds, in the manager's activity.
+  LumVtiStatusSm(const Lum::Ptr<const VtiStatus>& status, Remote2LocalForwarderSm* parent)
+      : LumVtiStatusSm(parent ? parent->lumFwkActivity() : nullptr, status, parent) {}
   static Wire::IntfId lumKeyOf(const Lum::Ptr<const VtiStatus>& s) { return s->intfId(); }
 
   const Wire::IntfId& intfId() const { return intfId_; }
@@ -97,8 +216,70 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   void vniToVlanForVtiIs(const Lum::Ptr<VniToVlanMap>& m) { vniToVlanForVti_.is(m); }
   LumFileDescriptor* fileDescriptor() const { return fileDescriptor_.get(); }
   void fileDescriptorIs(const Lum::Ptr<Lum::FileDescriptor>& fd) { fileDescriptor_.is(fd); }
+  LumVxHwStatusDir* vxHwStatusDir() const { return vxHwStatusDir_.get(); }
+  void vxHwStatusDirIs(const Lum::Ptr<const VxlanHwStatusDir>& d) { vxHwStatusDir_.is(d); }
+  LumVxBumStatus* vxBumStatus() const { return vxBumStatus_.get(); }
+  void vxBumStatusIs(const Lum::Ptr<const BumStatus>& b) { vxBumStatus_.is(b); }
+  LumMlagStatus* mlagStatus() const { return mlagStatus_.get(); }
+  void mlagStatusIs(const Lum::Ptr<const Mlag::Status>& m) { mlagStatus_.is(m); }
+  LumKernelNetworkInfoRoot* kernelNetworkInfoRoot() const { return kernelNetworkInfoRoot_.get(); }
+  void kernelNetworkInfoRootIs(const Lum::Ptr<const KernelNetworkInfo::Root>& r) {
+    kernelNetworkInfoRoot_.is(r);
+  }
+  Lum::Ptr<LumVxHwStatusSm> vxHwStatusSm(const Wire::IntfId& id) const { return vxHwStatusSm_(id); }
+  size_t vxHwStatusSmSize() const { return vxHwStatusSm_.size(); }
+  Lum::Ptr<LumVxHwStatusSm> vxHwStatusSmIs(const Lum::Ptr<const VxlanHwStatus>& status) {
+    return vxHwStatusSm_.is(status);
+  }
+  Lum::Ptr<LumVxHwStatusSm> vxHwStatusSmDel(const Wire::IntfId& id) {
+    return vxHwStatusSm_.del(id);
+  }
 
+  // Takes the status of its VTI from the directory, the other inputs from the parent,
+  // rebuilds the VNI table and, for an interface that is up, opens the sockets.
   void handleInitialized();
+
+  // The lifecycle.
+  void handleOperStatus();
+  void handleControllerMode();
+  // These three rebuild the remote socket only.
+  void handleUdpPort();
+  void handleSrcIpIntf();
+  void handleLocalVtepAddr();
+  void handleVxlanHwStatus(const Wire::IntfId& id);
+  void handleVxlanHwStatus();
+  void doPrepareToDie() override;
+
+  // The sockets.
+  void createRemoteSocket();
+  void doConnectSockets();
+  void doDisconnectSockets();
+  void handleKernelDevice(const Lum::String8& name);
+  void handleKernelDevice();
+
+  // The VNI to VLAN table: one VLAN, or a rebuild from the whole status map.
+  void handleVlanToVniMap(Bridging::VlanId vlan);
+  void handleVlanToVniMap();
+
+  // Multicast membership of the source interface, written as IGMP and PIM
+  // configuration.
+  void joinMcastGroup(Wire::IpAddr group);
+  void leaveMcastGroup(Wire::IpAddr group);
+  void handleMcastGrpDecap(Wire::IpAddr group);
+  void handleMcastGrpDecap();
+  void handleBumMcastGrp(Bridging::VlanId vlan);
+  void handleBumMcastGrp();
+
+  void onOperStatus() override { handleOperStatus(); }
+  void onControllerClientMode() override { handleControllerMode(); }
+  void onUdpPort() override { handleUdpPort(); }
+  void onLocalVtepAddr() override { handleLocalVtepAddr(); }
+  void onSrcIpIntf() override { handleSrcIpIntf(); }
+  void onFloodMcastGrp() override { handleBumMcastGrp(); }
+  void onVlanToVniMap(Bridging::VlanId vlan) override { handleVlanToVniMap(vlan); }
+  void onVlanToVniMap() override { handleVlanToVniMap(); }
+  void onMcastGrpDecap(Wire::IpAddr group) override { handleMcastGrpDecap(group); }
+  void onMcastGrpDecap() override { handleMcastGrpDecap(); }
 
   // The frame loop: reads `desc` until it is drained or the time budget is spent.
   void handleFileDescriptor(int32_t desc);
@@ -116,12 +297,29 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   // Closes `sock` unless it is -1; returns -1 for storing back.
   static int32_t closeAndCheck(int32_t sock);
 
+ protected:
+  // A new status: everything it says may differ from the old one.
+  void onNotifier() override;
+
  private:
   void sendFrame(const uint8_t* frame, int32_t len, ssize_t& result);
+  // The whole hardware directory: one LumVxHwStatusSm per entry, then our portId.
+  void handleVxlanHwStatusAll();
+  void syncVxHwStatusSm(const VxlanHwStatusDir* dir);
+  bool operUp() const;
+  Routing::Igmp::Application::Config* igmpConfig() const;
+  Routing::Pim::Application::Config* pimConfig() const;
 
   Remote2LocalForwarderSm* parent_;
   Wire::IntfId intfId_;
+  Lum::Nested<LumVxHwStatusDir> vxHwStatusDir_{this};
+  Lum::Nested<LumVxBumStatus> vxBumStatus_{this};
+  Lum::Nested<LumMlagStatus> mlagStatus_{this};
+  Lum::Nested<LumKernelNetworkInfoRoot> kernelNetworkInfoRoot_{this};
   uint16_t portId_ = kPortIdUnknown;
+  Lum::Collection<LumVtiStatusSm, LumVxHwStatusSm, Wire::IntfId, Lum::Ptr<const VxlanHwStatus>>
+      vxHwStatusSm_{
+          this, "Vxlan::Remote2LocalForwarderSm::LumVtiStatusSm::vxHwStatusSm", {"vxlanHwStatus"}};
   Lum::Nested<LumVniToVlanForVti> vniToVlanForVti_{this};
   int32_t remoteSock_ = -1;
   int32_t localSock_ = -1;

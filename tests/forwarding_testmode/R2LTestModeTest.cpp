@@ -52,3 +52,52 @@ TEST_F(R2LTestModeTest, FramesGoToTheOutboundPath) {
 
 }  // namespace
 }  // namespace Vxlan
+
+namespace Vxlan {
+namespace {
+
+// Guards the test mode of the whole machine: an interface that comes up binds its
+// remote socket to the inbound path of this process, and a datagram sent there
+// comes out at the outbound path decapsulated; down closes the inbound socket.
+TEST(R2LTestModeLifecycle, InboundPathCarriesFramesWhileUp) {
+  auto unixAddr = [](const char* format) {
+    sockaddr_un a{};
+    a.sun_family = AF_UNIX;
+    std::snprintf(a.sun_path, sizeof a.sun_path, format, int(::getpid()));
+    return a;
+  };
+  const sockaddr_un out = unixAddr("./VxlanR2LSM-outbound-%d");
+  const sockaddr_un in = unixAddr("./VxlanR2LSM-inbound-%d");
+  ::unlink(out.sun_path);
+  const int sink = ::socket(AF_UNIX, SOCK_DGRAM, 0);
+  ASSERT_EQ(::bind(sink, reinterpret_cast<const sockaddr*>(&out), sizeof out), 0);
+  Lum::Ptr<VtiStatusDir> dir = new VtiStatusDir("vtiStatus");
+  Remote2LocalForwarderSm::Inputs inputs = Remote2LocalForwarderSm::inputs(
+      new VniToVlanMaps("vniToVlanMaps"),
+      new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>()));
+  inputs.vtiStatusDir = dir;
+  Lum::Ptr<Remote2LocalForwarderSm> r2l = new Remote2LocalForwarderSm(inputs);
+  Lum::Ptr<VtiStatus> s = dir->vtiStatusIs(Wire::IntfId("Vxlan1"));
+  s->localVtepAddrIs(Wire::IpAddr::fromString("10.0.0.1"));
+  s->vlanToVniMapIs(Bridging::VlanId(10), VniOrNone(5000));
+  s->operStatusIs(Interface::IntfOperStatus::intfOperUp);
+  auto sendIn = [&](const std::vector<uint8_t>& f) {
+    return ::sendto(sink, f.data(), f.size(), 0, reinterpret_cast<const sockaddr*>(&in), sizeof in);
+  };
+  TestSupport::VxlanFrameBuilder b;
+  ASSERT_EQ(sendIn(b.build()), ssize_t(b.build().size()));
+  Lum::eventLoop().runOnce(0);
+  uint8_t buf[512];
+  EXPECT_EQ(::recv(sink, buf, sizeof buf, MSG_DONTWAIT), ssize_t(b.inner.size() + 8));
+
+  s->operStatusIs(Interface::IntfOperStatus::intfOperDown);
+  EXPECT_EQ(r2l->vtiStatusSm(Wire::IntfId("Vxlan1"))->remoteSock(), -1);
+  EXPECT_LT(sendIn(b.build()), 0);
+  r2l = nullptr;
+  ::close(sink);
+  ::unlink(out.sun_path);
+  ::unlink(in.sun_path);
+}
+
+}  // namespace
+}  // namespace Vxlan

@@ -1,0 +1,126 @@
+// The remote-to-local manager on a full set of inputs, with raw sockets replaced by
+// socket pairs: FakeRawSockets answers socket(AF_PACKET) with one end of a pair,
+// SIOCGIFINDEX from its own device table, and records binds and closes.
+#pragma once
+
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <string>
+
+#include "forwarding/Remote2LocalForwarderSm.h"
+#include "platform/SysCalls.h"
+
+namespace Vxlan {
+
+class FakeRawSockets : public Lum::SysCalls {
+ public:
+  ~FakeRawSockets() override {
+    for (auto [fd, other] : peer_) ::close(fd), ::close(other);
+  }
+  int socket(int domain, int type, int protocol) override {
+    if (domain != AF_PACKET) return SysCalls::socket(domain, type, protocol);
+    int fds[2];
+    if (::socketpair(AF_UNIX, SOCK_DGRAM, 0, fds) < 0) return -1;
+    peer_[fds[0]] = fds[1];
+    ++opened;
+    return fds[0];
+  }
+  int ioctl(int fd, unsigned long request, void* arg) override {
+    if (request != SIOCGIFINDEX || !peer_.count(fd)) return SysCalls::ioctl(fd, request, arg);
+    auto* req = static_cast<ifreq*>(arg);
+    auto it = devices.find(std::string(req->ifr_name, strnlen(req->ifr_name, IFNAMSIZ)));
+    if (it == devices.end()) {
+      errno = ENODEV;
+      return -1;
+    }
+    req->ifr_ifindex = it->second;
+    return 0;
+  }
+  int bind(int fd, const sockaddr* addr, socklen_t len) override {
+    if (!peer_.count(fd)) return SysCalls::bind(fd, addr, len);
+    boundIndex[fd] = reinterpret_cast<const sockaddr_ll*>(addr)->sll_ifindex;
+    return 0;
+  }
+  int close(int fd) override {
+    if (auto it = peer_.find(fd); it != peer_.end()) {
+      ::close(it->second);
+      peer_.erase(it);
+      boundIndex.erase(fd);
+    }
+    return SysCalls::close(fd);
+  }
+  size_t openCount() const { return peer_.size(); }
+  bool isOpen(int fd) const { return peer_.count(fd) != 0; }
+
+  std::map<std::string, int> devices{{"lo1", 3}, {"txraw", 7}};
+  std::map<int, int> boundIndex;
+  int opened = 0;
+
+ private:
+  std::map<int, int> peer_;
+};
+
+class R2LManagerFixture : public ::testing::Test {
+ protected:
+  using Sm = Remote2LocalForwarderSm::LumVtiStatusSm;
+  static inline const Wire::IntfId kVti{"Vxlan1"};
+  static inline const Wire::IntfId kSrc{"Loopback1"};
+
+  void start() {
+    r2l_ = new Remote2LocalForwarderSm(Remote2LocalForwarderSm::Inputs{
+        dir_, hw_, igmp_, pim_, bum_, maps_, kni_, counter_, mlag_});
+  }
+  // The VTI with its source interface; up or not.
+  Lum::Ptr<VtiStatus> vti(bool up) {
+    Lum::Ptr<VtiStatus> s = dir_->vtiStatusIs(kVti);
+    s->srcIpIntfIs(kSrc);
+    s->srcIntfKernelNameIs(Lum::String8("lo1"));
+    s->localVtepAddrIs(ip("10.0.0.1"));
+    if (up) s->operStatusIs(Interface::IntfOperStatus::intfOperUp);
+    return s;
+  }
+  void txrawIs(bool present) {
+    if (present) {
+      kni_->interfaceIs(KernelNetworkInfo::InterfaceState{
+          Wire::IfIndex(7), Lum::String8("txraw"), IFF_UP, 6, {}, 1500});
+    } else {
+      kni_->interfaceDel(Wire::IfIndex(7));
+    }
+  }
+  Lum::Ptr<Sm> sm() const { return r2l_ ? r2l_->vtiStatusSm(kVti) : nullptr; }
+  static Wire::IpAddr ip(const char* text) { return Wire::IpAddr::fromString(text); }
+  bool joined(const char* group) const {
+    auto entry = igmp_->intfConfig(kSrc);
+    return entry && entry->group(Routing::Igmp::SourceGroup(Wire::IpAddr(), ip(group)));
+  }
+  Routing::Pim::Mode pimMode() const { return pim_->intfMode(Lum::Name("Loopback1")); }
+  uint64_t socketErrors() const {
+    return counter_->storage().vxlanCount(uint16_t(VxlanCounterId::r2lSocketErrors));
+  }
+
+  FakeRawSockets sys_;
+  Lum::ScopedSysCalls guard_{sys_};
+  Lum::Ptr<VtiStatusDir> dir_{new VtiStatusDir("vtiStatus")};
+  Lum::Ptr<VxlanHwStatusDir> hw_{new VxlanHwStatusDir("vxHwStatus")};
+  Lum::Ptr<Routing::Igmp::Application::Config> igmp_{
+      new Routing::Igmp::Application::Config("vxlan")};
+  Lum::Ptr<Routing::Pim::Application::Config> pim_{new Routing::Pim::Application::Config("vxlan")};
+  Lum::Ptr<BumStatus> bum_ = hw_->bumStatus();
+  Lum::Ptr<VniToVlanMaps> maps_{new VniToVlanMaps("vniToVlanMaps")};
+  Lum::Ptr<KernelNetworkInfo::Root> kni_{new KernelNetworkInfo::Root("kni")};
+  Lum::Ptr<VxlanAgentCounter> counter_{
+      new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>())};
+  Lum::Ptr<Mlag::Status> mlag_{new Mlag::Status("mlag")};
+  // Last: gone before the fake, so that its sockets close through it.
+  Lum::Ptr<Remote2LocalForwarderSm> r2l_;
+};
+
+}  // namespace Vxlan
