@@ -71,7 +71,9 @@ TEST_F(R2LKernelVxlanTest, HostStartsWithCounterTableAndControlSocket) {
   ASSERT_NO_THROW(topo_->startHost());
   const Vxlan::CounterTablesReading r = topo_->counters();
   ASSERT_EQ(r.vxlan.size(), Vxlan::kVxlanCounterIds);
-  EXPECT_EQ(count(r, VxlanCounterId::r2lRxFrames), 0u);
+  // The underlay carries neighbour discovery, which is read and filtered; nothing
+  // has been forwarded yet.
+  EXPECT_EQ(count(r, VxlanCounterId::r2lTxFrames), 0u);
 
   const nlohmann::json answer =
       topo_->apply({{"interface/status/eth/vxlan", {{"vtiStatus", {{"Vxlan1", {{"ttl", 32}}}}}}}});
@@ -141,8 +143,7 @@ TEST_F(R2LKernelVxlanTest, TeardownLeavesNothingBehind) {
 }
 
 // Guards the remote-to-local path end to end: txraw form, VLAN, glort and counts.
-// Disabled until the remote-to-local lifecycle opens the sockets in this branch.
-TEST_F(R2LKernelVxlanTest, DISABLED_RemoteEchoArrivesOnTxRawPeer) {
+TEST_F(R2LKernelVxlanTest, RemoteEchoArrivesOnTxRawPeer) {
   ASSERT_TRUE(topo_);
   ASSERT_NO_THROW(topo_->startHost());
   PacketSocket peer(topo_->switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
@@ -164,10 +165,10 @@ TEST_F(R2LKernelVxlanTest, DISABLED_RemoteEchoArrivesOnTxRawPeer) {
     if (std::chrono::steady_clock::now() > deadline) break;
     std::this_thread::sleep_for(50ms);
   }
+  // A run stopped by its time budget drops nothing, so it is no term of the sum.
   const uint64_t dropped =
       count(r, VxlanCounterId::r2lBadLength) + count(r, VxlanCounterId::r2lBadFlags) +
-      count(r, VxlanCounterId::r2lUnknownVlan) + count(r, VxlanCounterId::r2lTimeBudgetExpired) +
-      count(r, VxlanCounterId::r2lSocketErrors);
+      count(r, VxlanCounterId::r2lUnknownVlan) + count(r, VxlanCounterId::r2lSocketErrors);
   EXPECT_GE(count(r, VxlanCounterId::r2lTxFrames), 1u);
   EXPECT_EQ(count(r, VxlanCounterId::r2lRxFrames), count(r, VxlanCounterId::r2lTxFrames) +
                                                        count(r, VxlanCounterId::r2lFilteredFrames) +
