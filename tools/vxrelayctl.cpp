@@ -59,6 +59,18 @@ json request(const Options& o, const json& req) {
   return answer;
 }
 
+// A state document as the host reads its --state file: comments are allowed, so that
+// a file the host starts with can also be applied to a running host.
+json stateDocument(const std::string& file) {
+  std::ifstream in(file);
+  if (!in) throw std::runtime_error(file + ": cannot read");
+  try {
+    return json::parse(in, nullptr, true, /*ignore_comments=*/true);
+  } catch (const json::exception& e) {
+    throw std::runtime_error(file + ": " + e.what());
+  }
+}
+
 int clear(const Options& o, const std::string& table) {
   const std::string text = table == "vxlan" ? "clear vxlan counters software" : "clearVarpCtr";
   request(o, {{"op", "command"},
@@ -111,9 +123,7 @@ int main(int argc, char** argv) {
       return 0;
     }
     if (*apply) {
-      std::ifstream in(file);
-      json doc = json::parse(in);
-      request(o, {{"op", "apply"}, {"state", doc}});
+      request(o, {{"op", "apply"}, {"state", stateDocument(file)}});
       return 0;
     }
     if (*decode) {
