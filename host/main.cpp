@@ -48,7 +48,7 @@ int main(int argc, char** argv) {
   std::string typeName = "Vxlan::OverlayRelayAgent::OverlayRelayAgent";
   std::string agentName = "vxrelay";
   std::string stateFile;
-  std::string control = "/run/vxrelay/vxrelay.sock";
+  std::string control = Statehub::kDefaultControlSocket;
   app.add_option("--library", library, "agent library to load")->capture_default_str();
   app.add_option("--type", typeName, "registered type name of the agent")->capture_default_str();
   app.add_option("--name", agentName, "the agent's name")->capture_default_str();

@@ -14,6 +14,7 @@
 
 #include "agent/CounterTableReader.h"
 #include "platform/ControlClient.h"
+#include "platform/ControlServer.h"
 #include "platform/RingLog.h"
 
 namespace {
@@ -22,7 +23,7 @@ using nlohmann::json;
 
 struct Options {
   std::string agent = "vxrelay";
-  std::string control = "/run/vxrelay/vxrelay.sock";
+  std::string control = Statehub::kDefaultControlSocket;
   std::string cell = "cell/1";
 };
 
