@@ -1,7 +1,8 @@
 # Entry points for a new machine. `make test` installs missing build dependencies,
 # configures, builds and runs every test; `make asan-test` does the same under
-# AddressSanitizer and UndefinedBehaviorSanitizer (unit tests only).
-.PHONY: deps build test asan asan-test bench clean
+# AddressSanitizer and UndefinedBehaviorSanitizer (unit tests only); `make run` builds
+# and starts the agent host with the example state file until Ctrl-C.
+.PHONY: deps build test run asan asan-test bench clean
 
 deps:
 	./scripts/install-deps.sh
@@ -12,6 +13,9 @@ build: deps
 
 test: build
 	ctest --preset release
+
+run: build
+	./build/release/bin/vxrelay-host --state examples/switch.json --control /tmp/vxrelay/vxrelay.sock
 
 asan: deps
 	cmake --preset asan

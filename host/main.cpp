@@ -1,7 +1,9 @@
 // vxrelay-host: the agent host. Loads an agent library, builds the agent by its
 // registered type name, gives it the embedded state database, and runs the event loop
-// until SIGINT or SIGTERM. Exits non-zero with a one-line reason when the state file
-// is bad, the library or type cannot be found, or the agent's mounts fail.
+// until SIGINT or SIGTERM, then exits 0. Exits non-zero with one line on stderr,
+// "vxrelay-host: <reason>", when the state file is bad, the control socket cannot be
+// opened, the library or type cannot be found, or the agent's mounts or its start
+// fail. Warns, one line each, of state-file paths that nothing mounts.
 #include <dlfcn.h>
 #include <signal.h>
 
@@ -9,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 #include <string>
 
 #include "platform/ActivityManager.h"
@@ -45,7 +48,7 @@ int main(int argc, char** argv) {
   std::string typeName = "Vxlan::OverlayRelayAgent::OverlayRelayAgent";
   std::string agentName = "vxrelay";
   std::string stateFile;
-  std::string control = "/run/vxrelay/vxrelay.sock";
+  std::string control = Statehub::kDefaultControlSocket;
   app.add_option("--library", library, "agent library to load")->capture_default_str();
   app.add_option("--type", typeName, "registered type name of the agent")->capture_default_str();
   app.add_option("--name", agentName, "the agent's name")->capture_default_str();
@@ -64,21 +67,48 @@ int main(int argc, char** argv) {
     }
   }
 
+  // Before the agent is built, so that a second host on the same socket stops here
+  // without having touched anything of the agent's.
+  std::optional<Statehub::ControlServer> server;
+  try {
+    std::filesystem::create_directories(std::filesystem::path(control).parent_path());
+    server.emplace(*em, control, loop);
+  } catch (const std::exception& e) {
+    return fail(std::string("cannot open the control socket: ") + e.what());
+  }
+
   if (dlopen(library.c_str(), RTLD_NOW | RTLD_GLOBAL) == nullptr) {
     return fail(std::string("cannot load agent library: ") + dlerror());
   }
   const Lum::TypeInfo* type = Lum::TypeRegistry::type(typeName);
   if (!type) return fail("no agent type " + typeName + " in " + library);
 
+  // The agent is built in two steps: doInit() here, doMountsComplete() in a reaction of
+  // the loop. A failure in that reaction leaves no agent worth running, so until it has
+  // ended the loop's exception reports end the host with one line giving the first
+  // reason; a failed mount is that reason, not the agent's exception that follows it.
+  std::string startFailure;
+  loop.exceptionReporterIs([&](std::string_view, std::string_view text) {
+    if (startFailure.empty()) startFailure = "agent start failed: " + std::string(text);
+    loop.stop();
+  });
   Lum::Ptr<AgentBase::CAgent> agent;
-  std::string mountFailure;
   try {
     agent = Lum::ptrCast<AgentBase::CAgent>(type->construct({{"name", agentName}}));
     if (!agent) return fail(typeName + " is not an agent");
     em->mountStatusObserverIs([&](Statehub::MountStatus status, const std::string& error) {
-      if (status == Statehub::mountSuccess_) return;
-      mountFailure = "mounts failed: " + error;
-      loop.stop();
+      if (status != Statehub::mountSuccess_) {
+        if (startFailure.empty()) startFailure = "mounts failed: " + error;
+        loop.stop();
+        return;
+      }
+      // A path that no mount took is most likely misspelt in the state file.
+      for (const std::string& path : em->pendingStatePaths()) {
+        std::cerr << "vxrelay-host: warning: nothing mounts " << path << ", its state is kept\n";
+      }
+      // Work deferred now runs after the agent's doMountsComplete() has returned: from
+      // then on an exception is reported as usual and the agent goes on.
+      loop.defer([&loop] { loop.exceptionReporterIs(nullptr); }, "vxrelay-host");
     });
     agent->entityManagerIs(em);
     agent->doInit();
@@ -86,16 +116,13 @@ int main(int argc, char** argv) {
     return fail(std::string("agent start failed: ") + e.what());
   }
 
-  std::filesystem::create_directories(std::filesystem::path(control).parent_path());
-  Statehub::ControlServer server(*em, control, loop);
-
   struct sigaction sa {};
   sa.sa_handler = stopOnSignal;
   sigaction(SIGINT, &sa, nullptr);
   sigaction(SIGTERM, &sa, nullptr);
 
   loop.run();
-  if (!mountFailure.empty()) return fail(mountFailure);
+  if (!startFailure.empty()) return fail(startFailure);
 
   Lum::GenericRef(Lum::Ptr<Lum::Entity>(agent)).invoke("doCleanup");
   agent = nullptr;

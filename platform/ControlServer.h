@@ -36,6 +36,10 @@
 
 namespace Statehub {
 
+// Where the agent host listens and the operator tool connects unless told otherwise.
+// Under /tmp so that the host runs without root; the host creates the folder.
+inline constexpr const char* kDefaultControlSocket = "/tmp/vxrelay/vxrelay.sock";
+
 class ControlServer : private Lum::ReadableHandler {
  public:
   static constexpr size_t kMaxLine = 4 << 20;

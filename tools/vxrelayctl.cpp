@@ -14,6 +14,7 @@
 
 #include "agent/CounterTableReader.h"
 #include "platform/ControlClient.h"
+#include "platform/ControlServer.h"
 #include "platform/RingLog.h"
 
 namespace {
@@ -22,7 +23,7 @@ using nlohmann::json;
 
 struct Options {
   std::string agent = "vxrelay";
-  std::string control = "/run/vxrelay/vxrelay.sock";
+  std::string control = Statehub::kDefaultControlSocket;
   std::string cell = "cell/1";
 };
 
@@ -57,6 +58,18 @@ json request(const Options& o, const json& req) {
     throw std::runtime_error(answer.value("error", std::string("request refused")));
   }
   return answer;
+}
+
+// A state document as the host reads its --state file: comments are allowed, so that
+// a file the host starts with can also be applied to a running host.
+json stateDocument(const std::string& file) {
+  std::ifstream in(file);
+  if (!in) throw std::runtime_error(file + ": cannot read");
+  try {
+    return json::parse(in, nullptr, true, /*ignore_comments=*/true);
+  } catch (const json::exception& e) {
+    throw std::runtime_error(file + ": " + e.what());
+  }
 }
 
 int clear(const Options& o, const std::string& table) {
@@ -111,9 +124,7 @@ int main(int argc, char** argv) {
       return 0;
     }
     if (*apply) {
-      std::ifstream in(file);
-      json doc = json::parse(in);
-      request(o, {{"op", "apply"}, {"state", doc}});
+      request(o, {{"op", "apply"}, {"state", stateDocument(file)}});
       return 0;
     }
     if (*decode) {

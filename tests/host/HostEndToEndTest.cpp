@@ -1,0 +1,417 @@
+// The agent host and the operator tool, run as programs the way a user runs them:
+// vxrelay-host as a child with the example state file, its own control socket and its
+// own counter table; vxrelayctl as a child for every operation, judged by its exit
+// status and output. Each host is killed, and its folder and counter table removed,
+// when its test ends, also when the test fails.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/CounterTableReader.h"
+#include "agent/SharedMemoryCounterStorage.h"
+#include "agent/VxlanAgentCounter.h"
+#include "platform/ControlClient.h"
+#include "platform/MemtabMount.h"
+
+extern char** environ;
+
+namespace {
+
+using nlohmann::json;
+using Clock = std::chrono::steady_clock;
+
+// Bounds on waiting for another process; a healthy one takes milliseconds.
+constexpr auto kStartBound = std::chrono::seconds(5);
+constexpr auto kExitBound = std::chrono::seconds(5);
+constexpr auto kToolBound = std::chrono::seconds(10);
+constexpr const char* kVtiPath = "interface/status/eth/vxlan";
+
+// Polls `done` until it holds or `bound` has passed; says which.
+bool eventually(const std::function<bool()>& done, Clock::duration bound) {
+  const Clock::time_point end = Clock::now() + bound;
+  while (!done()) {
+    if (Clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+std::string fileText(const std::filesystem::path& p) {
+  std::ifstream in(p);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// A temporary folder, removed with everything in it when the scope ends.
+class TempDir {
+ public:
+  TempDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "vxr-e2e-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp");
+    path_ = pattern;
+  }
+  ~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+  }
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// A child program with stdout and stderr in files of `dir`; killed and reaped when the
+// object goes, if it is still running.
+class Child {
+ public:
+  Child(const std::vector<std::string>& argv, const std::filesystem::path& dir,
+        const std::string& tag)
+      : out_(dir / (tag + ".out")), err_(dir / (tag + ".err")) {
+    std::vector<std::string> env;
+    for (char** e = environ; *e; ++e) env.emplace_back(*e);
+    // The trace ring would otherwise be a file in the working folder.
+    env.emplace_back("RINGLOG_DISABLE=1");
+    std::vector<char*> args;
+    std::vector<char*> envp;
+    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    for (const std::string& e : env) envp.push_back(const_cast<char*>(e.c_str()));
+    args.push_back(nullptr);
+    envp.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out_.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err_.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const int rc = ::posix_spawn(&pid_, args[0], &actions, nullptr, args.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (rc != 0) throw std::runtime_error("posix_spawn " + argv[0] + ": " + std::strerror(rc));
+  }
+  ~Child() {
+    if (status_) return;
+    ::kill(pid_, SIGKILL);
+    int status;
+    ::waitpid(pid_, &status, 0);
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  pid_t pid() const { return pid_; }
+  bool running() {
+    poll();
+    return !status_;
+  }
+  // The wait status once the child has ended within `bound`, empty otherwise.
+  std::optional<int> exitWithin(Clock::duration bound) {
+    eventually([this] { return !running(); }, bound);
+    return status_;
+  }
+  std::string out() const { return fileText(out_); }
+  std::string err() const { return fileText(err_); }
+
+ private:
+  void poll() {
+    int status;
+    if (!status_ && ::waitpid(pid_, &status, WNOHANG) == pid_) status_ = status;
+  }
+
+  pid_t pid_ = -1;
+  std::optional<int> status_;
+  std::filesystem::path out_;
+  std::filesystem::path err_;
+};
+
+struct ToolRun {
+  int exitCode = -1;  // -1: it did not exit by itself
+  std::string out;
+  std::string err;
+};
+
+// A running vxrelay-host with its own name, control socket and counter table.
+class Host {
+ public:
+  explicit Host(const std::string& stateFile = std::string(VXRELAY_EXAMPLES) + "/switch.json") {
+    static int serial = 0;
+    name_ = "vxr-e2e-" + std::to_string(::getpid()) + "-" + std::to_string(++serial);
+    counterObject_ = LumMemtab::Mount::objectName(name_, Vxlan::kCounterTablePath);
+    control_ = (dir_.path() / "ctl.sock").string();
+    child_.emplace(std::vector<std::string>{VXRELAY_HOST, "--name", name_, "--control", control_,
+                                            "--state", stateFile},
+                   dir_.path(), "host");
+  }
+  ~Host() {
+    child_.reset();  // killed before its table goes, so that it cannot make it again
+    ::shm_unlink(counterObject_.c_str());
+  }
+
+  // Whether the host answers a get of the tunnel interfaces, which it can only once its
+  // agent has mounted everything.
+  bool ready() {
+    return eventually(
+        [this] {
+          try {
+            return Statehub::ControlClient(control_)
+                .request({{"op", "get"}, {"path", kVtiPath}}, 1.0)
+                .value("ok", false);
+          } catch (const std::exception&) {
+            return false;
+          }
+        },
+        kStartBound);
+  }
+
+  // vxrelayctl aimed at this host.
+  ToolRun ctl(std::vector<std::string> args) {
+    args.insert(args.begin(), {VXRELAY_CTL, "--agent", name_, "--control", control_});
+    Child tool(args, dir_.path(), "ctl" + std::to_string(++toolRuns_));
+    ToolRun run;
+    if (std::optional<int> status = tool.exitWithin(kToolBound)) {
+      if (WIFEXITED(*status)) run.exitCode = WEXITSTATUS(*status);
+    }
+    run.out = tool.out();
+    run.err = tool.err();
+    return run;
+  }
+
+  // `vxrelayctl state get PATH`, parsed; null when it failed.
+  json stateOf(const std::string& path) {
+    const ToolRun r = ctl({"state", "get", path});
+    if (r.exitCode != 0) return nullptr;
+    return json::parse(r.out);
+  }
+
+  // `vxrelayctl state apply FILE` of a document written to a file first.
+  ToolRun apply(const json& doc) {
+    const std::filesystem::path file = dir_.path() / ("doc" + std::to_string(++docs_) + ".json");
+    std::ofstream(file) << doc.dump();
+    return ctl({"state", "apply", file.string()});
+  }
+
+  const std::string& name() const { return name_; }
+  const std::string& counterObject() const { return counterObject_; }
+  const std::string& control() const { return control_; }
+  const std::filesystem::path& dir() const { return dir_.path(); }
+  Child& child() { return *child_; }
+
+ private:
+  TempDir dir_;
+  std::string name_;
+  std::string counterObject_;
+  std::string control_;
+  std::optional<Child> child_;
+  int toolRuns_ = 0;
+  int docs_ = 0;
+};
+
+bool sharedObjectExists(const std::string& name) {
+  const int fd = ::shm_open(name.c_str(), O_RDONLY, 0);
+  if (fd < 0) return errno != ENOENT;
+  ::close(fd);
+  return true;
+}
+
+bool allZero(const auto& readings) {
+  for (const auto& r : readings) {
+    if (r.count != 0) return false;
+  }
+  return true;
+}
+
+// Guards against a host that does not take its state file, whose control socket does
+// not answer, or whose gets do not reflect a change applied through the tool.
+TEST(HostEndToEnd, StateFromFileReadsBackAndChangesApply) {
+  Host host;
+  ASSERT_TRUE(host.ready()) << host.child().err();
+
+  const json vti = host.stateOf(kVtiPath);
+  ASSERT_TRUE(vti.contains("vtiStatus")) << vti.dump();
+  const json& vxlan1 = vti["vtiStatus"]["Vxlan1"];
+  EXPECT_EQ(vxlan1["udpPort"], "4789");
+  EXPECT_EQ(vxlan1["localVtepAddr"], "10.0.0.1");
+  EXPECT_EQ(vxlan1["vlanToVniMap"], json({{"10", "5010"}, {"20", "5020"}}));
+
+  const ToolRun r = host.apply({{kVtiPath, {{"vtiStatus", {{"Vxlan1", {{"udpPort", 4790}}}}}}}});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const json changed = host.stateOf(kVtiPath)["vtiStatus"]["Vxlan1"];
+  EXPECT_EQ(changed["udpPort"], "4790");
+  EXPECT_EQ(changed["vlanToVniMap"], vxlan1["vlanToVniMap"]);
+
+  // The example file, comments and all, applies to a running host as it starts one.
+  const ToolRun example =
+      host.ctl({"state", "apply", std::string(VXRELAY_EXAMPLES) + "/switch.json"});
+  ASSERT_EQ(example.exitCode, 0) << example.err;
+  EXPECT_EQ(host.stateOf(kVtiPath)["vtiStatus"]["Vxlan1"]["udpPort"], "4789");
+}
+
+// Guards against a counter table that other programs cannot find or read, a clear
+// that misses ids or reaches the other table, and JSON output that loses counts.
+TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
+  Host host;
+  ASSERT_TRUE(host.ready()) << host.child().err();
+
+  const Vxlan::CounterTableReader reader(host.name());
+  Vxlan::CounterTablesReading fresh = reader.counts();
+  EXPECT_EQ(fresh.vxlan.size(), Vxlan::kVxlanCounterIds);
+  EXPECT_EQ(fresh.varp.size(), Vxlan::kVarpCounterIds);
+  EXPECT_TRUE(allZero(fresh.vxlan));
+  EXPECT_TRUE(allZero(fresh.varp));
+
+  // A second mapping of the agent's table, writing as the frame paths would. Naming the
+  // type through kTableType also links in its registration.
+  LumMemtab::Mount writerMount(host.name());
+  writerMount.doMount(Vxlan::kCounterTablePath, Vxlan::VxlanAgentCounter::kTableType.typeName,
+                      Vxlan::counterMountInfo());
+  auto writer =
+      Lum::ptrCast<Vxlan::VxlanAgentCounter>(writerMount.getEntity(Vxlan::kCounterTablePath));
+  ASSERT_TRUE(writer);
+  auto fill = [&] {
+    for (uint16_t id = 0; id < Vxlan::kVxlanCounterIds; ++id) {
+      writer->vxlanCounterIs({Vxlan::VxlanCounterId(id), 1000u + id});
+    }
+    for (uint16_t id = 0; id < Vxlan::kVarpCounterIds; ++id) {
+      writer->varpCounterIs({Vxlan::VarpCounterId(id), 2000u + id});
+    }
+  };
+  fill();
+
+  const ToolRun asJson = host.ctl({"counters", "--json"});
+  ASSERT_EQ(asJson.exitCode, 0) << asJson.err;
+  const json counters = json::parse(asJson.out);
+  ASSERT_EQ(counters["vxlanCounter"].size(), Vxlan::kVxlanCounterIds);
+  ASSERT_EQ(counters["varpCounter"].size(), Vxlan::kVarpCounterIds);
+  EXPECT_EQ(counters["vxlanCounter"][12]["name"], "r2lRxFrames");
+  EXPECT_EQ(counters["vxlanCounter"][12]["count"], 1012);
+  EXPECT_EQ(counters["varpCounter"][7]["name"], "vxlanArpRx");
+  EXPECT_EQ(counters["varpCounter"][7]["count"], 2007);
+
+  ToolRun r = host.ctl({"clear", "vxlan"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_TRUE(eventually([&] { return allZero(reader.counts().vxlan); }, kStartBound));
+  Vxlan::CounterTablesReading after = reader.counts();
+  EXPECT_EQ(after.varp[0].count, 2000u);
+  EXPECT_EQ(after.varp.back().count, 2000u + Vxlan::kVarpCounterIds - 1);
+
+  fill();
+  r = host.ctl({"clear", "varp"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_TRUE(eventually([&] { return allZero(reader.counts().varp); }, kStartBound));
+  after = reader.counts();
+  EXPECT_EQ(after.vxlan[0].count, 1000u);
+  EXPECT_EQ(after.vxlan.back().count, 1000u + Vxlan::kVxlanCounterIds - 1);
+}
+
+// Guards against a host that ignores SIGTERM, hangs in its cleanup, exits with a
+// failure status, or leaves its control socket behind.
+TEST(HostEndToEnd, SigtermEndsTheHostCleanly) {
+  Host host;
+  ASSERT_TRUE(host.ready()) << host.child().err();
+  ASSERT_EQ(::kill(host.child().pid(), SIGTERM), 0);
+  const std::optional<int> status = host.child().exitWithin(kExitBound);
+  ASSERT_TRUE(status) << "still running after SIGTERM";
+  ASSERT_TRUE(WIFEXITED(*status)) << "wait status " << *status;
+  EXPECT_EQ(WEXITSTATUS(*status), 0) << host.child().err();
+  EXPECT_FALSE(std::filesystem::exists(host.control()));
+}
+
+// Guards against a state file whose fault is found late, reported in several lines or
+// not named at all, or that leaves a counter table behind.
+TEST(HostEndToEnd, BadStateFileEndsTheHostWithOneLine) {
+  struct Case {
+    const char* what;
+    std::string text;
+    std::vector<std::string> named;  // what the line must mention
+  };
+  const std::vector<Case> cases = {
+      {"malformed", R"({"interface/status/eth/vxlan": {"vtiStatus": )", {"parse error"}},
+      {"out of range",
+       R"({"interface/status/eth/vxlan": {"vtiStatus": {"Vxlan1": {"udpPort": 70000}}}})",
+       {"interface/status/eth/vxlan/vtiStatus/Vxlan1/udpPort", "out of range"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    TempDir files;
+    const std::filesystem::path file = files.path() / "state.json";
+    std::ofstream(file) << c.text;
+    Host host(file.string());
+
+    const std::optional<int> status = host.child().exitWithin(kExitBound);
+    ASSERT_TRUE(status) << "the host runs with a bad state file";
+    ASSERT_TRUE(WIFEXITED(*status)) << "wait status " << *status;
+    EXPECT_NE(WEXITSTATUS(*status), 0);
+    const std::string err = host.child().err();
+    EXPECT_EQ(err.rfind("vxrelay-host: ", 0), 0u) << err;
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+    EXPECT_EQ(err.back(), '\n') << err;
+    for (const std::string& n : c.named) EXPECT_NE(err.find(n), std::string::npos) << err;
+    EXPECT_FALSE(sharedObjectExists(host.counterObject()));
+  }
+}
+
+// Guards against a second host that aborts, or takes over the socket of a running one,
+// when both are given the same control socket.
+TEST(HostEndToEnd, ControlSocketInUseEndsTheSecondHostOnly) {
+  Host first;
+  ASSERT_TRUE(first.ready()) << first.child().err();
+  Child second({VXRELAY_HOST, "--name", first.name() + "-b", "--control", first.control()},
+               first.dir(), "second");
+  const std::optional<int> status = second.exitWithin(kExitBound);
+  ::shm_unlink(LumMemtab::Mount::objectName(first.name() + "-b", Vxlan::kCounterTablePath).c_str());
+  ASSERT_TRUE(status) << "the second host runs";
+  ASSERT_TRUE(WIFEXITED(*status)) << "wait status " << *status;
+  EXPECT_NE(WEXITSTATUS(*status), 0);
+  const std::string err = second.err();
+  EXPECT_EQ(err.rfind("vxrelay-host: ", 0), 0u) << err;
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+  EXPECT_NE(err.find(first.control()), std::string::npos) << err;
+  EXPECT_TRUE(first.stateOf(kVtiPath).contains("vtiStatus"));
+}
+
+// Guards against a change request that is taken in part, or refused without the tool
+// saying where.
+TEST(HostEndToEnd, RefusedChangeNamesThePathAndChangesNothing) {
+  Host host;
+  ASSERT_TRUE(host.ready()) << host.child().err();
+  const json before = host.stateOf(kVtiPath);
+  ASSERT_TRUE(before.contains("vtiStatus")) << before.dump();
+
+  // A valid change beside the refused one: a request taken piecemeal shows in the get.
+  const ToolRun r = host.apply(
+      {{kVtiPath, {{"vtiStatus", {{"Vxlan1", {{"udpPort", 4790}, {"noSuchAttribute", 1}}}}}}}});
+  EXPECT_NE(r.exitCode, 0);
+  EXPECT_EQ(r.err.rfind("vxrelayctl: ", 0), 0u) << r.err;
+  EXPECT_NE(r.err.find("interface/status/eth/vxlan/vtiStatus/Vxlan1/noSuchAttribute"),
+            std::string::npos)
+      << r.err;
+
+  // Read directly as well, so that a fault of the tool's get cannot hide one of apply.
+  Statehub::ControlClient client(host.control());
+  const json direct = client.request({{"op", "get"}, {"path", kVtiPath}});
+  ASSERT_TRUE(direct.value("ok", false)) << direct.dump();
+  EXPECT_EQ(direct["state"], before);
+  EXPECT_EQ(host.stateOf(kVtiPath), before);
+}
+
+}  // namespace
