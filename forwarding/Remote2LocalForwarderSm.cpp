@@ -166,7 +166,16 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleInitialized() {
   initializedIs(true);
   handleBumMcastGrp();
   handleVlanToVniMap();
-  handleOperStatus();
+  // A socket that cannot be opened now (no privilege, a device missing) must not undo
+  // the machine: it stays, with the sockets closed, for the next event to repair. An
+  // exception here would leave the constructor and with it the whole start.
+  try {
+    handleOperStatus();
+  } catch (const Lum::ErrnoException& e) {
+    R2L_TRACE(1, "() sockets not opened: " << e.what());
+    RINGLOG(1, "R2LSm(%s)::handleInitialized sockets not opened: %s",
+            intfId_.stringValue().charPtr(), e.what());
+  }
 }
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::onNotifier() {
