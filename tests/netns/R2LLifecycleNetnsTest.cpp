@@ -1,0 +1,142 @@
+// The remote-to-local machine of the agent host following its inputs against the real
+// kernel: VNIs without a VLAN, its own datagrams, the "txraw" device going and coming,
+// the VTI going down and up, and a new UDP port. Needs root; skipped without it.
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "agent/VxlanCounterId.h"
+#include "tests/netns/OverlayFrames.h"
+#include "tests/netns/PacketSocket.h"
+#include "tests/netns/SwitchTopology.h"
+#include "tests/support/VxlanFrameBuilder.h"
+
+namespace TestSupport {
+namespace {
+
+using namespace std::chrono_literals;
+using Vxlan::VxlanCounterId;
+
+// How long a frame may take, and how long silence must last to count as "nothing".
+constexpr auto kFrameWait = 3s;
+constexpr auto kQuietWait = 500ms;
+constexpr auto kSettleLimit = 5s;
+constexpr auto kPollStep = 50ms;
+constexpr MacBytes kRemoteMac = {0x02, 0x00, 0x00, 0x00, 0x10, 0x02};
+constexpr MacBytes kSwitchSideMac = {0x02, 0x00, 0x00, 0x00, 0x10, 0x01};
+constexpr uint32_t kRemoteOverlayIp = 0xc0a80a02;  // 192.168.10.2
+constexpr uint32_t kSwitchOverlayIp = 0xc0a80a01;  // 192.168.10.1
+constexpr uint32_t kSwitchVtepIp = 0x0a630001;     // 10.99.0.1
+
+uint64_t count(const Vxlan::CounterTablesReading& r, VxlanCounterId id) {
+  return r.vxlan.at(static_cast<size_t>(id)).count;
+}
+
+// Tag 0x0008 behind the MAC addresses: what the agent writes, never the kernel.
+bool isTxRawForm(const Frame& f) {
+  return f.size() > 14 && f[12] == 0x00 && f[13] == 0x08;
+}
+
+class R2LLifecycleNetnsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) {
+      GTEST_SKIP() << "network namespaces need root; CI runs these as root";
+    }
+    try {
+      topo_ = std::make_unique<SwitchTopology>();
+      topo_->startHost();
+    } catch (const std::exception& e) {
+      FAIL() << "building the topology failed: " << e.what();
+    }
+  }
+  void TearDown() override { topo_.reset(); }
+
+  SwitchTopology& topo() { return *topo_; }
+  uint64_t count(VxlanCounterId id) const { return TestSupport::count(topo_->counters(), id); }
+
+  static Frame echo() {
+    return icmpEchoFrame(kSwitchSideMac, kRemoteMac, kRemoteOverlayIp, kSwitchOverlayIp, 1);
+  }
+  Frame expectedTxRaw() const {
+    return txRawFrame(echo(), topo_->config().vlan, topo_->config().portId);
+  }
+  // The echo through the kernel VXLAN device of remote 0.
+  void sendEcho() {
+    PacketSocket(topo_->remoteNs(0), SwitchTopology::kRemoteVxlanDevice,
+                 PacketSocket::Mode::sendOnly)
+        .send(echo());
+  }
+  // A VXLAN datagram carrying the echo, written below remote 0's kernel device.
+  void sendDatagram(uint32_t saddr) {
+    VxlanFrameBuilder b;
+    b.saddr = saddr;
+    b.daddr = kSwitchVtepIp;
+    b.dport = topo_->config().udpPort;
+    b.vni = topo_->config().vni.value();
+    b.inner = echo();
+    Frame f = b.build();
+    std::fill(f.begin(), f.begin() + 6, 0xff);  // broadcast: no neighbour needed
+    PacketSocket(topo_->remoteNs(0), topo_->remoteUnderlayDevice(0), PacketSocket::Mode::sendOnly)
+        .send(f);
+  }
+  // Sends until a frame in the txraw form reaches the peer (the agent may still be
+  // taking a change in); that frame, or empty when none came in time.
+  template <typename Send>
+  std::optional<Frame> forwardedWithin(Send send, std::chrono::milliseconds limit) {
+    PacketSocket peer(topo_->switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (std::chrono::steady_clock::now() < deadline) {
+      send();
+      if (auto got = peer.receive(isTxRawForm, kQuietWait)) return got;
+    }
+    return std::nullopt;
+  }
+  // Sends until a send is answered by silence on the peer; false if that never happens.
+  template <typename Send>
+  bool forwardingStops(Send send) {
+    PacketSocket peer(topo_->switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+    const auto deadline = std::chrono::steady_clock::now() + kSettleLimit;
+    while (std::chrono::steady_clock::now() < deadline) {
+      send();
+      if (!peer.receive(isTxRawForm, kQuietWait)) return true;
+    }
+    return false;
+  }
+  // Polls counter `id` until it exceeds `before`; its last value.
+  uint64_t countAbove(VxlanCounterId id, uint64_t before) {
+    const auto deadline = std::chrono::steady_clock::now() + kFrameWait;
+    uint64_t now = count(id);
+    while (now <= before && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(kPollStep);
+      now = count(id);
+    }
+    return now;
+  }
+  nlohmann::json applyVti(const nlohmann::json& attrs) {
+    return topo_->apply({{"interface/status/eth/vxlan", {{"vtiStatus", {{"Vxlan1", attrs}}}}}});
+  }
+
+  std::unique_ptr<SwitchTopology> topo_;
+};
+
+// Guards the VNI to VLAN lookup: a VNI the VTI does not map must be dropped, not
+// forwarded on some VLAN.
+TEST_F(R2LLifecycleNetnsTest, VniWithoutVlanIsCountedAndNotForwarded) {
+  ASSERT_TRUE(topo_);
+  ASSERT_NE(topo().config().vni.value(), 5099u);
+  topo().remoteVxlanDeviceIs(0, Vxlan::Vni(5099), topo().config().udpPort);
+  const uint64_t before = count(VxlanCounterId::r2lUnknownVlan);
+  PacketSocket peer(topo().switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+  sendEcho();
+  EXPECT_GT(countAbove(VxlanCounterId::r2lUnknownVlan, before), before);
+  EXPECT_FALSE(peer.receive(isTxRawForm, kQuietWait).has_value());
+  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), 0u);
+}
+
+}  // namespace
+}  // namespace TestSupport
