@@ -31,6 +31,7 @@ constexpr MacBytes kSwitchSideMac = {0x02, 0x00, 0x00, 0x00, 0x10, 0x01};
 constexpr uint32_t kRemoteOverlayIp = 0xc0a80a02;  // 192.168.10.2
 constexpr uint32_t kSwitchOverlayIp = 0xc0a80a01;  // 192.168.10.1
 constexpr uint32_t kSwitchVtepIp = 0x0a630001;     // 10.99.0.1
+constexpr uint32_t kRemoteVtepIp = 0x0a630002;     // 10.99.0.2
 
 uint64_t count(const Vxlan::CounterTablesReading& r, VxlanCounterId id) {
   return r.vxlan.at(static_cast<size_t>(id)).count;
@@ -81,6 +82,13 @@ class R2LLifecycleNetnsTest : public ::testing::Test {
     b.inner = echo();
     Frame f = b.build();
     std::fill(f.begin(), f.begin() + 6, 0xff);  // broadcast: no neighbour needed
+    // A bridge that checks IPv4 headers drops one without its length and checksum.
+    const uint16_t ipLen = static_cast<uint16_t>(f.size() - 14);
+    f[16] = static_cast<uint8_t>(ipLen >> 8);
+    f[17] = static_cast<uint8_t>(ipLen);
+    const uint16_t sum = inetChecksum(f, 14, 34);
+    f[24] = static_cast<uint8_t>(sum >> 8);
+    f[25] = static_cast<uint8_t>(sum);
     PacketSocket(topo_->remoteNs(0), topo_->remoteUnderlayDevice(0), PacketSocket::Mode::sendOnly)
         .send(f);
   }
@@ -136,6 +144,24 @@ TEST_F(R2LLifecycleNetnsTest, VniWithoutVlanIsCountedAndNotForwarded) {
   EXPECT_GT(countAbove(VxlanCounterId::r2lUnknownVlan, before), before);
   EXPECT_FALSE(peer.receive(isTxRawForm, kQuietWait).has_value());
   EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), 0u);
+}
+
+// Guards the source filter: a datagram from the switch's own VTEP address must be
+// filtered, while the same datagram from a remote is forwarded.
+TEST_F(R2LLifecycleNetnsTest, DatagramFromOwnVtepIsFiltered) {
+  ASSERT_TRUE(topo_);
+  // The hand-built datagram is well formed: from the remote it goes through.
+  const auto got = forwardedWithin([&] { sendDatagram(kRemoteVtepIp); }, kFrameWait);
+  ASSERT_TRUE(got.has_value()) << "the hand-built datagram was not forwarded";
+  EXPECT_EQ(*got, expectedTxRaw());
+
+  const uint64_t tx = count(VxlanCounterId::r2lTxFrames);
+  const uint64_t filtered = count(VxlanCounterId::r2lFilteredFrames);
+  PacketSocket peer(topo().switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+  sendDatagram(kSwitchVtepIp);
+  EXPECT_GT(countAbove(VxlanCounterId::r2lFilteredFrames, filtered), filtered);
+  EXPECT_FALSE(peer.receive(isTxRawForm, kQuietWait).has_value());
+  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
 }
 
 }  // namespace
