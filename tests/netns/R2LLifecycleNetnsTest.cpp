@@ -32,6 +32,7 @@ constexpr uint32_t kRemoteOverlayIp = 0xc0a80a02;  // 192.168.10.2
 constexpr uint32_t kSwitchOverlayIp = 0xc0a80a01;  // 192.168.10.1
 constexpr uint32_t kSwitchVtepIp = 0x0a630001;     // 10.99.0.1
 constexpr uint32_t kRemoteVtepIp = 0x0a630002;     // 10.99.0.2
+constexpr uint16_t kOtherUdpPort = 4790;
 
 uint64_t count(const Vxlan::CounterTablesReading& r, VxlanCounterId id) {
   return r.vxlan.at(static_cast<size_t>(id)).count;
@@ -162,6 +163,69 @@ TEST_F(R2LLifecycleNetnsTest, DatagramFromOwnVtepIsFiltered) {
   EXPECT_GT(countAbove(VxlanCounterId::r2lFilteredFrames, filtered), filtered);
   EXPECT_FALSE(peer.receive(isTxRawForm, kQuietWait).has_value());
   EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
+}
+
+// Guards the kernel device watch: "txraw" gone must stop the writes, and "txraw" made
+// again (a new device with a new index) must get a new socket, not the stale one.
+TEST_F(R2LLifecycleNetnsTest, TxRawDeletedAndRecreatedResumesForwarding) {
+  ASSERT_TRUE(topo_);
+  ASSERT_TRUE(forwardedWithin([&] { sendEcho(); }, kFrameWait).has_value());
+
+  topo().ip(topo().switchNs(), std::string("link del ") + SwitchTopology::kTxRawDevice);
+  const uint64_t tx = count(VxlanCounterId::r2lTxFrames);
+  sendEcho();
+  std::this_thread::sleep_for(kQuietWait);  // a bounded window in which nothing may go out
+  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
+  EXPECT_TRUE(topo().hostRunning()) << topo().hostOutput();
+
+  topo().ip(topo().switchNs(), std::string("link add name ") + SwitchTopology::kTxRawDevice +
+                                   " type veth peer name " + SwitchTopology::kTxRawPeer);
+  topo().ip(topo().switchNs(), std::string("link set ") + SwitchTopology::kTxRawPeer + " up");
+  topo().ip(topo().switchNs(), std::string("link set ") + SwitchTopology::kTxRawDevice + " up");
+  const auto got = forwardedWithin([&] { sendEcho(); }, kSettleLimit);
+  ASSERT_TRUE(got.has_value()) << "nothing reached the new txraw peer";
+  EXPECT_EQ(*got, expectedTxRaw());
+}
+
+// Guards the operStatus follow: a VTI set down must stop forwarding, set up resume it.
+TEST_F(R2LLifecycleNetnsTest, VtiDownStopsAndUpResumesForwarding) {
+  ASSERT_TRUE(topo_);
+  ASSERT_TRUE(forwardedWithin([&] { sendEcho(); }, kFrameWait).has_value());
+
+  ASSERT_TRUE(applyVti({{"operStatus", 2}}).value("ok", false));
+  ASSERT_TRUE(forwardingStops([&] { sendEcho(); })) << "still forwarding with the VTI down";
+  const uint64_t tx = count(VxlanCounterId::r2lTxFrames);
+  PacketSocket peer(topo().switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+  sendEcho();
+  EXPECT_FALSE(peer.receive(isTxRawForm, kQuietWait).has_value());
+  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
+
+  ASSERT_TRUE(applyVti({{"operStatus", 1}}).value("ok", false));
+  const auto got = forwardedWithin([&] { sendEcho(); }, kSettleLimit);
+  ASSERT_TRUE(got.has_value()) << "forwarding did not resume with the VTI up";
+  EXPECT_EQ(*got, expectedTxRaw());
+}
+
+// Guards the udpPort follow: after a port change the old port is filtered and the new
+// one forwarded.
+TEST_F(R2LLifecycleNetnsTest, UdpPortChangeIsFollowed) {
+  ASSERT_TRUE(topo_);
+  ASSERT_TRUE(forwardedWithin([&] { sendEcho(); }, kFrameWait).has_value());
+
+  ASSERT_TRUE(applyVti({{"udpPort", kOtherUdpPort}}).value("ok", false));
+  ASSERT_TRUE(forwardingStops([&] { sendEcho(); })) << "the old port is still forwarded";
+  const uint64_t tx = count(VxlanCounterId::r2lTxFrames);
+  const uint64_t filtered = count(VxlanCounterId::r2lFilteredFrames);
+  PacketSocket peer(topo().switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+  sendEcho();
+  EXPECT_GT(countAbove(VxlanCounterId::r2lFilteredFrames, filtered), filtered);
+  EXPECT_FALSE(peer.receive(isTxRawForm, kQuietWait).has_value());
+  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
+
+  topo().remoteVxlanDeviceIs(0, topo().config().vni, kOtherUdpPort);
+  const auto got = forwardedWithin([&] { sendEcho(); }, kSettleLimit);
+  ASSERT_TRUE(got.has_value()) << "the new port is not forwarded";
+  EXPECT_EQ(*got, expectedTxRaw());
 }
 
 }  // namespace
