@@ -122,6 +122,10 @@ void SwitchTopology::build() {
   for (const std::string& ns : namespaces()) {
     runOrThrow("ip netns add " + ns);
     made_.push_back(ns);
+    // Without IPv6 the devices send no neighbour discovery or listener reports of
+    // their own: what crosses the fabric is what a test sends, and counts are exact.
+    runOrThrow("ip netns exec " + ns +
+               " sysctl -qw net.ipv6.conf.default.disable_ipv6=1 net.ipv6.conf.all.disable_ipv6=1");
     ip(ns, "link set lo up");
   }
   // A bridge without spanning tree forwards as soon as a port is up.
@@ -138,15 +142,29 @@ void SwitchTopology::build() {
 
   for (size_t i = 0; i < config_.remotes; ++i) {
     const std::string& ns = remoteNs_[i];
-    const std::string underlay = deviceName("u" + tag_ + "r" + std::to_string(i));
-    addVtep(ns, underlay, deviceName("f" + tag_ + "r" + std::to_string(i)), remoteVtepAddr(i));
-    ip(ns, std::string("link add name ") + kRemoteVxlanDevice + " type vxlan id " +
-               std::to_string(config_.vni.value()) + " remote " + kVtepAddr + " local " +
-               remoteVtepAddr(i) + " dstport " + std::to_string(config_.udpPort) + " dev " +
-               underlay);
-    ip(ns, "addr add " + remoteOverlayAddr(i) + "/24 dev " + kRemoteVxlanDevice);
-    ip(ns, std::string("link set ") + kRemoteVxlanDevice + " up");
+    addVtep(ns, remoteUnderlayDevice(i), deviceName("f" + tag_ + "r" + std::to_string(i)),
+            remoteVtepAddr(i));
+    addRemoteVxlanDevice(i, config_.vni, config_.udpPort);
   }
+}
+
+std::string SwitchTopology::remoteUnderlayDevice(size_t i) const {
+  return deviceName("u" + tag_ + "r" + std::to_string(i));
+}
+
+void SwitchTopology::addRemoteVxlanDevice(size_t i, Vxlan::Vni vni, uint16_t udpPort) const {
+  const std::string& ns = remoteNs_.at(i);
+  ip(ns, std::string("link add name ") + kRemoteVxlanDevice + " type vxlan id " +
+             std::to_string(vni.value()) + " remote " + kVtepAddr + " local " + remoteVtepAddr(i) +
+             " dstport " + std::to_string(udpPort) + " dev " + remoteUnderlayDevice(i));
+  ip(ns, "addr add " + remoteOverlayAddr(i) + "/24 dev " + kRemoteVxlanDevice);
+  ip(ns, std::string("link set ") + kRemoteVxlanDevice + " up");
+}
+
+void SwitchTopology::remoteVxlanDeviceIs(size_t i, Vxlan::Vni vni, uint16_t udpPort) const {
+  // The device lives in the remote's namespace, which teardown deletes: nothing to track.
+  ip(remoteNs_.at(i), std::string("link del ") + kRemoteVxlanDevice);
+  addRemoteVxlanDevice(i, vni, udpPort);
 }
 
 nlohmann::json SwitchTopology::stateDocument() const {

@@ -16,6 +16,7 @@
 //               peers the test reads and writes
 //   remote i:   underlay veth end 10.99.0.(2+i)/24; kernel VXLAN device "vx0"
 //               (VNI, remote = the switch VTEP, port 4789) with 192.168.10.(2+i)/24
+//   IPv6 is off in every namespace, so no device sends traffic of its own accord.
 //
 // The host gets a state file made from the parameters (VTI "Vxlan1" up on the
 // underlay device, the VLAN to VNI entry, the hardware port id), a control socket and
@@ -74,6 +75,11 @@ class SwitchTopology {
   const std::string& controlSocket() const { return controlSocket_; }
   std::string remoteVtepAddr(size_t i) const;
   std::string remoteOverlayAddr(size_t i) const;
+  // The underlay veth end of remote i, for frames written below its kernel VXLAN device.
+  std::string remoteUnderlayDevice(size_t i) const;
+  // Replaces the kernel VXLAN device of remote i by one with this VNI and destination
+  // port (same name, addresses and remote), for traffic the switch is not set up for.
+  void remoteVxlanDeviceIs(size_t i, Vxlan::Vni vni, uint16_t udpPort) const;
 
   // The state document the host starts from.
   nlohmann::json stateDocument() const;
@@ -96,6 +102,7 @@ class SwitchTopology {
 
  private:
   void build();
+  void addRemoteVxlanDevice(size_t i, Vxlan::Vni vni, uint16_t udpPort) const;
   void addVtep(const std::string& netns, const std::string& device, const std::string& fabricEnd,
                const std::string& addr) const;
   void teardown() noexcept;

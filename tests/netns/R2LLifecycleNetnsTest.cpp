@@ -1,0 +1,232 @@
+// The remote-to-local machine of the agent host following its inputs against the real
+// kernel: VNIs without a VLAN, its own datagrams, the "txraw" device going and coming,
+// the VTI going down and up, and a new UDP port. Needs root; skipped without it.
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "agent/VxlanCounterId.h"
+#include "tests/netns/OverlayFrames.h"
+#include "tests/netns/PacketSocket.h"
+#include "tests/netns/SwitchTopology.h"
+#include "tests/support/VxlanFrameBuilder.h"
+
+namespace TestSupport {
+namespace {
+
+using namespace std::chrono_literals;
+using Vxlan::VxlanCounterId;
+
+// How long a frame may take, and how long silence must last to count as "nothing".
+constexpr auto kFrameWait = 3s;
+constexpr auto kQuietWait = 500ms;
+constexpr auto kSettleLimit = 5s;
+constexpr auto kPollStep = 50ms;
+constexpr MacBytes kRemoteMac = {0x02, 0x00, 0x00, 0x00, 0x10, 0x02};
+constexpr MacBytes kSwitchSideMac = {0x02, 0x00, 0x00, 0x00, 0x10, 0x01};
+constexpr uint32_t kRemoteOverlayIp = 0xc0a80a02;  // 192.168.10.2
+constexpr uint32_t kSwitchOverlayIp = 0xc0a80a01;  // 192.168.10.1
+constexpr uint32_t kSwitchVtepIp = 0x0a630001;     // 10.99.0.1
+constexpr uint32_t kRemoteVtepIp = 0x0a630002;     // 10.99.0.2
+constexpr uint16_t kOtherUdpPort = 4790;
+
+uint64_t count(const Vxlan::CounterTablesReading& r, VxlanCounterId id) {
+  return r.vxlan.at(static_cast<size_t>(id)).count;
+}
+
+// Tag 0x0008 behind the MAC addresses: what the agent writes, never the kernel.
+bool isTxRawForm(const Frame& f) {
+  return f.size() > 14 && f[12] == 0x00 && f[13] == 0x08;
+}
+
+class R2LLifecycleNetnsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) {
+      GTEST_SKIP() << "network namespaces need root; CI runs these as root";
+    }
+    try {
+      topo_ = std::make_unique<SwitchTopology>();
+      topo_->startHost();
+    } catch (const std::exception& e) {
+      FAIL() << "building the topology failed: " << e.what();
+    }
+  }
+  void TearDown() override { topo_.reset(); }
+
+  SwitchTopology& topo() { return *topo_; }
+  uint64_t count(VxlanCounterId id) const { return TestSupport::count(topo_->counters(), id); }
+
+  static Frame echo() {
+    return icmpEchoFrame(kSwitchSideMac, kRemoteMac, kRemoteOverlayIp, kSwitchOverlayIp, 1);
+  }
+  Frame expectedTxRaw() const {
+    return txRawFrame(echo(), topo_->config().vlan, topo_->config().portId);
+  }
+  // The echo through the kernel VXLAN device of remote 0.
+  void sendEcho() {
+    PacketSocket(topo_->remoteNs(0), SwitchTopology::kRemoteVxlanDevice,
+                 PacketSocket::Mode::sendOnly)
+        .send(echo());
+  }
+  // A VXLAN datagram carrying the echo, written below remote 0's kernel device.
+  void sendDatagram(uint32_t saddr) {
+    VxlanFrameBuilder b;
+    b.saddr = saddr;
+    b.daddr = kSwitchVtepIp;
+    b.dport = topo_->config().udpPort;
+    b.vni = topo_->config().vni.value();
+    b.inner = echo();
+    Frame f = b.build();
+    std::fill(f.begin(), f.begin() + 6, 0xff);  // broadcast: no neighbour needed
+    // A bridge that checks IPv4 headers drops one without its length and checksum.
+    const uint16_t ipLen = static_cast<uint16_t>(f.size() - 14);
+    f[16] = static_cast<uint8_t>(ipLen >> 8);
+    f[17] = static_cast<uint8_t>(ipLen);
+    const uint16_t sum = inetChecksum(f, 14, 34);
+    f[24] = static_cast<uint8_t>(sum >> 8);
+    f[25] = static_cast<uint8_t>(sum);
+    PacketSocket(topo_->remoteNs(0), topo_->remoteUnderlayDevice(0), PacketSocket::Mode::sendOnly)
+        .send(f);
+  }
+  // Sends until a frame in the txraw form reaches the peer (the agent may still be
+  // taking a change in); that frame, or empty when none came in time.
+  template <typename Send>
+  std::optional<Frame> forwardedWithin(Send send, std::chrono::milliseconds limit) {
+    PacketSocket peer(topo_->switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (std::chrono::steady_clock::now() < deadline) {
+      send();
+      if (auto got = peer.receive(isTxRawForm, kQuietWait)) return got;
+    }
+    return std::nullopt;
+  }
+  // Sends until a send is answered by silence on the peer; false if that never happens.
+  template <typename Send>
+  bool forwardingStops(Send send) {
+    PacketSocket peer(topo_->switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+    const auto deadline = std::chrono::steady_clock::now() + kSettleLimit;
+    while (std::chrono::steady_clock::now() < deadline) {
+      send();
+      if (!peer.receive(isTxRawForm, kQuietWait)) return true;
+    }
+    return false;
+  }
+  // Polls counter `id` until it exceeds `before`; its last value.
+  uint64_t countAbove(VxlanCounterId id, uint64_t before) {
+    const auto deadline = std::chrono::steady_clock::now() + kFrameWait;
+    uint64_t now = count(id);
+    while (now <= before && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(kPollStep);
+      now = count(id);
+    }
+    return now;
+  }
+  nlohmann::json applyVti(const nlohmann::json& attrs) {
+    return topo_->apply({{"interface/status/eth/vxlan", {{"vtiStatus", {{"Vxlan1", attrs}}}}}});
+  }
+
+  std::unique_ptr<SwitchTopology> topo_;
+};
+
+// Guards the VNI to VLAN lookup: a VNI the VTI does not map must be dropped, not
+// forwarded on some VLAN.
+TEST_F(R2LLifecycleNetnsTest, VniWithoutVlanIsCountedAndNotForwarded) {
+  ASSERT_TRUE(topo_);
+  ASSERT_NE(topo().config().vni.value(), 5099u);
+  topo().remoteVxlanDeviceIs(0, Vxlan::Vni(5099), topo().config().udpPort);
+  const uint64_t before = count(VxlanCounterId::r2lUnknownVlan);
+  PacketSocket peer(topo().switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+  sendEcho();
+  EXPECT_GT(countAbove(VxlanCounterId::r2lUnknownVlan, before), before);
+  EXPECT_FALSE(peer.receive(isTxRawForm, kQuietWait).has_value());
+  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), 0u);
+}
+
+// Guards the source filter: a datagram from the switch's own VTEP address must be
+// filtered, while the same datagram from a remote is forwarded.
+TEST_F(R2LLifecycleNetnsTest, DatagramFromOwnVtepIsFiltered) {
+  ASSERT_TRUE(topo_);
+  // The hand-built datagram is well formed: from the remote it goes through.
+  const auto got = forwardedWithin([&] { sendDatagram(kRemoteVtepIp); }, kFrameWait);
+  ASSERT_TRUE(got.has_value()) << "the hand-built datagram was not forwarded";
+  EXPECT_EQ(*got, expectedTxRaw());
+
+  const uint64_t tx = count(VxlanCounterId::r2lTxFrames);
+  const uint64_t filtered = count(VxlanCounterId::r2lFilteredFrames);
+  PacketSocket peer(topo().switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+  sendDatagram(kSwitchVtepIp);
+  EXPECT_GT(countAbove(VxlanCounterId::r2lFilteredFrames, filtered), filtered);
+  EXPECT_FALSE(peer.receive(isTxRawForm, kQuietWait).has_value());
+  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
+}
+
+// Guards the kernel device watch: "txraw" gone must stop the writes, and "txraw" made
+// again (a new device with a new index) must get a new socket, not the stale one.
+TEST_F(R2LLifecycleNetnsTest, TxRawDeletedAndRecreatedResumesForwarding) {
+  ASSERT_TRUE(topo_);
+  ASSERT_TRUE(forwardedWithin([&] { sendEcho(); }, kFrameWait).has_value());
+
+  topo().ip(topo().switchNs(), std::string("link del ") + SwitchTopology::kTxRawDevice);
+  const uint64_t tx = count(VxlanCounterId::r2lTxFrames);
+  sendEcho();
+  std::this_thread::sleep_for(kQuietWait);  // a bounded window in which nothing may go out
+  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
+  EXPECT_TRUE(topo().hostRunning()) << topo().hostOutput();
+
+  topo().ip(topo().switchNs(), std::string("link add name ") + SwitchTopology::kTxRawDevice +
+                                   " type veth peer name " + SwitchTopology::kTxRawPeer);
+  topo().ip(topo().switchNs(), std::string("link set ") + SwitchTopology::kTxRawPeer + " up");
+  topo().ip(topo().switchNs(), std::string("link set ") + SwitchTopology::kTxRawDevice + " up");
+  const auto got = forwardedWithin([&] { sendEcho(); }, kSettleLimit);
+  ASSERT_TRUE(got.has_value()) << "nothing reached the new txraw peer";
+  EXPECT_EQ(*got, expectedTxRaw());
+}
+
+// Guards the operStatus follow: a VTI set down must stop forwarding, set up resume it.
+TEST_F(R2LLifecycleNetnsTest, VtiDownStopsAndUpResumesForwarding) {
+  ASSERT_TRUE(topo_);
+  ASSERT_TRUE(forwardedWithin([&] { sendEcho(); }, kFrameWait).has_value());
+
+  ASSERT_TRUE(applyVti({{"operStatus", 2}}).value("ok", false));
+  ASSERT_TRUE(forwardingStops([&] { sendEcho(); })) << "still forwarding with the VTI down";
+  const uint64_t tx = count(VxlanCounterId::r2lTxFrames);
+  PacketSocket peer(topo().switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+  sendEcho();
+  EXPECT_FALSE(peer.receive(isTxRawForm, kQuietWait).has_value());
+  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
+
+  ASSERT_TRUE(applyVti({{"operStatus", 1}}).value("ok", false));
+  const auto got = forwardedWithin([&] { sendEcho(); }, kSettleLimit);
+  ASSERT_TRUE(got.has_value()) << "forwarding did not resume with the VTI up";
+  EXPECT_EQ(*got, expectedTxRaw());
+}
+
+// Guards the udpPort follow: after a port change the old port is filtered and the new
+// one forwarded.
+TEST_F(R2LLifecycleNetnsTest, UdpPortChangeIsFollowed) {
+  ASSERT_TRUE(topo_);
+  ASSERT_TRUE(forwardedWithin([&] { sendEcho(); }, kFrameWait).has_value());
+
+  ASSERT_TRUE(applyVti({{"udpPort", kOtherUdpPort}}).value("ok", false));
+  ASSERT_TRUE(forwardingStops([&] { sendEcho(); })) << "the old port is still forwarded";
+  const uint64_t tx = count(VxlanCounterId::r2lTxFrames);
+  const uint64_t filtered = count(VxlanCounterId::r2lFilteredFrames);
+  PacketSocket peer(topo().switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
+  sendEcho();
+  EXPECT_GT(countAbove(VxlanCounterId::r2lFilteredFrames, filtered), filtered);
+  EXPECT_FALSE(peer.receive(isTxRawForm, kQuietWait).has_value());
+  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
+
+  topo().remoteVxlanDeviceIs(0, topo().config().vni, kOtherUdpPort);
+  const auto got = forwardedWithin([&] { sendEcho(); }, kSettleLimit);
+  ASSERT_TRUE(got.has_value()) << "the new port is not forwarded";
+  EXPECT_EQ(*got, expectedTxRaw());
+}
+
+}  // namespace
+}  // namespace TestSupport
