@@ -41,6 +41,16 @@ socklen_t testAddress(sockaddr_un& addr, const char* format) {
   return sizeof addr;
 }
 
+// Binds a packet socket of this direction, all protocols, to one device by index.
+int bindToDevice(Lum::SysCalls& sys, int sock, int ifindex) {
+  sockaddr_ll ll;
+  std::memset(&ll, 0, sizeof ll);
+  ll.sll_family = AF_PACKET;
+  ll.sll_protocol = kEthPAllNet;
+  ll.sll_ifindex = ifindex;
+  return sys.bind(sock, reinterpret_cast<const sockaddr*>(&ll), sizeof ll);
+}
+
 }  // namespace
 
 // Trace lines of this direction begin "R2LSm(<intfId>)::<function>".
@@ -495,12 +505,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createLocalSocket() {
               intfId_.stringValue().charPtr(), errno);
       vxlanCounterInc(VxlanCounterId::r2lSocketErrors, 1);
     }
-    sockaddr_ll ll;
-    std::memset(&ll, 0, sizeof ll);
-    ll.sll_family = AF_PACKET;
-    ll.sll_protocol = kEthPAllNet;
-    ll.sll_ifindex = req.ifr_ifindex;
-    if (sys.bind(sock, reinterpret_cast<const sockaddr*>(&ll), sizeof ll) < 0) {
+    if (bindToDevice(sys, sock, req.ifr_ifindex) < 0) {
       R2L_TRACE(0, "() bind txraw: " << std::strerror(errno));
       RINGLOG(0, "R2LSm(%s) bind txraw: %d", intfId_.stringValue().charPtr(), errno);
       vxlanCounterInc(VxlanCounterId::r2lSocketErrors, 1);
@@ -573,12 +578,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createRemoteSocket() {
       doDisconnectSockets();
       return;
     }
-    sockaddr_ll ll;
-    std::memset(&ll, 0, sizeof ll);
-    ll.sll_family = AF_PACKET;
-    ll.sll_protocol = kEthPAllNet;
-    ll.sll_ifindex = req.ifr_ifindex;
-    if (sys.bind(sock, reinterpret_cast<const sockaddr*>(&ll), sizeof ll) < 0) {
+    if (bindToDevice(sys, sock, req.ifr_ifindex) < 0) {
       R2L_TRACE(0, " multicast bind: " << std::strerror(errno));
       doDisconnectSockets();
       return;
