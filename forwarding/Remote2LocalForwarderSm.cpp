@@ -346,9 +346,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
     }
     const Vni vni(vxlan->vniValue());
     Bridging::VlanIdOrNone vlan;
-    if (LumVniToVlanForVti* map = vniToVlanForVti_.get(); map && map->notifier()) {
-      vlan = map->notifier()->vniToVlanMap(vni);
-    }
+    if (const VniToVlanMap* map = vniToVlanMapOfVti()) vlan = map->vniToVlanMap(vni);
     R2L_TRACE(7, " vni:" << vni << "-->vlan:" << vlan);
     if (vlan.isNone()) {
       R2L_TRACE(0, " discard unknown vlan");

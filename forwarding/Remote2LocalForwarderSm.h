@@ -302,6 +302,12 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   void onNotifier() override;
 
  private:
+  // The VNI table for the frame loop, read through the reactor's stored reference: the
+  // writable accessor would build a counted reference, two count changes per frame.
+  const VniToVlanMap* vniToVlanMapOfVti() const {
+    const LumVniToVlanForVti* r = vniToVlanForVti_.get();
+    return r ? r->VniToVlanMap::NotifieeConst::notifier().ptr() : nullptr;
+  }
   void sendFrame(const uint8_t* frame, int32_t len, ssize_t& result);
   // The whole hardware directory: one LumVxHwStatusSm per entry, then our portId.
   void handleVxlanHwStatusAll();

@@ -46,6 +46,16 @@ const Lum::TypeInfo& nestedType(const Lum::TextAccess& access, const Lum::Entity
   return *t;
 }
 
+// Checks the key of one entry of a map or collection; a null entry asks for a
+// deletion, which the attribute must allow. Returns true for such a deletion.
+bool checkEntryKey(const Lum::AttributeInfo& a, const Lum::TypeInfo& type, const std::string& key,
+                   const json& v, const std::string& pk) {
+  if (a.access.checkKey) at(pk, [&] { a.access.checkKey(key); });
+  if (!v.is_null()) return false;
+  if (!a.access.entryDel) throw StateError(pk, qualified(type, a.name) + " is read-only");
+  return true;
+}
+
 void checkAttribute(const Lum::AttributeInfo& a, const Lum::TypeInfo& type,
                     const Lum::Entity* entity, const json& value, const std::string& p) {
   const Lum::TextAccess& acc = a.access;
@@ -62,11 +72,7 @@ void checkAttribute(const Lum::AttributeInfo& a, const Lum::TypeInfo& type,
       requireObject(value, p, "a map");
       for (const auto& [key, v] : value.items()) {
         const std::string pk = p + "/" + key;
-        if (acc.checkKey) at(pk, [&] { acc.checkKey(key); });
-        if (v.is_null()) {
-          if (!acc.entryDel) throw StateError(pk, qualified(type, a.name) + " is read-only");
-          continue;
-        }
+        if (checkEntryKey(a, type, key, v, pk)) continue;
         if (!acc.entryIs) throw StateError(pk, qualified(type, a.name) + " is read-only");
         const std::string t = StateDocument::text(v, pk);
         if (acc.checkValue) at(pk, [&] { acc.checkValue(t); });
@@ -76,11 +82,7 @@ void checkAttribute(const Lum::AttributeInfo& a, const Lum::TypeInfo& type,
       requireObject(value, p, "a collection");
       for (const auto& [key, v] : value.items()) {
         const std::string pk = p + "/" + key;
-        if (acc.checkKey) at(pk, [&] { acc.checkKey(key); });
-        if (v.is_null()) {
-          if (!acc.entryDel) throw StateError(pk, qualified(type, a.name) + " is read-only");
-          continue;
-        }
+        if (checkEntryKey(a, type, key, v, pk)) continue;
         Lum::Ptr<Lum::Entity> elem;
         if (entity && acc.element) at(pk, [&] { elem = acc.element(*entity, key); });
         if (!elem && !acc.entryIs) {
