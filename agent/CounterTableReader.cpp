@@ -1,6 +1,6 @@
 #include "agent/CounterTableReader.h"
 
-#include "platform/MemtabMount.h"
+#include "platform/memtab/MemtabMount.h"
 
 namespace Vxlan {
 

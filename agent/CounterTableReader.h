@@ -17,7 +17,7 @@
 
 #include "agent/SharedMemoryCounterStorage.h"
 #include "agent/VxlanCounterId.h"
-#include "platform/MemtabTable.h"
+#include "platform/memtab/MemtabTable.h"
 
 namespace Vxlan {
 

@@ -5,12 +5,12 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/ActivityManager.h"
-#include "platform/Cell.h"
-#include "platform/MemtabMount.h"
-#include "platform/RingLog.h"
-#include "platform/SysCalls.h"
-#include "platform/Trace.h"
+#include "platform/loop/ActivityManager.h"
+#include "platform/memtab/MemtabMount.h"
+#include "platform/os/SysCalls.h"
+#include "platform/statehub/Cell.h"
+#include "platform/trace/RingLog.h"
+#include "platform/trace/Trace.h"
 
 namespace Vxlan::OverlayRelayAgent {
 

@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "platform/Trace.h"
+#include "platform/trace/Trace.h"
 
 namespace Vxlan {
 

@@ -28,8 +28,8 @@
 #include <string_view>
 
 #include "agent/VxlanAgentCounter.h"
-#include "platform/MemtabMount.h"
-#include "platform/MemtabTable.h"
+#include "platform/memtab/MemtabMount.h"
+#include "platform/memtab/MemtabTable.h"
 
 namespace Vxlan {
 

@@ -1,7 +1,7 @@
 #include "agent/VxlanAgentCounter.h"
 
 #include "agent/SharedMemoryCounterStorage.h"
-#include "platform/MemtabMount.h"
+#include "platform/memtab/MemtabMount.h"
 
 namespace Vxlan {
 

@@ -15,8 +15,8 @@
 #include <string>
 
 #include "agent/VxlanCounterId.h"
-#include "platform/Entity.h"
-#include "platform/Memtab.h"
+#include "platform/core/Entity.h"
+#include "platform/memtab/Memtab.h"
 
 namespace LumMemtab {
 struct TableType;

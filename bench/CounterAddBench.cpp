@@ -17,7 +17,7 @@
 
 #include "agent/SharedMemoryCounterStorage.h"
 #include "agent/VxlanAgentCounter.h"
-#include "platform/MemtabMount.h"
+#include "platform/memtab/MemtabMount.h"
 
 namespace Vxlan {
 namespace {

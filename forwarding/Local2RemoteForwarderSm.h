@@ -8,8 +8,8 @@
 #pragma once
 
 #include "agent/VxlanAgentCounter.h"
-#include "platform/status/KernelNetworkInfo.h"
 #include "platform/status/StatusModel.h"
+#include "platform/status/interface/KernelNetworkInfo.h"
 
 namespace Vxlan {
 

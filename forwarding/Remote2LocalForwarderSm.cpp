@@ -18,10 +18,10 @@
 #include "forwarding/TestMode.h"
 #include "frames/Decap.h"
 #include "frames/VxlanDatagram.h"
-#include "platform/RingLog.h"
-#include "platform/SysCalls.h"
-#include "platform/TimeSource.h"
-#include "platform/Trace.h"
+#include "platform/os/SysCalls.h"
+#include "platform/os/TimeSource.h"
+#include "platform/trace/RingLog.h"
+#include "platform/trace/Trace.h"
 
 namespace Vxlan {
 

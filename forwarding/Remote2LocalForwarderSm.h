@@ -22,17 +22,17 @@
 
 #include "agent/VxlanAgentCounter.h"
 #include "frames/LocalFrameHdr.h"
-#include "platform/FileDescriptor.h"
-#include "platform/Instance.h"
-#include "platform/Reactor.h"
-#include "platform/status/BumStatus.h"
-#include "platform/status/IgmpApplicationConfig.h"
-#include "platform/status/KernelNetworkInfo.h"
-#include "platform/status/MlagStatus.h"
-#include "platform/status/PimApplicationConfig.h"
-#include "platform/status/VniToVlanMaps.h"
-#include "platform/status/VtiStatusDir.h"
-#include "platform/status/VxlanHwStatus.h"
+#include "platform/core/Instance.h"
+#include "platform/core/Reactor.h"
+#include "platform/loop/FileDescriptor.h"
+#include "platform/status/interface/KernelNetworkInfo.h"
+#include "platform/status/mlag/MlagStatus.h"
+#include "platform/status/routing/IgmpApplicationConfig.h"
+#include "platform/status/routing/PimApplicationConfig.h"
+#include "platform/status/vxlan/BumStatus.h"
+#include "platform/status/vxlan/VniToVlanMaps.h"
+#include "platform/status/vxlan/VtiStatusDir.h"
+#include "platform/status/vxlan/VxlanHwStatus.h"
 
 namespace Vxlan {
 

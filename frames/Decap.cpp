@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "frames/VxlanHdr.h"
-#include "platform/RingLog.h"
-#include "platform/Trace.h"
+#include "platform/trace/RingLog.h"
+#include "platform/trace/Trace.h"
 
 namespace Vxlan {
 

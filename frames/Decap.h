@@ -12,7 +12,7 @@
 #include <cstdint>
 
 #include "frames/LocalFrameHdr.h"
-#include "platform/VlanId.h"
+#include "platform/types/VlanId.h"
 
 namespace Vxlan {
 

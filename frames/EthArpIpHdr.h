@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <cstring>
 
-#include "platform/EthAddr.h"
-#include "platform/IpAddr.h"
-#include "platform/NetInt.h"
+#include "platform/types/EthAddr.h"
+#include "platform/types/IpAddr.h"
+#include "platform/types/NetInt.h"
 
 namespace Wire {
 

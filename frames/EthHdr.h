@@ -9,8 +9,8 @@
 
 #include <cstdint>
 
-#include "platform/EthAddr.h"
-#include "platform/NetInt.h"
+#include "platform/types/EthAddr.h"
+#include "platform/types/NetInt.h"
 
 namespace Wire {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "platform/IpAddr.h"
-#include "platform/NetInt.h"
+#include "platform/types/IpAddr.h"
+#include "platform/types/NetInt.h"
 
 namespace Wire {
 

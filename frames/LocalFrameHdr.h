@@ -16,7 +16,7 @@
 #include <cstdint>
 
 #include "frames/EthHdr.h"
-#include "platform/NetInt.h"
+#include "platform/types/NetInt.h"
 
 namespace Vxlan {
 

@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "platform/Vni.h"
+#include "platform/types/Vni.h"
 
 namespace Wire {
 

@@ -14,13 +14,13 @@
 #include <optional>
 #include <string>
 
-#include "platform/ActivityManager.h"
-#include "platform/AgentBase.h"
-#include "platform/ControlServer.h"
-#include "platform/EntityManager.h"
-#include "platform/EventLoop.h"
-#include "platform/RingLog.h"
-#include "platform/TypeRegistry.h"
+#include "platform/core/TypeRegistry.h"
+#include "platform/loop/ActivityManager.h"
+#include "platform/loop/EventLoop.h"
+#include "platform/statehub/AgentBase.h"
+#include "platform/statehub/ControlServer.h"
+#include "platform/statehub/EntityManager.h"
+#include "platform/trace/RingLog.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 #include <string>
 
 #include "agent/CounterTableReader.h"
-#include "platform/ControlClient.h"
-#include "platform/ControlServer.h"
-#include "platform/RingLog.h"
+#include "platform/statehub/ControlClient.h"
+#include "platform/statehub/ControlServer.h"
+#include "platform/trace/RingLog.h"
 
 namespace {
 

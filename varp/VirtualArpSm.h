@@ -8,10 +8,10 @@
 #pragma once
 
 #include "agent/VxlanAgentCounter.h"
-#include "platform/Clock.h"
-#include "platform/KernelNetworkInfoManager.h"
-#include "platform/status/KernelNetworkInfo.h"
+#include "platform/kernel/KernelNetworkInfoManager.h"
+#include "platform/loop/Clock.h"
 #include "platform/status/StatusModel.h"
+#include "platform/status/interface/KernelNetworkInfo.h"
 
 namespace Vxlan {
 

@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "platform/ActivityManager.h"
-#include "platform/Cell.h"
-#include "platform/MemtabMount.h"
-#include "platform/RingLog.h"
-#include "platform/SysCalls.h"
+#include "platform/loop/ActivityManager.h"
+#include "platform/memtab/MemtabMount.h"
+#include "platform/os/SysCalls.h"
+#include "platform/statehub/Cell.h"
+#include "platform/trace/RingLog.h"
 #include "tests/support/SharedObjects.h"
 
 namespace Vxlan::OverlayRelayAgent {

@@ -7,9 +7,9 @@
 #include "agent/CounterTableReader.h"
 #include "agent/SharedMemoryCounterStorage.h"
 #include "agent/VxlanAgentCounter.h"
-#include "platform/MemtabLayout.h"
-#include "platform/MemtabMount.h"
-#include "platform/Trace.h"
+#include "platform/memtab/MemtabLayout.h"
+#include "platform/memtab/MemtabMount.h"
+#include "platform/trace/Trace.h"
 #include "tests/support/SharedObjects.h"
 
 namespace Vxlan {

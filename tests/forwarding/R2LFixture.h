@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "forwarding/Remote2LocalForwarderSm.h"
-#include "platform/ActivityManager.h"
+#include "platform/loop/ActivityManager.h"
 #include "tests/support/VxlanFrameBuilder.h"
 
 namespace Vxlan {

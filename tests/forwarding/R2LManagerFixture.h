@@ -16,7 +16,7 @@
 #include <string>
 
 #include "forwarding/Remote2LocalForwarderSm.h"
-#include "platform/SysCalls.h"
+#include "platform/os/SysCalls.h"
 
 namespace Vxlan {
 

@@ -3,8 +3,8 @@
 #include <cerrno>
 
 #include "R2LFixture.h"
-#include "platform/SysCalls.h"
-#include "platform/TimeSource.h"
+#include "platform/os/SysCalls.h"
+#include "platform/os/TimeSource.h"
 
 namespace Vxlan {
 namespace {

@@ -28,8 +28,8 @@
 #include "agent/CounterTableReader.h"
 #include "agent/SharedMemoryCounterStorage.h"
 #include "agent/VxlanAgentCounter.h"
-#include "platform/ControlClient.h"
-#include "platform/MemtabMount.h"
+#include "platform/memtab/MemtabMount.h"
+#include "platform/statehub/ControlClient.h"
 
 extern char** environ;
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "platform/BoundedValue.h"
+#include "platform/types/BoundedValue.h"
 
 namespace TestSupport {
 

@@ -15,7 +15,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/KernelNetworkInfoManager.h"
+#include "platform/kernel/KernelNetworkInfoManager.h"
 
 namespace KernelNetworkInfo {
 namespace {

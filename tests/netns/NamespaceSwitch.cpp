@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "platform/Exception.h"
+#include "platform/core/Exception.h"
 
 namespace TestSupport {
 

@@ -9,8 +9,8 @@
 #include <optional>
 
 #include "frames/LocalFrameHdr.h"
-#include "platform/VlanId.h"
-#include "platform/Vni.h"
+#include "platform/types/VlanId.h"
+#include "platform/types/Vni.h"
 #include "tests/netns/HwPortId.h"
 #include "tests/netns/PacketSocket.h"
 

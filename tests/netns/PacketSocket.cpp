@@ -10,7 +10,7 @@
 
 #include <cerrno>
 
-#include "platform/Exception.h"
+#include "platform/core/Exception.h"
 #include "tests/netns/NamespaceSwitch.h"
 
 namespace TestSupport {

@@ -15,8 +15,8 @@
 #include <sstream>
 #include <thread>
 
-#include "platform/ControlClient.h"
-#include "platform/Exception.h"
+#include "platform/core/Exception.h"
+#include "platform/statehub/ControlClient.h"
 
 extern char** environ;
 

@@ -34,8 +34,8 @@
 #include <vector>
 
 #include "agent/CounterTableReader.h"
-#include "platform/VlanId.h"
-#include "platform/Vni.h"
+#include "platform/types/VlanId.h"
+#include "platform/types/Vni.h"
 #include "tests/netns/HwPortId.h"
 
 namespace TestSupport {

@@ -1,0 +1,145 @@
+// Shared-memory tables as mapped by the process that writes them (LumMemtab::Table)
+// and by the processes that only read them (LumMemtab::TableReader).
+//
+// The writer:
+//
+//   auto table = LumMemtab::Table::openOrCreate("/vxrelay-a-vxlan-counter", layout);
+//   std::span<uint64_t> slots = table->slots<uint64_t>("vxlanCounter");
+//   table->checkSeal();   // before trusting a read: throws if the header was damaged
+//
+// openOrCreate() creates the object zeroed when it is new, keeps an existing object of
+// the same layout as it is (its counts outlive the writer), and zeroes and lays out
+// again, with a trace line, an object of any other size, layout or version or one
+// whose header is damaged. The object is never removed by the table: it stays until
+// someone calls shm_unlink on it. A reader that opens the object while its header is
+// being written finds it damaged; it opens it again later.
+//
+// A reader:
+//
+//   LumMemtab::TableReader r = LumMemtab::TableReader::open("/vxrelay-a-vxlan-counter");
+//   std::vector<uint64_t> counts = r.elements("vxlanCounter", 8);
+//
+// What is detected, and when (see MemtabLayout.h for the layout):
+//  - the writer's checkSeal(), meant for every read on the frame path: any change to the
+//    magic, the version or the header checksum field, by comparing the two 8-byte words
+//    that hold them with the values the writer stored. Two loads and two compares.
+//  - TableReader::open() and every elements(): everything Layout::parse() checks (a
+//    damaged or foreign header anywhere, including collection geometry whose checksum
+//    no longer matches), and a layout that changed since the reader opened the table.
+//  - not detected: damaged element values (they carry no checksum), and an object
+//    truncated under a live mapping (that faults the process that touches it).
+//
+// Elements are naturally aligned; the writer stores and the readers load them with
+// relaxed atomic operations, so a reader never sees a torn count. There is one writer
+// per table.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/memtab/MemtabLayout.h"
+
+namespace LumMemtab {
+
+// A mapped range; unmapped (through Lum::sysCalls()) when the last owner lets it go.
+class Mapping {
+ public:
+  Mapping() = default;
+  Mapping(void* base, size_t bytes) : base_(static_cast<unsigned char*>(base)), bytes_(bytes) {}
+  Mapping(Mapping&& o) noexcept;
+  Mapping& operator=(Mapping&& o) noexcept;
+  ~Mapping();
+
+  // Maps `bytes` of descriptor `fd` shared, with protection `prot`. Throws
+  // Lum::ErrnoException naming `objectName` when mmap fails.
+  static Mapping map(int fd, size_t bytes, int prot, const std::string& objectName);
+
+  unsigned char* base() const { return base_; }
+  size_t bytes() const { return bytes_; }
+
+ private:
+  unsigned char* base_ = nullptr;
+  size_t bytes_ = 0;
+};
+
+class Table {
+ public:
+  // Creates or opens the object `objectName` read-write (mode 0644) and makes it hold
+  // `layout`. Throws Lum::ErrnoException when shm_open, fstat, ftruncate or mmap fails.
+  static std::shared_ptr<Table> openOrCreate(const std::string& objectName, const Layout& layout);
+
+  Table(const Table&) = delete;
+  Table& operator=(const Table&) = delete;
+
+  const std::string& objectName() const { return objectName_; }
+  const Layout& layout() const { return layout_; }
+
+  // Throws Memtab::CorruptionDetectedException when the magic, version or checksum word
+  // of the header is no longer what this table wrote. No allocation, no system call
+  // unless it throws.
+  void checkSeal() const {
+    if (loadWord(0) != sealMagic_ || loadWord(1) != sealVersion_) [[unlikely]] {
+      throwSealBroken();
+    }
+  }
+  // Writes the whole header again as this table laid it out; elements stay as they are.
+  void headerRewrite();
+  // Zeroes every element; the header stays.
+  void elementsClear();
+
+  // The elements of `collection`. Throws Lum::RangeException when there is no such
+  // collection or its elements are not sizeof(T) wide.
+  template <class T>
+  std::span<T> slots(std::string_view collection) const {
+    const CollectionLayout& c = collectionOfWidth(collection, sizeof(T));
+    return {reinterpret_cast<T*>(mapping_.base() + c.offset), c.elementCount};
+  }
+
+ private:
+  Table(std::string objectName, Mapping mapping, Layout layout);
+  uint64_t loadWord(size_t index) const {
+    return __atomic_load_n(reinterpret_cast<const uint64_t*>(mapping_.base()) + index,
+                           __ATOMIC_RELAXED);
+  }
+  [[noreturn, gnu::cold]] void throwSealBroken() const;
+  const CollectionLayout& collectionOfWidth(std::string_view name, size_t bytes) const;
+
+  std::string objectName_;
+  Mapping mapping_;
+  Layout layout_;
+  // The words 0 (magic) and 1 (version, checksum) of the header as written.
+  uint64_t sealMagic_ = 0;
+  uint64_t sealVersion_ = 0;
+};
+
+class TableReader {
+ public:
+  // Opens the object read-only and checks its header. Throws Lum::ErrnoException when
+  // the object cannot be opened (ENOENT: no such table), and
+  // Memtab::CorruptionDetectedException when its header is damaged.
+  static TableReader open(const std::string& objectName);
+
+  const std::string& objectName() const { return objectName_; }
+  // The layout as found at open().
+  const Layout& layout() const { return layout_; }
+
+  // Checks the header again, then copies the elements of `collection`, each widened to
+  // 64 bits. Throws Memtab::CorruptionDetectedException when the header is damaged or
+  // no longer the one found at open(), or when the collection is missing or its
+  // elements are not `elementBytes` wide.
+  std::vector<uint64_t> elements(std::string_view collection, uint32_t elementBytes) const;
+
+ private:
+  TableReader(std::string objectName, Mapping mapping, Layout layout);
+
+  std::string objectName_;
+  Mapping mapping_;
+  Layout layout_;
+};
+
+}  // namespace LumMemtab

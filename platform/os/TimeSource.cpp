@@ -1,0 +1,60 @@
+#include "platform/os/TimeSource.h"
+
+#include <time.h>
+
+#include "platform/core/Exception.h"
+#include "platform/core/String8.h"
+
+namespace Lum {
+
+namespace {
+
+// Null means the monotonic source; keeping the default out of this pointer means no
+// static object has to be constructed before the first call to now().
+TimeSource* current = nullptr;
+
+TimeSource& monotonicTimeSource() {
+  // Never destroyed: objects destroyed at exit may still read the time.
+  static MonotonicTimeSource* source = new MonotonicTimeSource;
+  return *source;
+}
+
+}  // namespace
+
+double MonotonicTimeSource::now() const {
+  timespec ts;
+  // CLOCK_MONOTONIC cannot fail with a valid timespec pointer.
+  ::clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
+
+void ManualTimeSource::nowIs(double t) {
+  // The negated comparison also refuses NaN.
+  if (!(t >= now_)) {
+    throwRangeException(format("manual time cannot go back from %.9f to %.9f", now_, t).view());
+  }
+  now_ = t;
+}
+
+void ManualTimeSource::advance(double dt) {
+  if (!(dt >= 0.0)) throwRangeException(format("manual time advance %.9f < 0", dt).view());
+  now_ += dt;
+}
+
+TimeSource& timeSource() {
+  return current ? *current : monotonicTimeSource();
+}
+
+double now() {
+  return timeSource().now();
+}
+
+ScopedTimeSource::ScopedTimeSource(TimeSource& source) : previous_(current) {
+  current = &source;
+}
+
+ScopedTimeSource::~ScopedTimeSource() {
+  current = previous_;
+}
+
+}  // namespace Lum

@@ -1,0 +1,285 @@
+#include "platform/statehub/ControlServer.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/core/Dir.h"
+#include "platform/os/SysCalls.h"
+#include "platform/status/agent/AgentCommandRequest.h"
+#include "platform/trace/Trace.h"
+
+namespace Statehub {
+
+using nlohmann::json;
+
+namespace {
+
+Lum::TraceFacility& traceControl = Lum::traceFacility("StatehubControl");
+
+sockaddr_un unixAddress(const std::string& path) {
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof addr.sun_path) {
+    Lum::throwRangeException("control socket path \"" + path + "\" is empty or too long");
+  }
+  std::memcpy(addr.sun_path, path.data(), path.size());
+  return addr;
+}
+
+// A socket file that no one accepts on is left by a server that is gone.
+bool staleSocket(const sockaddr_un& addr) {
+  struct stat st {};
+  if (::lstat(addr.sun_path, &st) != 0 || !S_ISSOCK(st.st_mode)) return false;
+  Lum::SysCalls& sys = Lum::sysCalls();
+  const int probe = sys.socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (probe < 0) return false;
+  const bool refused =
+      sys.connect(probe, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0 &&
+      errno == ECONNREFUSED;
+  sys.close(probe);
+  return refused;
+}
+
+json failure(std::string_view text) {
+  return json{{"ok", false}, {"error", text}};
+}
+
+const std::string& stringField(const json& req, const char* name) {
+  auto it = req.find(name);
+  if (it == req.end() || !it->is_string()) {
+    throw Lum::RangeException(std::string("the request needs a string \"") + name + "\"");
+  }
+  return it->get_ref<const std::string&>();
+}
+
+}  // namespace
+
+ControlServer::ControlServer(EntityManager& em, std::string socketPath, Lum::EventLoop& loop)
+    : em_(&em), path_(std::move(socketPath)), loop_(&loop) {
+  const sockaddr_un addr = unixAddress(path_);
+  const auto* sa = reinterpret_cast<const sockaddr*>(&addr);
+  Lum::SysCalls& sys = Lum::sysCalls();
+  listenFd_ = sys.socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (listenFd_ < 0) throw Lum::ErrnoException(errno, "control socket");
+  bool bound = false;
+  try {
+    if (sys.bind(listenFd_, sa, sizeof addr) != 0) {
+      const int err = errno;
+      if (err != EADDRINUSE || !staleSocket(addr)) {
+        throw Lum::ErrnoException(err, "bind control socket " + path_);
+      }
+      sys.unlink(path_.c_str());
+      if (sys.bind(listenFd_, sa, sizeof addr) != 0) {
+        throw Lum::ErrnoException(errno, "bind control socket " + path_);
+      }
+    }
+    bound = true;
+    if (sys.listen(listenFd_, 16) != 0) throw Lum::ErrnoException(errno, "listen " + path_);
+    loop_->readableHandlerIs(listenFd_, this);
+  } catch (...) {
+    sys.close(listenFd_);
+    if (bound) sys.unlink(path_.c_str());
+    throw;
+  }
+}
+
+ControlServer::~ControlServer() {
+  Lum::SysCalls& sys = Lum::sysCalls();
+  for (auto& [id, c] : clients_) {
+    loop_->readableHandlerDel(c.fd);
+    sys.close(c.fd);
+  }
+  loop_->readableHandlerDel(listenFd_);
+  sys.close(listenFd_);
+  sys.unlink(path_.c_str());
+}
+
+ControlServer::Client* ControlServer::client(uint64_t id) {
+  auto it = clients_.find(id);
+  return it == clients_.end() ? nullptr : &it->second;
+}
+
+void ControlServer::onReadable(int fd) {
+  if (fd == listenFd_) return acceptClients();
+  auto it = idOfFd_.find(fd);
+  if (it == idOfFd_.end()) return;
+  const uint64_t id = it->second;
+  readClient(id, clients_.at(id));
+}
+
+void ControlServer::acceptClients() {
+  for (;;) {
+    const int fd =
+        Lum::sysCalls().accept4(listenFd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0) {
+      if (errno == EINTR || errno == ECONNABORTED) continue;
+      if (errno != EAGAIN && errno != EWOULDBLOCK) {
+        LUM_TRACE(traceControl, 1, "accept: " << std::strerror(errno));
+      }
+      return;
+    }
+    const uint64_t id = ++lastClientId_;
+    Client& c = clients_[id];
+    c.fd = fd;
+    idOfFd_[fd] = id;
+    loop_->readableHandlerIs(fd, this);
+    LUM_TRACE(traceControl, 5, "client " << id << " on descriptor " << fd);
+  }
+}
+
+void ControlServer::watchIs(Client& c, bool on) {
+  if (c.watching == on) return;
+  c.watching = on;
+  if (on) {
+    loop_->readableHandlerIs(c.fd, this);
+  } else {
+    loop_->readableHandlerDel(c.fd);
+  }
+}
+
+void ControlServer::readClient(uint64_t id, Client& c) {
+  char buf[65536];
+  const ssize_t n = Lum::sysCalls().recv(c.fd, buf, sizeof buf, 0);
+  if (n < 0) {
+    if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) return;
+    return drop(id, std::strerror(errno));
+  }
+  if (n == 0) {
+    // Level-triggered, an end of file would wake the loop on every pass.
+    c.eof = true;
+    watchIs(c, false);
+  } else {
+    c.in.append(buf, static_cast<size_t>(n));
+  }
+  next(id, c);
+}
+
+// Starts on the next complete line when the client is not busy. A client holding
+// more than a line's worth of unhandled requests is not read until it is served.
+void ControlServer::next(uint64_t id, Client& c) {
+  if (!c.eof) watchIs(c, c.in.size() <= kMaxLine);
+  if (c.busy) return;
+  if (c.in.find('\n') != std::string::npos) {
+    c.busy = true;
+    std::weak_ptr<int> alive = alive_;
+    loop_->defer(
+        [this, alive, id] {
+          if (!alive.expired()) handleNext(id);
+        },
+        "Statehub::ControlServer");
+  } else if (c.eof) {
+    drop(id, "closed by the client");
+  } else if (c.in.size() > kMaxLine) {
+    drop(id, "request line too long");
+  }
+}
+
+void ControlServer::handleNext(uint64_t id) {
+  Client* c = client(id);
+  if (!c) return;
+  const size_t end = c->in.find('\n');
+  std::string line = c->in.substr(0, end);
+  c->in.erase(0, end + 1);
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  if (line.find_first_not_of(" \t") == std::string::npos) {
+    c->busy = false;  // a blank line asks nothing
+    return next(id, *c);
+  }
+  const std::string text = answerOf(line, c->fd).dump() + "\n";
+  std::weak_ptr<int> alive = alive_;
+  loop_->defer(
+      [this, alive, id, text] {
+        if (!alive.expired()) write(id, text);
+      },
+      "Statehub::ControlServer");
+}
+
+void ControlServer::write(uint64_t id, const std::string& text) {
+  Client* c = client(id);
+  if (!c) return;
+  Lum::SysCalls& sys = Lum::sysCalls();
+  size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t n =
+        sys.send(c->fd, text.data() + done, text.size() - done, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (n >= 0) {
+      done += static_cast<size_t>(n);
+      continue;
+    }
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN && errno != EWOULDBLOCK) return drop(id, std::strerror(errno));
+    // A full socket buffer: a large answer, or a client that does not read.
+    pollfd p{c->fd, POLLOUT, 0};
+    if (::poll(&p, 1, kSendWaitMillis) <= 0) return drop(id, "client does not read its answers");
+  }
+  c->busy = false;
+  next(id, *c);
+}
+
+void ControlServer::drop(uint64_t id, std::string_view why) {
+  Client* c = client(id);
+  if (!c) return;
+  LUM_TRACE(traceControl, 5, "client " << id << " dropped: " << why);
+  if (c->watching) loop_->readableHandlerDel(c->fd);
+  Lum::sysCalls().close(c->fd);
+  idOfFd_.erase(c->fd);
+  clients_.erase(id);
+}
+
+json ControlServer::answerOf(const std::string& line, int requester) {
+  json req;
+  try {
+    req = json::parse(line);
+  } catch (const json::exception& e) {
+    return failure(std::string("malformed request: ") + e.what());
+  }
+  if (!req.is_object()) return failure("a request is a JSON object");
+  try {
+    const std::string& op = stringField(req, "op");
+    if (op == "apply") {
+      auto state = req.find("state");
+      if (state == req.end()) return failure("the request needs a \"state\"");
+      em_->stateIs(*state);
+      json ok{{"ok", true}};
+      json pending = json::array();
+      for (const auto& [path, content] : state->items()) {
+        if (!em_->isMounted(path)) pending.push_back(EntityManager::normalizedPath(path));
+      }
+      if (!pending.empty()) ok["pending"] = std::move(pending);
+      return ok;
+    }
+    if (op == "get") return json{{"ok", true}, {"state", em_->stateOf(stringField(req, "path"))}};
+    if (op == "command") return command(req, requester);
+    return failure("unknown op \"" + op + "\"");
+  } catch (const std::exception& e) {
+    return failure(e.what());
+  }
+}
+
+json ControlServer::command(const json& req, int requester) {
+  const std::string& path = stringField(req, "path");
+  const std::string& type = stringField(req, "type");
+  const std::string& text = stringField(req, "command");
+  Lum::Ptr<Lum::Dir> dir = Lum::ptrCast<Lum::Dir>(em_->getEntity(path));
+  if (!dir) throw StateError(path, "not a Lum::Dir");
+  // Naming the type through its class also links its registration into the program.
+  const Lum::TypeInfo& requestType = Agent::AgentCommandRequest::kType;
+  std::string id;
+  do {
+    id = std::to_string(++lastRequestId_);
+  } while (dir->entity(Lum::Name(id)));
+  Lum::Ptr<Lum::Entity> request = requestType.construct({{"name", id}});
+  Lum::GenericRef ref(request);
+  ref.attributeIs("type", type);
+  ref.attributeIs("command", text);
+  ref.attributeIs("socket", std::to_string(requester));
+  dir->entityIs(request);
+  return json{{"ok", true}, {"request", id}};
+}
+
+}  // namespace Statehub

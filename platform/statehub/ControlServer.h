@@ -1,0 +1,96 @@
+// Statehub::ControlServer: the control socket of the embedded state database. Tools
+// and tests stand in for the switch's other agents through it: they write state,
+// read it back and enter command requests.
+//
+//   Statehub::ControlServer server(em, "/run/vxrelay/statehub.sock");
+//   // ... the event loop runs; the socket is removed when the server goes
+//
+// Protocol: a Unix stream socket; one JSON object per line in, one JSON line out per
+// request, in order:
+//   {"op":"apply","state":{<mount path>: {...}}}   -> {"ok":true}
+//       all or nothing (see EntityManager::stateIs); paths not mounted yet are kept and
+//       listed in "pending" when there are any
+//   {"op":"get","path":"<path>"}                    -> {"ok":true,"state":{...}}
+//   {"op":"command","path":"<Dir path>","type":"vxlan","command":"<text>"}
+//                                                  -> {"ok":true,"request":"<id>"}
+//       enters an Agent::AgentCommandRequest named by a fresh id into the Lum::Dir
+//   anything refused or malformed                  -> {"ok":false,"error":"<text>"}
+//
+// Each request is handled in a reaction of its own on the event loop, and its answer is
+// written by the deferred work queued after it, so every reaction to the change has
+// run, including reactions queued on activities, before the requester hears "ok".
+// Clients are served one request at a time each, many clients side by side. A client
+// that closes its sending side still gets the answers to the lines it sent; one that
+// goes away, stops reading its answers for long, or sends a line longer than
+// kMaxLine is dropped without affecting anyone else.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "platform/loop/EventLoop.h"
+#include "platform/statehub/EntityManager.h"
+
+namespace Statehub {
+
+// Where the agent host listens and the operator tool connects unless told otherwise.
+// Under /tmp so that the host runs without root; the host creates the folder.
+inline constexpr const char* kDefaultControlSocket = "/tmp/vxrelay/vxrelay.sock";
+
+class ControlServer : private Lum::ReadableHandler {
+ public:
+  static constexpr size_t kMaxLine = 4 << 20;
+  // How long the server waits for a client to make room for an answer.
+  static constexpr int kSendWaitMillis = 1000;
+
+  // Listens at `socketPath`; a socket file left there by a server that is gone is
+  // replaced, a live one is not (ErrnoException EADDRINUSE). The manager must outlive
+  // the server.
+  ControlServer(EntityManager& em, std::string socketPath, Lum::EventLoop& loop = Lum::eventLoop());
+  ~ControlServer() override;
+  ControlServer(const ControlServer&) = delete;
+  ControlServer& operator=(const ControlServer&) = delete;
+
+  const std::string& socketPath() const { return path_; }
+  size_t clients() const { return clients_.size(); }
+
+ private:
+  struct Client {
+    int fd = -1;
+    std::string in;        // bytes received and not yet handled
+    bool busy = false;     // a request is being handled or answered
+    bool eof = false;      // the client sends no more
+    bool watching = true;  // registered with the loop for reading
+  };
+
+  void onReadable(int fd) override;
+  std::string_view facility() const override { return "Statehub::ControlServer"; }
+  void acceptClients();
+  void readClient(uint64_t id, Client& c);
+  void next(uint64_t id, Client& c);
+  void handleNext(uint64_t id);
+  void write(uint64_t id, const std::string& text);
+  void watchIs(Client& c, bool on);
+  void drop(uint64_t id, std::string_view why);
+  Client* client(uint64_t id);
+  // The answer to one request line; `requester` is the client's descriptor number.
+  nlohmann::json answerOf(const std::string& line, int requester);
+  nlohmann::json command(const nlohmann::json& req, int requester);
+
+  EntityManager* em_;
+  std::string path_;
+  Lum::EventLoop* loop_;
+  int listenFd_ = -1;
+  std::map<uint64_t, Client> clients_;  // by an id never reused, unlike descriptors
+  std::map<int, uint64_t> idOfFd_;
+  uint64_t lastClientId_ = 0;
+  uint64_t lastRequestId_ = 0;
+  // Deferred work holds a weak reference: work left on the loop when the server goes
+  // finds it expired and does nothing.
+  std::shared_ptr<int> alive_ = std::make_shared<int>(0);
+};
+
+}  // namespace Statehub

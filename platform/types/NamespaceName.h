@@ -1,0 +1,20 @@
+// Wire::NamespaceName: the name of a network namespace, at most 150 bytes. The
+// default is the empty name.
+#pragma once
+
+#include <string_view>
+
+#include "platform/types/BoundedString.h"
+
+namespace Wire {
+
+class NamespaceName : public Lum::BoundedString<NamespaceName, 150> {
+ public:
+  using BoundedString::BoundedString;
+  static constexpr std::string_view kRangeText = "NamespaceName::bytes > 150 not allowed";
+};
+
+}  // namespace Wire
+
+template <>
+struct std::hash<Wire::NamespaceName> : Lum::BoundedStringHash<Wire::NamespaceName> {};

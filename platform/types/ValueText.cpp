@@ -1,0 +1,43 @@
+#include "platform/types/ValueText.h"
+
+#include <cstdio>
+#include <limits>
+#include <string>
+
+#include "platform/core/Exception.h"
+
+namespace Lum {
+
+std::optional<uint64_t> parseDecimal(std::string_view text) {
+  if (text.empty()) return std::nullopt;
+  constexpr uint64_t kMax = std::numeric_limits<uint64_t>::max();
+  uint64_t n = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return std::nullopt;
+    auto digit = static_cast<uint64_t>(c - '0');
+    // Saturate instead of wrapping: a wrapped value could land inside the limits.
+    n = n > (kMax - digit) / 10 ? kMax : n * 10 + digit;
+  }
+  return n;
+}
+
+void throwMalformedText(std::string_view typeName, std::string_view text) {
+  std::string message(typeName);
+  message += ": malformed text \"";
+  // Bad text comes from outside; keep control bytes (and a NUL, which would end
+  // what()) out of the message and logs.
+  for (char c : text) {
+    auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte >= 0x7f) {
+      char escaped[5];
+      std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+      message += escaped;
+    } else {
+      message += c;
+    }
+  }
+  message += '"';
+  throwRangeException(message);
+}
+
+}  // namespace Lum

@@ -1,0 +1,279 @@
+#include <gtest/gtest.h>
+
+#include "DemoModel.h"
+#include "platform/core/Instance.h"
+
+namespace Demo {
+namespace {
+
+using Lum::Name;
+
+class ReactorTest : public ::testing::Test {
+ protected:
+  void SetUp() override { log.clear(); }
+  Ptr<LinkDir> dir_{new LinkDir("links")};
+  Ptr<Settings> settings_{new Settings("settings")};
+};
+
+struct Probe : Lum::VFPtrInterface {
+  static inline int freed = 0;
+  ~Probe() override { ++freed; }
+};
+
+// Guards the count word: flags must not disturb the count, the top bit must read as
+// "dying", and the object must be freed exactly once, in both counting modes.
+TEST(PtrTest, CountAndFlagsShareOneWord) {
+  for (bool atomic : {false, true}) {
+    Lum::VFPtrInterface::enableThreadSafePointersIs(atomic);
+    Probe::freed = 0;
+    Probe* raw = new Probe;
+    {
+      Ptr<Probe> a(raw);
+      Ptr<const Probe> b = a;
+      EXPECT_EQ(raw->references(), 2u);
+      raw->lumMarkedForDeletionIs(true);
+      EXPECT_TRUE(raw->lumMarkedForDeletion());
+      EXPECT_EQ(raw->references(), 2u);
+      Ptr<Probe> c = std::move(a);
+      EXPECT_EQ(raw->references(), 2u);
+      EXPECT_EQ(Probe::freed, 0);
+    }
+    EXPECT_EQ(Probe::freed, 1);
+  }
+  Lum::VFPtrInterface::enableThreadSafePointersIs(false);
+  EXPECT_THROW(Lum::validPtr(Ptr<Probe>()), Lum::RangeException);
+}
+
+// Guards the instantiating attribute: equal parameters keep the object, other ones
+// replace it, and del hands it back detached.
+TEST(InstanceTest, EqualParametersKeepTheObject) {
+  Lum::Instance<Settings, Name> holder;
+  Ptr<Settings> first = holder.is("a");
+  EXPECT_EQ(holder.is("a"), first);
+  Ptr<Settings> second = holder.is("b");
+  EXPECT_NE(second, first);
+  EXPECT_EQ(second->name(), Name("b"));
+  EXPECT_EQ(holder.del(), second);
+  EXPECT_FALSE(holder);
+}
+
+// Guards the collection's xIs steps and their exact texts.
+TEST_F(ReactorTest, CollectionIsRejectsEmptyAndChangedParameters) {
+  Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
+  try {
+    dir_->linkIs(Name());
+    FAIL() << "an empty name was accepted";
+  } catch (const Lum::RangeException& e) {
+    EXPECT_STREQ(e.what(), "null _name parameter to mutator for Demo::LinkDir::link not allowed\"");
+  }
+
+  struct Pair : Lum::Entity {
+    Pair(const Name& n, int v) : Entity(n), v(v) {}
+    int v;
+  };
+  Lum::Collection<Pair, Pair, Name, Name, int> c{nullptr, "Demo::Pair::pair", {"name", "size"}};
+  Ptr<Pair> p = c.is("x", 1);
+  EXPECT_EQ(c.is("x", 1), p);
+  try {
+    c.is("x", 2);
+    FAIL() << "a changed constructor parameter was accepted";
+  } catch (const Lum::RangeException& e) {
+    EXPECT_STREQ(e.what(),
+                 "Reinstantiating the pointer interface where constructor parameter attribute "
+                 "_size has a different value of 2");
+  }
+  EXPECT_EQ(c("x")->v, 1);
+}
+
+// Guards the catch-up: a reactor handed another notifier reacts as to a change,
+// the same notifier again does nothing, and a new element around another entity of
+// the same key is given that entity rather than rebuilt.
+TEST_F(ReactorTest, NewNotifierIsTreatedAsAChange) {
+  Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
+  EXPECT_EQ(log, std::vector<std::string>{"enabled=0"});
+  log.clear();
+  sm->settings()->notifierIs(settings_);
+  EXPECT_TRUE(log.empty());
+  Ptr<Settings> other(new Settings("other"));
+  other->enabledIs(true);
+  sm->settings()->notifierIs(other);
+  EXPECT_EQ(log, std::vector<std::string>{"enabled=1"});
+
+  Ptr<Link> a = dir_->linkIs("a");
+  Ptr<LinkWatcherSm::LumLinkSm> aSm = sm->linkSm("a");
+  log.clear();
+  Ptr<Link> twin(new Link("a"));
+  Lum::Collection<LinkWatcherSm, LinkWatcherSm::LumLinkSm, Name, Ptr<const Link>> direct{
+      sm.ptr(), "x", {"link"}};
+  Ptr<LinkWatcherSm::LumLinkSm> d = direct.is(a);
+  EXPECT_EQ(direct.is(twin), d);
+  EXPECT_EQ(d->notifier(), twin);
+  // Attaching in the constructor is the first change of notifier, then the twin's.
+  EXPECT_EQ(log, (std::vector<std::string>{"a catch-up", "a init", "a catch-up"}));
+}
+
+// Guards the order of deletion: zombie before doPrepareToDie, back pointer cleared
+// after it, notifications off at the end, and no reaction after.
+TEST_F(ReactorTest, DeletionRunsItsStepsInOrder) {
+  Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
+  Ptr<Link> a = dir_->linkIs("a");
+  Ptr<LinkWatcherSm::LumLinkSm> aSm = sm->linkSm("a");
+  ASSERT_TRUE(aSm);
+  EXPECT_TRUE(aSm->hasNotificationActive());
+  log.clear();
+
+  bool zombieSeen = false;
+  bool parentSeen = false;
+  // doPrepareToDie of the element is recorded with its parent still set.
+  Ptr<LinkWatcherSm::LumLinkSm> gone = sm->linkSmDel("a");
+  ASSERT_EQ(gone, aSm);
+  for (const std::string& line : log) {
+    if (line == "a prepareToDie") parentSeen = true;
+  }
+  zombieSeen = gone->lumMarkedForDeletion();
+  EXPECT_TRUE(parentSeen);
+  EXPECT_TRUE(zombieSeen);
+  EXPECT_EQ(gone->parent(), nullptr);
+  EXPECT_FALSE(gone->hasNotificationActive());
+  log.clear();
+  a->operStatusIs(1);
+  EXPECT_TRUE(log.empty()) << "a deleted state machine reacted: " << log.front();
+}
+
+// Guards iteration: deleting the element under the iterator, and the one after it,
+// must neither crash nor skip a survivor.
+TEST_F(ReactorTest, DeletingWhileIterating) {
+  for (const char* n : {"a", "b", "c", "d"}) dir_->linkIs(n);
+  Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
+  ASSERT_EQ(sm->linkSms(), 4u);
+  std::vector<std::string> seen;
+  for (auto it = dir_->linkIterator(); it; ++it) {
+    seen.push_back(std::string(it.key().view()));
+    if (it.key() == Name("a")) dir_->linkDel("a");
+    if (it.key() == Name("b")) dir_->linkDel("c");
+    EXPECT_TRUE(it.hasBookmark());
+  }
+  EXPECT_EQ(seen, (std::vector<std::string>{"a", "b", "d"}));
+  EXPECT_EQ(sm->linkSms(), 2u);
+  EXPECT_FALSE(sm->linkSm("a"));
+  EXPECT_FALSE(dir_->linkIterator(Name("zz")).hasBookmark());
+}
+
+// Guards reactions: per attribute and per key, and nothing from a zombie.
+TEST_F(ReactorTest, ZombieNeverReacts) {
+  Ptr<Link> a = dir_->linkIs("a");
+  Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
+  log.clear();
+  a->operStatusIs(1);
+  a->operStatusIs(1);
+  a->vlanVniIs(10, 5010);
+  EXPECT_EQ(log, (std::vector<std::string>{"a operStatus=1", "a vlan 10"}));
+  log.clear();
+  sm->lumDoZombieReactors(true);
+  EXPECT_TRUE(sm->linkSm("a")->lumMarkedForDeletion()) << "zombie state must reach sub-machines";
+  EXPECT_FALSE(sm->settings()->hasNotificationActive());
+  a->operStatusIs(2);
+  settings_->enabledIs(true);
+  EXPECT_TRUE(log.empty());
+}
+
+// Guards deferred freeing: a reaction that deletes its own state machine must finish
+// on a live object (run under the sanitizers to make a fault visible).
+TEST_F(ReactorTest, ReactionMayDeleteItsOwnMachine) {
+  struct SelfDeleting : Link::NotifieeConst {
+    Ptr<SelfDeleting>* holder = nullptr;
+    int calls = 0;
+    void onOperStatus() override {
+      *holder = nullptr;  // the last outside reference
+      ++calls;
+      log.push_back(std::to_string(calls) + " " + std::to_string(references()));
+    }
+  };
+  Ptr<Link> a = dir_->linkIs("a");
+  Ptr<SelfDeleting> r(new SelfDeleting);
+  r->holder = &r;
+  r->notifierIs(a);
+  r->isRegisteredNotifieeIs(true);
+  a->operStatusIs(1);
+  EXPECT_FALSE(r);
+  EXPECT_EQ(log, std::vector<std::string>{"1 1"});
+  EXPECT_EQ(a->lumNotifieeCount(), 0u);
+}
+
+// A stand-in activity: remembers what it was asked to run.
+struct RecordingActivity : Lum::ActivityConfig {
+  std::vector<Ptr<Lum::ReactorBase>> scheduled;
+  void lumSchedule(const Ptr<Lum::ReactorBase>& r) override { scheduled.push_back(r); }
+};
+
+// Guards queued notifications: changes collapse, the last value is seen once, keyed
+// changes fall back to the catch-up, and a zombie's queue is dropped.
+TEST_F(ReactorTest, QueuedChangesKeepTheLastValue) {
+  Ptr<Link> a = dir_->linkIs("a");
+  Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
+  Ptr<RecordingActivity> activity(new RecordingActivity);
+  sm->lumFwkActivityIs(activity);
+  log.clear();
+  a->operStatusIs(1);
+  a->operStatusIs(2);
+  EXPECT_TRUE(log.empty());
+  ASSERT_EQ(activity->scheduled.size(), 1u);
+  activity->scheduled[0]->handleNotification();
+  EXPECT_EQ(log, std::vector<std::string>{"a operStatus=2"});
+
+  log.clear();
+  activity->scheduled.clear();
+  a->vlanVniIs(10, 1);
+  a->operStatusIs(3);
+  ASSERT_EQ(activity->scheduled.size(), 1u);
+  activity->scheduled[0]->handleNotification();
+  EXPECT_EQ(log, std::vector<std::string>{"a catch-up"});
+
+  log.clear();
+  activity->scheduled.clear();
+  a->operStatusIs(4);
+  sm->lumDoZombieReactors(true);
+  activity->scheduled[0]->handleNotification();
+  EXPECT_TRUE(log.empty());
+  activity->scheduled.clear();  // the reactors hold the activity: break the cycle
+}
+
+// Guards the generic interface: construction by name with the declared arguments
+// only, attribute access by text, and no write through a const reference.
+TEST(TypeRegistryTest, GenericInterface) {
+  const Lum::TypeInfo* t = Lum::TypeRegistry::type("Demo::Link");
+  ASSERT_NE(t, nullptr);
+  Ptr<Lum::Entity> e = t->construct({{"name", "et1"}});
+  EXPECT_EQ(e->name(), Name("et1"));
+  try {
+    t->construct({{"nom", "et1"}});
+    FAIL();
+  } catch (const Lum::RangeException& ex) {
+    EXPECT_EQ(std::string(ex.what()).rfind("Link", 0), 0u) << ex.what();
+  }
+  EXPECT_EQ(e->attributeString(Link::kMtu), Lum::String8("mtu"));
+  EXPECT_EQ(e->attributeString(Lum::Entity::kAttrName), Lum::String8("name"));
+  EXPECT_EQ(e->attributeString(999), Lum::String8("unknown"));
+
+  Lum::GenericRef ref(e);
+  ref.attributeIs("mtu", "9000");
+  EXPECT_EQ(ref.attribute("mtu"), "9000");
+  EXPECT_THROW(ref.attributeIs("mtu", "9k"), Lum::RangeException);
+  ref.attributeIs("operStatus", "1");
+  ref.invoke("down");
+  EXPECT_EQ(ref.attribute("operStatus"), "0");
+
+  Lum::GenericRef constRef{Ptr<const Lum::Entity>(e)};
+  EXPECT_EQ(constRef.attribute("mtu"), "9000");
+  try {
+    constRef.attributeIs("mtu", "1500");
+    FAIL();
+  } catch (const Lum::Exception& ex) {
+    EXPECT_STREQ(ex.what(), "attempting to modify a const instance");
+  }
+  EXPECT_THROW(constRef.invoke("down"), Lum::Exception);
+  EXPECT_EQ(ref.attribute("mtu"), "9000");
+}
+
+}  // namespace
+}  // namespace Demo

@@ -1,0 +1,433 @@
+// KernelNetworkInfo::Manager against a scripted kernel: its netlink socket is one end of
+// a datagram socket pair, and the fake system calls answer dump requests and let the
+// test write events, lose them (ENOBUFS) or spoof their sender. Messages are built
+// with libmnl as the kernel lays them out.
+#include "platform/kernel/KernelNetworkInfoManager.h"
+
+#include <fcntl.h>
+#include <libmnl/libmnl.h>
+#include <linux/if.h>
+#include <linux/if_link.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/os/SysCalls.h"
+
+namespace KernelNetworkInfo {
+namespace {
+
+using Wire::IfIndex;
+
+constexpr uint32_t kPort = 4242;
+
+struct Device {
+  InterfaceState s;
+  size_t addrLen = 6;  // 4 for a tunnel's IPv4 address, 0 for none
+};
+
+InterfaceState dev(unsigned i, const char* name, uint32_t flags, uint32_t mtu,
+                   Wire::EthAddr mac = {}, uint8_t oper = IF_OPER_UNKNOWN) {
+  InterfaceState s;
+  s.ifindex = IfIndex(i);
+  s.name = name;
+  s.flags = flags;
+  s.operState = oper;
+  s.hwAddr = mac;
+  s.mtu = mtu;
+  return s;
+}
+
+void putLink(std::vector<uint8_t>& out, uint16_t type, uint32_t seq, uint32_t pid, const Device& d,
+             uint8_t family = AF_UNSPEC) {
+  alignas(nlmsghdr) uint8_t buf[512] = {};
+  nlmsghdr* nlh = mnl_nlmsg_put_header(buf);
+  nlh->nlmsg_type = type;
+  nlh->nlmsg_flags = seq ? NLM_F_MULTI : 0;
+  nlh->nlmsg_seq = seq;
+  nlh->nlmsg_pid = pid;
+  auto* ifi = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(nlh, sizeof(ifinfomsg)));
+  ifi->ifi_family = family;
+  ifi->ifi_index = static_cast<int>(d.s.ifindex.value());
+  ifi->ifi_flags = d.s.flags;
+  if (!d.s.name.empty()) mnl_attr_put_strz(nlh, IFLA_IFNAME, d.s.name.charPtr());
+  mnl_attr_put_u32(nlh, IFLA_MTU, d.s.mtu);
+  mnl_attr_put_u8(nlh, IFLA_OPERSTATE, d.s.operState);
+  const uint8_t tunnelAddr[4] = {192, 0, 2, 1};
+  if (d.addrLen == 6) mnl_attr_put(nlh, IFLA_ADDRESS, 6, d.s.hwAddr.bytes().data());
+  if (d.addrLen == 4) mnl_attr_put(nlh, IFLA_ADDRESS, 4, tunnelAddr);
+  out.insert(out.end(), buf, buf + nlh->nlmsg_len);
+}
+
+void putDone(std::vector<uint8_t>& out, uint32_t seq, uint16_t extraFlags = 0) {
+  alignas(nlmsghdr) uint8_t buf[64] = {};
+  nlmsghdr* nlh = mnl_nlmsg_put_header(buf);
+  nlh->nlmsg_type = NLMSG_DONE;
+  nlh->nlmsg_flags = NLM_F_MULTI | extraFlags;
+  nlh->nlmsg_seq = seq;
+  nlh->nlmsg_pid = kPort;
+  mnl_nlmsg_put_extra_header(nlh, sizeof(int));
+  out.insert(out.end(), buf, buf + nlh->nlmsg_len);
+}
+
+struct FakeKernel : Lum::SysCalls {
+  std::map<unsigned, Device> devices;  // what a dump lists
+  int mine = -1;                       // the manager's socket
+  int peer = -1;                       // the kernel's end
+  uint32_t dumpSeq = 0;                // of the last request
+  int dumps = 0;
+  bool answerDumps = true;
+  int nextRecvErrno = 0;
+  uint32_t nextSender = 0;  // the port the next datagram seems to come from
+  std::vector<std::string> closed;
+
+  ~FakeKernel() override {
+    if (peer >= 0) ::close(peer);
+  }
+  void add(const InterfaceState& s, size_t addrLen = 6) {
+    devices[s.ifindex.value()] = {s, addrLen};
+  }
+
+  int socket(int, int, int) override {
+    int fds[2];
+    if (::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, fds) < 0) return -1;
+    mine = fds[0];
+    peer = fds[1];
+    return mine;
+  }
+  int bind(int fd, const sockaddr* a, socklen_t l) override {
+    return fd == mine ? 0 : SysCalls::bind(fd, a, l);
+  }
+  int getsockname(int fd, sockaddr* a, socklen_t* l) override {
+    if (fd != mine) return SysCalls::getsockname(fd, a, l);
+    auto* nl = reinterpret_cast<sockaddr_nl*>(a);
+    nl->nl_family = AF_NETLINK;
+    nl->nl_pid = kPort;
+    *l = sizeof(sockaddr_nl);
+    return 0;
+  }
+  int close(int fd) override {
+    if (fd == mine) closed.push_back("socket");
+    return SysCalls::close(fd);
+  }
+  ssize_t send(int fd, const void* buf, size_t len, int flags) override {
+    if (fd != mine) return SysCalls::send(fd, buf, len, flags);
+    const auto* nlh = static_cast<const nlmsghdr*>(buf);
+    EXPECT_EQ(nlh->nlmsg_type, RTM_GETLINK);
+    EXPECT_EQ(nlh->nlmsg_flags & NLM_F_DUMP, NLM_F_DUMP);
+    dumpSeq = nlh->nlmsg_seq;
+    ++dumps;
+    if (answerDumps) answerDump();
+    return static_cast<ssize_t>(len);
+  }
+  ssize_t recvfrom(int fd, void* buf, size_t len, int flags, sockaddr* from,
+                   socklen_t* fromLen) override {
+    if (fd != mine) return SysCalls::recvfrom(fd, buf, len, flags, from, fromLen);
+    if (nextRecvErrno) {
+      errno = std::exchange(nextRecvErrno, 0);
+      return -1;
+    }
+    const ssize_t n = ::recv(fd, buf, len, flags);
+    if (n < 0) return n;
+    auto* nl = reinterpret_cast<sockaddr_nl*>(from);
+    *nl = sockaddr_nl{};
+    nl->nl_family = AF_NETLINK;
+    nl->nl_pid = std::exchange(nextSender, 0);
+    *fromLen = sizeof(sockaddr_nl);
+    return n;
+  }
+
+  // The dump as the kernel sends it: several links in one datagram, then DONE.
+  void answerDump(uint16_t doneFlags = 0) {
+    std::vector<uint8_t> d;
+    for (const auto& [i, device] : devices) putLink(d, RTM_NEWLINK, dumpSeq, kPort, device);
+    write(d);
+    d.clear();
+    putDone(d, dumpSeq, doneFlags);
+    write(d);
+  }
+  void event(uint16_t type, const InterfaceState& s, uint8_t family = AF_UNSPEC) {
+    std::vector<uint8_t> d;
+    putLink(d, type, 0, 0, {s}, family);
+    write(d);
+  }
+  void write(const std::vector<uint8_t>& d) {
+    ASSERT_EQ(::send(peer, d.data(), d.size(), 0), static_cast<ssize_t>(d.size()));
+  }
+};
+
+struct RootLog : Root::NotifieeConst {
+  std::vector<std::string> byName;
+  std::vector<std::string> byIndex;
+  void onInterfaceByName(const Lum::String8& n) override { byName.push_back(n.str()); }
+  // Records what a reaction finds at the moment of the notification.
+  void onInterface(IfIndex i) override {
+    Lum::Ptr<Interface> intf = notifier()->interface(i);
+    byIndex.push_back(std::to_string(i.value()) +
+                      (intf ? "=" + intf->name().str() + "/" + std::to_string(intf->mtu()) : "-"));
+  }
+};
+
+struct IntfLog : Interface::NotifieeConst {
+  std::vector<std::string> seen;
+  void onName() override { seen.push_back("name " + notifier()->name().str()); }
+  void onFlags() override { seen.push_back("flags " + std::to_string(notifier()->flags())); }
+  void onMtu() override { seen.push_back("mtu " + std::to_string(notifier()->mtu())); }
+};
+
+const Wire::EthAddr kMac2(0x001c, 0x7300, 0x0002);
+constexpr uint32_t kUp = IFF_UP | IFF_BROADCAST | IFF_RUNNING | IFF_MULTICAST;
+
+class KernelNetworkInfoTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    kernel_.add(dev(1, "lo", IFF_UP | IFF_LOOPBACK | IFF_RUNNING, 65536));
+    kernel_.add(dev(2, "eth0", kUp, 9214, kMac2, IF_OPER_UP));
+    kernel_.add(dev(3, "tun0", IFF_UP | IFF_POINTOPOINT, 1476), 4);
+  }
+  void start() {
+    manager_ = std::make_unique<Manager>(nullptr, root_, Wire::NamespaceName(), loop_);
+    log_->notifierIs(root_);
+    log_->isRegisteredNotifieeIs(true);
+  }
+  std::vector<std::string> names() const {
+    std::vector<std::string> v;
+    for (auto it = root_->interfaceByNameIterator(); it; ++it) v.push_back(it.key().str());
+    return v;
+  }
+
+  FakeKernel kernel_;
+  Lum::ScopedSysCalls guard_{kernel_};
+  Lum::EventLoop loop_;
+  Lum::Ptr<Root> root_{new Root("kernel")};
+  Lum::Ptr<RootLog> log_{new RootLog};
+  std::unique_ptr<Manager> manager_;
+};
+
+// Guards the initial dump: every attribute read from the right IFLA_* type, both maps
+// holding the same objects, a tunnel's 4-byte address not taken for a MAC, and the
+// destructor closing the socket but keeping the root.
+TEST_F(KernelNetworkInfoTest, InitialDumpFillsBothMaps) {
+  start();
+  EXPECT_EQ(kernel_.dumps, 1);
+  EXPECT_FALSE(manager_->dumpInProgress());
+  EXPECT_EQ(names(), (std::vector<std::string>{"eth0", "lo", "tun0"}));
+  Lum::Ptr<Interface> eth0 = root_->interface(IfIndex(2));
+  ASSERT_TRUE(eth0);
+  EXPECT_EQ(root_->interfaceByName("eth0"), eth0);
+  EXPECT_EQ(eth0->state(), dev(2, "eth0", kUp, 9214, kMac2, IF_OPER_UP));
+  EXPECT_EQ(eth0->parent(), root_.ptr());
+  EXPECT_TRUE(root_->interfaceByName("tun0")->hwAddr().isZero());
+  EXPECT_FALSE(root_->interfaceByName("eth1"));
+  manager_.reset();
+  EXPECT_EQ(kernel_.closed, std::vector<std::string>{"socket"});
+  EXPECT_EQ(root_->interfaceCount(), 3u);
+}
+
+// Guards event handling: a new device is announced complete on both keys, a change
+// notifies only the Interface, a removal empties both keys.
+TEST_F(KernelNetworkInfoTest, EventsAddChangeAndRemove) {
+  start();
+  kernel_.event(RTM_NEWLINK, dev(7, "vx0", kUp, 1450, Wire::EthAddr(2, 0, 7)));
+  loop_.runOnce(0);
+  EXPECT_EQ(log_->byIndex, std::vector<std::string>{"7=vx0/1450"});
+  EXPECT_EQ(log_->byName, std::vector<std::string>{"vx0"});
+  Lum::Ptr<IntfLog> il(new IntfLog);
+  il->notifierIs(root_->interface(IfIndex(7)));
+  il->isRegisteredNotifieeIs(true);
+  kernel_.event(RTM_NEWLINK, dev(7, "vx0", kUp & ~IFF_UP, 1450, Wire::EthAddr(2, 0, 7)));
+  kernel_.event(RTM_NEWLINK, dev(7, "vx0", kUp & ~IFF_UP, 1450, Wire::EthAddr(2, 0, 7)));
+  loop_.runOnce(0);
+  EXPECT_EQ(il->seen, std::vector<std::string>{"flags " + std::to_string(kUp & ~IFF_UP)});
+  EXPECT_EQ(log_->byName.size(), 1u) << "an attribute change must not touch the root's keys";
+  kernel_.event(RTM_DELLINK, dev(7, "vx0", 0, 1450));
+  loop_.runOnce(0);
+  EXPECT_FALSE(root_->interface(IfIndex(7)));
+  EXPECT_FALSE(root_->interfaceByName("vx0"));
+  EXPECT_EQ(log_->byIndex, (std::vector<std::string>{"7=vx0/1450", "7-"}));
+  EXPECT_EQ(log_->byName, (std::vector<std::string>{"vx0", "vx0"}));
+}
+
+// Guards the rename: the by-name entry moves (old key notified, then new), the object
+// keeps its identity, and a reaction to the Interface sees both maps already moved.
+TEST_F(KernelNetworkInfoTest, RenameMovesTheNameEntry) {
+  start();
+  Lum::Ptr<Interface> eth0 = root_->interface(IfIndex(2));
+  struct NameCheck : IntfLog {
+    Lum::Ptr<Root> root;
+    bool consistent = false;
+    void onName() override {
+      IntfLog::onName();
+      consistent = !root->interfaceByName("eth0") && root->interfaceByName("uplink") == notifier();
+    }
+  };
+  Lum::Ptr<NameCheck> il(new NameCheck);
+  il->root = root_;
+  il->notifierIs(eth0);
+  il->isRegisteredNotifieeIs(true);
+  kernel_.event(RTM_NEWLINK, dev(2, "uplink", kUp, 9214, kMac2, IF_OPER_UP));
+  loop_.runOnce(0);
+  EXPECT_EQ(log_->byName, (std::vector<std::string>{"eth0", "uplink"}));
+  EXPECT_TRUE(log_->byIndex.empty());
+  EXPECT_EQ(root_->interfaceByName("uplink"), eth0);
+  EXPECT_FALSE(root_->interfaceByName("eth0"));
+  EXPECT_EQ(il->seen, std::vector<std::string>{"name uplink"});
+  EXPECT_TRUE(il->consistent);
+}
+
+// Guards what must be ignored: the bridge's per-port RTM_DELLINK (AF_BRIDGE) for a
+// live device, a datagram not sent by the kernel, and a link message without a name;
+// a message after a bad one in the same datagram is still applied.
+TEST_F(KernelNetworkInfoTest, IgnoresForeignAndMalformedMessages) {
+  start();
+  kernel_.nextSender = 31337;
+  kernel_.event(RTM_DELLINK, dev(1, "lo", 0, 65536));
+  kernel_.event(RTM_DELLINK, dev(2, "eth0", kUp, 9214), AF_BRIDGE);
+  std::vector<uint8_t> d;
+  putLink(d, RTM_NEWLINK, 0, 0, {dev(8, "", kUp, 1500)});
+  putLink(d, RTM_NEWLINK, 0, 0, {dev(9, "after", kUp, 1500)});
+  kernel_.write(d);
+  loop_.runOnce(0);
+  EXPECT_EQ(names(), (std::vector<std::string>{"after", "eth0", "lo", "tun0"}));
+  EXPECT_FALSE(root_->interface(IfIndex(8)));
+}
+
+// Guards the resync: after lost events a new dump deletes what it no longer lists,
+// adds what is new and updates what changed, and notifies each key.
+TEST_F(KernelNetworkInfoTest, LostEventsResync) {
+  start();
+  kernel_.devices.erase(3);
+  kernel_.add(dev(5, "eth1", kUp, 1500, Wire::EthAddr(2, 0, 5)));
+  kernel_.devices[2].s.mtu = 1500;
+  kernel_.nextRecvErrno = ENOBUFS;
+  kernel_.event(RTM_NEWLINK, kernel_.devices[1].s);  // makes the socket readable
+  loop_.runOnce(0);
+  EXPECT_EQ(kernel_.dumps, 2);
+  EXPECT_EQ(names(), (std::vector<std::string>{"eth0", "eth1", "lo"}));
+  EXPECT_EQ(root_->interface(IfIndex(2))->mtu(), 1500u);
+  EXPECT_EQ(log_->byIndex, (std::vector<std::string>{"5=eth1/1500", "3-"}));
+  EXPECT_EQ(log_->byName, (std::vector<std::string>{"eth1", "tun0"}));
+}
+
+// Guards the dump bookkeeping: a loss during a dump asks for one more dump after it,
+// not a second one at once; a device an event adds while a dump runs survives that
+// dump's end; an interrupted dump deletes nothing and is repeated.
+TEST_F(KernelNetworkInfoTest, DumpsRunOneAtATime) {
+  start();
+  kernel_.answerDumps = false;
+  kernel_.nextRecvErrno = ENOBUFS;
+  kernel_.event(RTM_NEWLINK, kernel_.devices[1].s);
+  loop_.runOnce(0);
+  ASSERT_EQ(kernel_.dumps, 2);
+  ASSERT_TRUE(manager_->dumpInProgress());
+  kernel_.nextRecvErrno = ENOBUFS;
+  kernel_.event(RTM_NEWLINK, dev(6, "late0", kUp, 1500));  // after the dump passed index 6
+  loop_.runOnce(0);
+  EXPECT_EQ(kernel_.dumps, 2) << "a second dump while one runs";
+  kernel_.answerDump();
+  loop_.runOnce(0);
+  EXPECT_TRUE(root_->interface(IfIndex(6))) << "a device announced during the dump was deleted";
+  EXPECT_EQ(kernel_.dumps, 3) << "the loss during the dump was not followed by a dump";
+  kernel_.add(dev(6, "late0", kUp, 1500));
+  kernel_.devices.erase(3);
+  kernel_.answerDump(NLM_F_DUMP_INTR);
+  loop_.runOnce(0);
+  EXPECT_TRUE(root_->interface(IfIndex(3))) << "an interrupted dump deleted a device";
+  EXPECT_EQ(kernel_.dumps, 4);
+  kernel_.answerDump();
+  loop_.runOnce(0);
+  EXPECT_EQ(kernel_.dumps, 4);
+  EXPECT_FALSE(manager_->dumpInProgress());
+  EXPECT_FALSE(root_->interface(IfIndex(3)));
+  EXPECT_TRUE(root_->interface(IfIndex(6)));
+}
+
+// The namespace steps, recorded: which handles are opened, entered and closed.
+struct NamespaceKernel : FakeKernel {
+  std::vector<std::string> steps;
+  std::map<int, std::string> handles;
+  int openErrno = 0;
+  int socketErrno = 0;
+  int open(const char* path, int, mode_t) override {
+    if (openErrno) return errno = openErrno, -1;
+    const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    handles[fd] = path;
+    steps.push_back(std::string("open ") + path);
+    return fd;
+  }
+  int setns(int fd, int) override {
+    steps.push_back("setns " + handles[fd]);
+    return 0;
+  }
+  int socket(int d, int t, int p) override {
+    if (socketErrno) return errno = socketErrno, -1;
+    steps.push_back("socket");
+    return FakeKernel::socket(d, t, p);
+  }
+  int close(int fd) override {
+    if (auto it = handles.find(fd); it != handles.end()) {
+      steps.push_back("close " + it->second);
+      handles.erase(it);
+    }
+    return FakeKernel::close(fd);
+  }
+};
+
+// Guards the namespace switch: the socket is made between entering the namespace and
+// going back, the thread goes back when socket() fails, no handle is left open, and a
+// name cannot reach outside /run/netns.
+TEST(KernelNetworkInfoNamespaceTest, SocketIsMadeInsideAndTheThreadGoesBack) {
+  NamespaceKernel kernel;
+  Lum::ScopedSysCalls guard(kernel);
+  Lum::EventLoop loop;
+  Lum::Ptr<Root> root(new Root("kernel"));
+  const std::vector<std::string> around = {
+      "open /run/netns/blue",           "open /proc/thread-self/ns/net",
+      "setns /run/netns/blue",          "socket",
+      "setns /proc/thread-self/ns/net", "close /run/netns/blue",
+      "close /proc/thread-self/ns/net"};
+  { Manager m(nullptr, root, Wire::NamespaceName("blue"), loop); }
+  EXPECT_EQ(kernel.steps, around);
+
+  kernel.steps.clear();
+  kernel.socketErrno = EMFILE;
+  try {
+    Manager m(nullptr, root, Wire::NamespaceName("blue"), loop);
+    ADD_FAILURE() << "no exception for a failed socket()";
+  } catch (const Lum::ErrnoException& e) {
+    EXPECT_EQ(e.errNo(), EMFILE);
+  }
+  std::vector<std::string> failed = around;
+  failed.erase(failed.begin() + 3);
+  EXPECT_EQ(kernel.steps, failed);
+
+  kernel.steps.clear();
+  kernel.openErrno = ENOENT;
+  EXPECT_THROW(Manager(nullptr, root, Wire::NamespaceName("gone"), loop), Lum::ErrnoException);
+  EXPECT_THROW(Manager(nullptr, root, Wire::NamespaceName("../proc/1/ns/net"), loop),
+               Lum::RangeException);
+  EXPECT_TRUE(kernel.steps.empty());
+}
+
+// Guards the real socket set-up and message layout against the kernel of the process's
+// own namespace (read only; no privilege needed): the loopback device is there.
+TEST(KernelNetworkInfoKernelTest, OwnNamespaceListsLoopback) {
+  Lum::EventLoop loop;
+  Lum::Ptr<Root> root(new Root("kernel"));
+  Manager m(nullptr, root, Wire::NamespaceName(), loop);
+  Lum::Ptr<Interface> lo = root->interfaceByName("lo");
+  ASSERT_TRUE(lo);
+  EXPECT_NE(lo->flags() & IFF_LOOPBACK, 0u);
+  EXPECT_EQ(root->interface(lo->ifindex()), lo);
+  EXPECT_GT(lo->mtu(), 0u);
+}
+
+}  // namespace
+}  // namespace KernelNetworkInfo

@@ -1,0 +1,162 @@
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/loop/ActivityManager.h"
+#include "platform/loop/Clock.h"
+#include "platform/loop/FileDescriptor.h"
+#include "platform/os/TimeSource.h"
+
+namespace Lum {
+namespace {
+
+struct Wakeups : Clock::NotifieeConst {
+  std::vector<double> at;
+  void onTime() override { at.push_back(now()); }
+};
+
+class ClockTest : public ::testing::Test {
+ protected:
+  ManualTimeSource time_{100.0};
+  ScopedTimeSource scope_{time_};
+  EventLoop loop_;
+  Ptr<Clock> clock_{new Clock("clock", loop_)};
+  Ptr<Wakeups> r_{new Wakeups};
+  void SetUp() override {
+    r_->notifierIs(clock_);
+    r_->isRegisteredNotifieeIs(true);
+  }
+};
+
+// Guards the "leave a running timer alone" rule: a pending wake-up is kept unless the
+// new delay is shorter than the time since its moment, and onTime clears it.
+TEST_F(ClockTest, WakeInLeavesARunningTimerAlone) {
+  EXPECT_EQ(r_->timeMin(), Clock::kNever);
+  r_->wakeIn(5.0);
+  EXPECT_EQ(r_->timeMin(), 105.0);
+  time_.advance(2.0);
+  r_->wakeIn(5.0);  // 5 is not less than 102 - 105: left alone
+  EXPECT_EQ(r_->timeMin(), 105.0);
+  loop_.runOnce(0);
+  EXPECT_TRUE(r_->at.empty()) << "fired before its time";
+  time_.advance(3.0);
+  loop_.runOnce(0);
+  EXPECT_EQ(r_->at, std::vector<double>{105.0});
+  EXPECT_EQ(r_->timeMin(), Clock::kNever);
+  // A request whose moment is long past is replaced by a short delay.
+  r_->timeMinIs(50.0);
+  r_->wakeIn(1.0);
+  EXPECT_EQ(r_->timeMin(), 106.0);
+}
+
+// Guards the zombie rule on timers: a reactor marked for deletion is not woken.
+TEST_F(ClockTest, ZombieIsNotWoken) {
+  r_->timeMinIs(101.0);
+  r_->lumDoZombieReactors(true);
+  time_.advance(5.0);
+  loop_.runOnce(0);
+  EXPECT_TRUE(r_->at.empty());
+}
+
+struct Reader : FileDescriptor::NotifieeConst {
+  size_t perCall = 1;
+  std::string got;
+  int calls = 0;
+  bool throwOnce = false;
+  void onReadableCount() override {
+    ++calls;
+    if (throwOnce) {
+      throwOnce = false;
+      throwRangeException("reader fault");
+    }
+    char buf[64];
+    ssize_t n = ::read(notifier()->descriptor(), buf, perCall);
+    if (n > 0) got.append(buf, static_cast<size_t>(n));
+  }
+};
+
+class DescriptorTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, fds_), 0);
+    fd_->descriptorIs(fds_[0]);
+    fd_->nonBlockingIs(true);
+    fd_->notifyOnReadableIs(true);
+    reader_->notifierIs(fd_);
+    reader_->isRegisteredNotifieeIs(true);
+    loop_.exceptionReporterIs([this](std::string_view f, std::string_view t) {
+      reports_.push_back(std::string(f) + ": " + std::string(t));
+    });
+  }
+  void TearDown() override {
+    fd_->descriptorIs(-1);
+    ::close(fds_[0]);
+    ::close(fds_[1]);
+  }
+  int fds_[2] = {-1, -1};
+  EventLoop loop_;
+  Ptr<FileDescriptor> fd_{new FileDescriptor("rx", loop_)};
+  Ptr<Reader> reader_{new Reader};
+  std::vector<std::string> reports_;
+};
+
+// Guards level-triggered delivery through the entity: a reactor that leaves data is
+// called again on the next pass; once drained it is not called at all.
+TEST_F(DescriptorTest, CalledAgainUntilDrained) {
+  EXPECT_NE(::fcntl(fds_[0], F_GETFL) & O_NONBLOCK, 0) << "nonBlockingIs must set O_NONBLOCK";
+  ASSERT_EQ(::write(fds_[1], "abc", 3), 3);
+  for (int i = 0; i < 3; ++i) loop_.runOnce(0);
+  EXPECT_EQ(reader_->got, "abc");
+  EXPECT_EQ(reader_->calls, 3);
+  loop_.runOnce(0);
+  loop_.runOnce(0);
+  EXPECT_EQ(reader_->calls, 3);
+  EXPECT_EQ(fd_->readableCount(), 3u);
+}
+
+// Guards the loop's policy: a reaction that throws is reported with its facility and
+// text, and the next pass still serves the descriptor.
+TEST_F(DescriptorTest, ExceptionEndsOnlyThatReaction) {
+  reader_->perCall = 64;
+  reader_->throwOnce = true;
+  ASSERT_EQ(::write(fds_[1], "xy", 2), 2);
+  loop_.runOnce(0);
+  ASSERT_EQ(reports_.size(), 1u);
+  EXPECT_EQ(reports_[0], "rx: reader fault");
+  loop_.runOnce(0);
+  EXPECT_EQ(reader_->got, "xy");
+}
+
+// Guards the hand-over: a reactor whose notifier stops watching is not called.
+TEST_F(DescriptorTest, NoCallsAfterNotifyOff) {
+  fd_->notifyOnReadableIs(false);
+  ASSERT_EQ(::write(fds_[1], "z", 1), 1);
+  loop_.runOnce(0);
+  EXPECT_EQ(reader_->calls, 0);
+  fd_->notifyOnReadableIs(true);
+  loop_.runOnce(0);
+  EXPECT_EQ(reader_->got, "z");
+}
+
+// Guards queued reactions on a real loop: changes wait for the deferred pass.
+TEST(ActivityManagerTest, QueuedReactionRunsOnTheLoop) {
+  EventLoop loop;
+  ActivityManager manager(loop);
+  ManualTimeSource time(10.0);
+  ScopedTimeSource scope(time);
+  Ptr<Wakeups> r(new Wakeups);
+  r->notifierIs(manager.config().clock());
+  r->isRegisteredNotifieeIs(true);
+  r->lumFwkActivityIs(manager.newActivity());
+  r->timeMinIs(10.0);
+  loop.runOnce(0);
+  EXPECT_EQ(r->at, std::vector<double>{10.0});
+}
+
+}  // namespace
+}  // namespace Lum

@@ -1,0 +1,60 @@
+#include "platform/os/SysCalls.h"
+
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+
+#include <cerrno>
+
+namespace Lum {
+namespace {
+
+struct BindInUse : SysCalls {
+  int bind(int, const sockaddr*, socklen_t) override { return errno = EADDRINUSE, -1; }
+};
+
+struct WriteFailsOnce : SysCalls {
+  bool failed = false;
+  ssize_t write(int fd, const void* buf, size_t len) override {
+    if (failed) return SysCalls::write(fd, buf, len);
+    return failed = true, errno = ENETDOWN, -1;
+  }
+};
+
+// Guards against a fake's failure not reaching code that goes through Lum::sysCalls(),
+// against a fake breaking the calls it does not override (they must reach the kernel),
+// and against nested guards not restoring the service that was current before them.
+TEST(SysCallsTest, ScopedFakesFailWhatTheyOverrideAndRestore) {
+  SysCalls* const real = &sysCalls();
+  const int udp = sysCalls().socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ASSERT_GE(udp, 0);
+  sockaddr_in loopback{};
+  loopback.sin_family = AF_INET;
+  loopback.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const auto* addr = reinterpret_cast<const sockaddr*>(&loopback);
+  {
+    BindInUse outer;
+    ScopedSysCalls outerGuard(outer);
+    errno = 0;
+    EXPECT_EQ(sysCalls().bind(udp, addr, sizeof loopback), -1);
+    EXPECT_EQ(errno, EADDRINUSE);
+    {
+      WriteFailsOnce inner;
+      ScopedSysCalls innerGuard(inner);
+      int fds[2];
+      ASSERT_EQ(sysCalls().socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
+      EXPECT_EQ(sysCalls().write(fds[0], "ab", 2), -1);
+      EXPECT_EQ(errno, ENETDOWN);
+      EXPECT_EQ(sysCalls().write(fds[0], "ab", 2), 2);
+      char buf[2];
+      EXPECT_EQ(sysCalls().read(fds[1], buf, sizeof buf), 2);
+      EXPECT_EQ(sysCalls().close(fds[0]) + sysCalls().close(fds[1]), 0);
+    }
+    EXPECT_EQ(&sysCalls(), &outer);
+  }
+  EXPECT_EQ(&sysCalls(), real);
+  EXPECT_EQ(sysCalls().bind(udp, addr, sizeof loopback), 0);
+  EXPECT_EQ(sysCalls().close(udp), 0);
+}
+
+}  // namespace
+}  // namespace Lum

@@ -1,0 +1,198 @@
+#include "platform/statehub/ControlServer.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "StatehubModel.h"
+#include "platform/core/Dir.h"
+#include "platform/loop/ActivityManager.h"
+#include "platform/statehub/ControlClient.h"
+#include "platform/status/agent/AgentCommandRequest.h"
+
+namespace Statehub {
+namespace {
+
+using nlohmann::json;
+
+struct VtiWatch : Vxlan::VtiStatus::NotifieeConst {
+  std::vector<int> ports;
+  void onUdpPort() override { ports.push_back(notifier()->udpPort()); }
+};
+
+struct NoMounter : Mounter {
+  void doMountsComplete(MountStatus, EntityManager&) override {}
+};
+
+class ControlServerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/statehub-ctl-XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    dir_ = tmpl;
+    socketPath_ = (dir_ / "statehub.sock").string();
+    NoMounter m;
+    Lum::Ptr<MountGroup> g = em_->getMountGroup(&m);
+    g->doMount("r", "StatehubTest::VtiDir", kVti);
+    g->doMount("wc", "Lum::Dir", kRequests);
+    g->doClose(false, "", 0);
+    loop_.runOnce(0);
+    ASSERT_EQ(g->status(), mountSuccess_) << g->error();
+    server_ = std::make_unique<ControlServer>(*em_, socketPath_, loop_);
+  }
+  // Runs in every case, failed or not: no socket or directory is left behind.
+  void TearDown() override {
+    server_.reset();
+    if (!dir_.empty()) std::filesystem::remove_all(dir_);
+  }
+
+  // Sends and runs the loop until the answer is there (a bounded number of passes).
+  json roundTrip(ControlClient& c, const json& request) {
+    c.send(request);
+    return awaitAnswer(c);
+  }
+  json awaitAnswer(ControlClient& c) {
+    for (int pass = 0; pass < 200; ++pass) {
+      loop_.runOnce(0.01);
+      if (std::optional<json> a = c.answer(0)) return *a;
+    }
+    ADD_FAILURE() << "no answer";
+    return json();
+  }
+  void runUntilClients(size_t n) {
+    for (int pass = 0; pass < 200 && server_->clients() != n; ++pass) loop_.runOnce(0.01);
+  }
+
+  static constexpr const char* kVti = "interface/status/eth/vxlan";
+  static constexpr const char* kRequests = "agent/commandRequest/vxlan";
+  Lum::EventLoop loop_;
+  Lum::Ptr<EntityManager> em_{new EntityManager(loop_)};
+  std::filesystem::path dir_;
+  std::string socketPath_;
+  std::unique_ptr<ControlServer> server_;
+};
+
+// Guards the three operations end to end on a real socket: an apply is seen by a
+// reactor (even one whose reactions wait on an activity) before its "ok" arrives, get
+// reads the state back, and a command enters a filled-in request into the directory.
+TEST_F(ControlServerTest, ApplyGetAndCommand) {
+  ControlClient client(socketPath_);
+  json a = roundTrip(client, {{"op", "apply"},
+                              {"state", {{kVti, {{"vtiStatus", {{"Vxlan1", json::object()}}}}}}}});
+  ASSERT_EQ(a, json({{"ok", true}}));
+  auto dir = Lum::ptrCast<StatehubTest::VtiDir>(em_->getEntity(kVti));
+  Lum::Ptr<VtiWatch> watch(new VtiWatch);
+  Lum::ActivityManager activities(loop_);
+  watch->lumFwkActivityIs(activities.newActivity());
+  watch->notifierIs(dir->vtiStatus(Wire::IntfId("Vxlan1")));
+  watch->isRegisteredNotifieeIs(true);
+
+  client.send(
+      {{"op", "apply"}, {"state", {{kVti, {{"vtiStatus", {{"Vxlan1", {{"udpPort", 4790}}}}}}}}}});
+  for (int pass = 0; pass < 200; ++pass) {
+    loop_.runOnce(0.01);
+    if (std::optional<json> answer = client.answer(0)) {
+      EXPECT_EQ(*answer, json({{"ok", true}}));
+      break;
+    }
+    ASSERT_TRUE(watch->ports.empty()) << "reacted, but the answer is not there";
+  }
+  EXPECT_EQ(watch->ports, std::vector<int>{4790});
+
+  a = roundTrip(client, {{"op", "get"}, {"path", std::string(kVti) + "/vtiStatus/Vxlan1"}});
+  EXPECT_EQ(a["ok"], true);
+  EXPECT_EQ(a["state"]["udpPort"], "4790");
+
+  a = roundTrip(client, {{"op", "command"},
+                         {"path", kRequests},
+                         {"type", "vxlan"},
+                         {"command", "clear vxlan counters software"}});
+  ASSERT_EQ(a["ok"], true) << a;
+  auto requests = Lum::ptrCast<Lum::Dir>(em_->getEntity(kRequests));
+  auto request = Lum::ptrCast<Agent::AgentCommandRequest>(
+      requests->entity(Lum::Name(a["request"].get<std::string>())));
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->type().view(), "vxlan");
+  EXPECT_EQ(request->command().view(), "clear vxlan counters software");
+  EXPECT_GT(request->socket(), 2u);
+  json again = roundTrip(
+      client, {{"op", "command"}, {"path", kRequests}, {"type", "vxlan"}, {"command", "show"}});
+  EXPECT_NE(again["request"], a["request"]);
+  EXPECT_EQ(requests->entities(), 2u);
+}
+
+// Guards the connection surviving every refused request: malformed JSON, unknown ops,
+// missing fields, a refused document (which must change nothing), and a command to a
+// path that is not a directory; each gets an error answer and the next request works.
+TEST_F(ControlServerTest, RefusedRequestsAnswerAndKeepTheConnection) {
+  ControlClient client(socketPath_);
+  client.sendLine("{\"op\": \"get\", ");
+  json a = awaitAnswer(client);
+  EXPECT_EQ(a["ok"], false);
+  EXPECT_NE(a["error"].get<std::string>().find("malformed"), std::string::npos) << a;
+  for (const json& bad :
+       {json::array(), json{{"op", "fly"}}, json{{"op", "get"}},
+        json{{"op", "get"}, {"path", "no/such"}},
+        json{{"op", "apply"}, {"state", {{kVti, {{"label", "x"}, {"foo", 1}}}}}},
+        json{{"op", "command"}, {"path", kVti}, {"type", "t"}, {"command", "c"}}}) {
+    a = roundTrip(client, bad);
+    EXPECT_EQ(a["ok"], false) << bad;
+    EXPECT_TRUE(a["error"].is_string()) << bad;
+  }
+  a = roundTrip(client, {{"op", "get"}, {"path", kVti}});
+  EXPECT_EQ(a["ok"], true);
+  EXPECT_EQ(a["state"]["label"], "") << "the refused apply wrote its valid part";
+  a = roundTrip(client, {{"op", "apply"}, {"state", {{"later/path", {{"x", 1}}}}}});
+  EXPECT_EQ(a["pending"], json::array({"later/path"}));
+}
+
+// Guards against clients that go away taking the server or other clients with them:
+// one leaves half a line, one leaves without reading its answer; one closes its
+// sending side after a request and must still get the answer.
+TEST_F(ControlServerTest, ClientsThatLeaveAreDroppedCleanly) {
+  {
+    ControlClient partial(socketPath_);
+    const std::string half = "{\"op\": \"get\"";
+    ASSERT_EQ(::send(partial.descriptor(), half.data(), half.size(), 0), ssize_t(half.size()));
+    ControlClient rude(socketPath_);
+    rude.send({{"op", "apply"}, {"state", {{kVti, {{"label", "rude"}}}}}});
+    runUntilClients(2);
+  }
+  runUntilClients(0);
+  EXPECT_EQ(server_->clients(), 0u);
+  EXPECT_EQ(Lum::ptrCast<StatehubTest::VtiDir>(em_->getEntity(kVti))->label().view(), "rude");
+
+  ControlClient halfClosed(socketPath_);
+  halfClosed.send({{"op", "get"}, {"path", kVti}});
+  ASSERT_EQ(::shutdown(halfClosed.descriptor(), SHUT_WR), 0);
+  EXPECT_EQ(awaitAnswer(halfClosed)["ok"], true);
+  runUntilClients(0);
+  EXPECT_EQ(server_->clients(), 0u);
+}
+
+// Guards the socket file: one left by a server that is gone is replaced, a live
+// server's is not taken over, and the file goes with its server.
+TEST_F(ControlServerTest, SocketFileLifetime) {
+  EXPECT_THROW(ControlServer(*em_, socketPath_, loop_), Lum::ErrnoException);
+  ControlClient stillServed(socketPath_);
+  EXPECT_EQ(roundTrip(stillServed, {{"op", "get"}, {"path", kVti}})["ok"], true);
+
+  server_.reset();
+  EXPECT_FALSE(std::filesystem::exists(socketPath_));
+  // A socket file whose server died without removing it.
+  const int stale = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  socketPath_.copy(addr.sun_path, sizeof addr.sun_path - 1);
+  ASSERT_EQ(::bind(stale, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  ::close(stale);
+  server_ = std::make_unique<ControlServer>(*em_, socketPath_, loop_);
+  ControlClient client(socketPath_);
+  EXPECT_EQ(roundTrip(client, {{"op", "get"}, {"path", kVti}})["ok"], true);
+}
+
+}  // namespace
+}  // namespace Statehub

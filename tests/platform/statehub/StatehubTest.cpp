@@ -1,0 +1,256 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "StatehubModel.h"
+#include "platform/core/Dir.h"
+#include "platform/statehub/Cell.h"
+#include "platform/statehub/EntityManager.h"
+
+namespace Statehub {
+namespace {
+
+using nlohmann::json;
+using StatehubTest::VtiDir;
+
+struct RecordingMounter : Mounter {
+  std::vector<MountStatus> calls;
+  EntityManager* em = nullptr;
+  void doMountsComplete(MountStatus status, EntityManager& m) override {
+    calls.push_back(status);
+    em = &m;
+  }
+};
+
+struct VtiWatch : Vxlan::VtiStatus::NotifieeConst {
+  std::vector<std::string> seen;
+  void onUdpPort() override { seen.push_back("udpPort " + std::to_string(notifier()->udpPort())); }
+  void onVlanToVniMap(Bridging::VlanId v) override {
+    seen.push_back("vlan " + std::to_string(v.value()));
+  }
+};
+
+class StatehubTest : public ::testing::Test {
+ protected:
+  MountStatus mountAll(const std::vector<std::pair<std::string, std::string>>& typeAndPath) {
+    RecordingMounter m;
+    Lum::Ptr<MountGroup> g = em->getMountGroup(&m);
+    for (const auto& [type, path] : typeAndPath) g->doMount("r", type, path);
+    g->doClose(false, "", 0);
+    loop.runOnce(0);
+    EXPECT_EQ(m.calls.size(), 1u);
+    return m.calls.empty() ? mountUnknown_ : m.calls.front();
+  }
+  Lum::Ptr<VtiDir> vtiDir() { return Lum::ptrCast<VtiDir>(em->getEntity(kVti)); }
+
+  static constexpr const char* kVti = "interface/status/eth/vxlan";
+  Lum::EventLoop loop;
+  Lum::Ptr<EntityManager> em{new EntityManager(loop)};
+};
+
+// Guards against completion delivered inside doClose (before the agent is ready for
+// it), against entities missing, misnamed or of the wrong type at their paths, and
+// against a trailing slash making a second, different mount.
+TEST_F(StatehubTest, MountGroupCompletesOnTheLoopWithEntitiesAtTheirPaths) {
+  RecordingMounter m;
+  Lum::Ptr<MountGroup> g = em->getMountGroup(&m);
+  g->doMount("r", "StatehubTest::VtiDir", "vxlan/vtiDir/");
+  g->doMount("wc", "Lum::Dir", Cell::mountpath("agent/commandRequest/vxlan"));
+  g->doMount("r", "StatehubTest::VtiDir", "vxlan/vtiDir");
+  g->doClose(true, "", 0);
+  EXPECT_TRUE(m.calls.empty());
+  EXPECT_EQ(g->status(), mountInProgress_);
+  EXPECT_FALSE(em->getEntity("vxlan/vtiDir"));
+  EXPECT_THROW(g->doMount("r", "Lum::Dir", "late"), Lum::RangeException);
+  ASSERT_EQ(g->mounts().size(), 3u);
+  EXPECT_EQ(g->mounts()[1],
+            (MountGroup::Mount{"wc", "Lum::Dir", "cell/1/agent/commandRequest/vxlan"}));
+  g = nullptr;  // the group lives on until its outcome is delivered
+
+  loop.runOnce(0);
+  ASSERT_EQ(m.calls, std::vector<MountStatus>{mountSuccess_});
+  EXPECT_EQ(m.em, em.ptr());
+  Lum::Ptr<Lum::Entity> vtis = em->getEntity("vxlan/vtiDir/");
+  ASSERT_TRUE(Lum::ptrCast<VtiDir>(vtis));
+  EXPECT_EQ(vtis->name().view(), "vtiDir");
+  Lum::Ptr<Lum::Dir> dir =
+      Lum::ptrCast<Lum::Dir>(em->getEntity(Cell::path("agent/commandRequest/vxlan")));
+  ASSERT_TRUE(dir);
+  EXPECT_EQ(dir->name().view(), "vxlan");
+  EXPECT_EQ(em->mountPaths().size(), 2u);
+}
+
+// Guards against a second mount of a path replacing the entity that reactors already
+// watch, and against a path taken over by another type.
+TEST_F(StatehubTest, PathMountedTwiceIsSharedAndKeepsItsType) {
+  ASSERT_EQ(mountAll({{"Lum::Dir", "a/dir"}}), mountSuccess_);
+  Lum::Ptr<Lum::Entity> first = em->getEntity("a/dir");
+  ASSERT_EQ(mountAll({{"Lum::Dir", "a/dir/"}}), mountSuccess_);
+  EXPECT_EQ(em->getEntity("a/dir"), first);
+  EXPECT_EQ(mountAll({{"StatehubTest::VtiDir", "a/dir"}}), mountFailed_);
+  EXPECT_EQ(em->getEntity("a/dir"), first);
+}
+
+// Guards against a failed group leaving part of its mounts behind: an unknown type, a
+// type that cannot be built by name, and two types for one path each fail it whole.
+TEST_F(StatehubTest, FailingGroupCreatesNothing) {
+  for (const auto& bad :
+       std::vector<std::pair<std::string, std::string>>{{"No::SuchType", "x/unknown"},
+                                                        {"Vxlan::VtiStatus", "x/notBuildable"},
+                                                        {"StatehubTest::VtiDir", "x/good"}}) {
+    RecordingMounter m;
+    Lum::Ptr<MountGroup> g = em->getMountGroup(&m);
+    g->doMount("r", "Lum::Dir", "x/good");
+    g->doMount("r", bad.first, bad.second);
+    g->doClose(false, "", 0);
+    loop.runOnce(0);
+    EXPECT_EQ(m.calls, std::vector<MountStatus>{mountFailed_}) << bad.first;
+    EXPECT_NE(g->error().find(bad.second), std::string::npos) << g->error();
+    EXPECT_TRUE(em->mountPaths().empty()) << bad.first;
+  }
+}
+
+// Guards the paths below a mount: collection keys (also keys with a slash), owned
+// entities, and names that lead nowhere.
+TEST_F(StatehubTest, EntitiesBelowAMount) {
+  ASSERT_EQ(mountAll({{"StatehubTest::VtiDir", kVti}}), mountSuccess_);
+  Lum::Ptr<VtiDir> dir = vtiDir();
+  dir->vtiStatusIs(Wire::IntfId("Vxlan1"));
+  dir->vtiStatusIs(Wire::IntfId("Ethernet1/1"));
+  const std::string base = kVti;
+  EXPECT_EQ(em->getEntity(base + "/vtiStatus/Vxlan1"), dir->vtiStatus(Wire::IntfId("Vxlan1")));
+  EXPECT_EQ(em->getEntity(base + "/vtiStatus/Ethernet1/1/"),
+            dir->vtiStatus(Wire::IntfId("Ethernet1/1")));
+  EXPECT_EQ(em->getEntity(base + "/settings"), dir->settings());
+  EXPECT_FALSE(em->getEntity(base + "/vtiStatus/Vxlan2"));
+  EXPECT_FALSE(em->getEntity(base + "/vtiStatus/Vxlan1/udpPort"));
+  EXPECT_FALSE(em->getEntity(base + "/nothing"));
+  EXPECT_FALSE(em->getEntity("interface/status"));
+}
+
+// Guards the two moments state arrives: kept for a path mounted later and written
+// when it is mounted, or written at once into a mounted entity, where its reactors see
+// each change.
+TEST_F(StatehubTest, StateAppliedAtMountAndAfter) {
+  em->stateIs(
+      {{std::string(kVti) + "/",
+        {{"label", "fabric"},
+         {"settings", {{"enabled", true}}},
+         {"vtiStatus", {{"Vxlan1", {{"udpPort", 4790}, {"vlanToVniMap", {{"10", 5010}}}}}}}}}});
+  EXPECT_EQ(em->pendingStatePaths(), std::vector<std::string>{kVti});
+  ASSERT_EQ(mountAll({{"StatehubTest::VtiDir", kVti}}), mountSuccess_);
+  EXPECT_TRUE(em->pendingStatePaths().empty());
+  Lum::Ptr<VtiDir> dir = vtiDir();
+  EXPECT_EQ(dir->label().view(), "fabric");
+  EXPECT_TRUE(dir->settings()->enabled());
+  Lum::Ptr<Vxlan::VtiStatus> vti = dir->vtiStatus(Wire::IntfId("Vxlan1"));
+  ASSERT_TRUE(vti);
+  EXPECT_EQ(vti->udpPort(), 4790);
+
+  Lum::Ptr<VtiWatch> watch(new VtiWatch);
+  watch->notifierIs(vti);
+  watch->isRegisteredNotifieeIs(true);
+  em->stateIs(json::parse(R"({"interface/status/eth/vxlan": {"vtiStatus": {"Vxlan1":
+      {"udpPort": "4791", "vlanToVniMap": {"20": 5020}}}}})"));
+  EXPECT_EQ(watch->seen, (std::vector<std::string>{"udpPort 4791", "vlan 20"}));
+  const json state = em->stateOf(std::string(kVti) + "/vtiStatus/Vxlan1");
+  EXPECT_EQ(state["udpPort"], "4791");
+  EXPECT_EQ(state["vlanToVniMap"], (json{{"10", "5010"}, {"20", "5020"}}));
+  EXPECT_EQ(em->stateOf(kVti)["settings"]["version"], "3");
+}
+
+// Guards the all-or-nothing rule: every refused document leaves the entities as they
+// were, even its valid parts that sort before the fault, and names the refused item.
+TEST_F(StatehubTest, RefusedDocumentChangesNothingAndNamesThePath) {
+  ASSERT_EQ(mountAll({{"StatehubTest::VtiDir", kVti}}), mountSuccess_);
+  em->stateIs({{kVti, {{"vtiStatus", {{"Vxlan1", json::object()}}}}}});
+  const json before = em->stateOf(kVti);
+  const std::string base = kVti;
+  const std::vector<std::pair<json, std::string>> bad = {
+      {{{"foo", 1}}, base + "/foo: no attribute foo in StatehubTest::VtiDir"},
+      {{{"vtiStatus", {{"Vxlan1", {{"udpPort", 70000}}}}}},
+       base + "/vtiStatus/Vxlan1/udpPort: value 70000 out of range"},
+      {{{"vtiStatus", {{"Vxlan2", {{"ttl", true}}}}}}, base + "/vtiStatus/Vxlan2/ttl:"},
+      {{{"vtiStatus", {{"Vxlan1", {{"vlanToVniMap", {{"4095", 1}}}}}}}},
+       base + "/vtiStatus/Vxlan1/vlanToVniMap/4095:"},
+      {{{"vtiStatus", {{"Vxlan 1", json::object()}}}}, base + "/vtiStatus/Vxlan 1:"},
+      {{{"vtiStatus", {{"Vxlan1", {{"vlanToVniMap", "10"}}}}}},
+       base + "/vtiStatus/Vxlan1/vlanToVniMap: a map is described by an object"},
+      {{{"vtiStatus", {{"Vxlan1", {{"deviceName", {{"x", 1}}}}}}}},
+       base + "/vtiStatus/Vxlan1/deviceName: a value is a string, number or bool"},
+      {{{"settings", {{"version", 4}}}}, base + "/settings/version:"},
+      {{{"vtiStatus", {{"Vxlan1", {{"name", "Vxlan9"}}}}}}, base + "/vtiStatus/Vxlan1/name:"},
+  };
+  for (const auto& [content, message] : bad) {
+    json doc = {{kVti, content}};
+    doc[kVti]["label"] = "changed";  // valid, and first in key order
+    doc[kVti]["settings"]["enabled"] = true;
+    try {
+      em->stateIs(doc);
+      ADD_FAILURE() << "accepted " << content;
+    } catch (const StateError& e) {
+      EXPECT_EQ(std::string(e.what()).rfind(message, 0), 0u) << e.what();
+    }
+    EXPECT_EQ(em->stateOf(kVti), before) << content;
+  }
+  EXPECT_THROW(em->stateIs(json::array()), StateError);
+}
+
+// Guards deletion by null in maps and collections, and that a delete of something
+// absent is not an error.
+TEST_F(StatehubTest, NullDeletes) {
+  ASSERT_EQ(mountAll({{"StatehubTest::VtiDir", kVti}}), mountSuccess_);
+  em->stateIs(
+      {{kVti,
+        {{"vtiStatus",
+          {{"Vxlan1", {{"vlanToVniMap", {{"10", 1}, {"20", 2}}}}}, {"Vxlan2", json::object()}}}}}});
+  em->stateIs({{kVti,
+                {{"vtiStatus",
+                  {{"Vxlan1", {{"vlanToVniMap", {{"10", nullptr}, {"30", nullptr}}}}},
+                   {"Vxlan2", nullptr},
+                   {"Vxlan3", nullptr}}}}}});
+  const json vtis = em->stateOf(kVti)["vtiStatus"];
+  EXPECT_EQ(vtis.size(), 1u);
+  EXPECT_EQ(vtis["Vxlan1"]["vlanToVniMap"], (json{{"20", "2"}}));
+}
+
+// Guards the state file: it is read and applied like a document, and one that cannot
+// be read or parsed is refused naming the file.
+TEST_F(StatehubTest, StateFiles) {
+  char tmpl[] = "/tmp/statehub-file-XXXXXX";
+  ASSERT_NE(mkdtemp(tmpl), nullptr);
+  const std::filesystem::path dirPath(tmpl);
+  struct Cleanup {
+    std::filesystem::path p;
+    ~Cleanup() { std::filesystem::remove_all(p); }
+  } cleanup{dirPath};
+  const std::string good = dirPath / "good.json", broken = dirPath / "broken.json";
+  std::ofstream(good)
+      << R"({"later/mounted": {"label": "x"}, "interface/status/eth/vxlan": {"label": "y"}})";
+  std::ofstream(broken) << R"({"interface/status/eth/vxlan": {"label": )";
+  ASSERT_EQ(mountAll({{"StatehubTest::VtiDir", kVti}}), mountSuccess_);
+  em->stateFileIs(good);
+  EXPECT_EQ(vtiDir()->label().view(), "y");
+  EXPECT_EQ(em->pendingStatePaths(), std::vector<std::string>{"later/mounted"});
+  for (const std::string& file : {broken, (dirPath / "missing.json").string()}) {
+    try {
+      em->stateFileIs(file);
+      ADD_FAILURE() << "accepted " << file;
+    } catch (const StateError& e) {
+      EXPECT_EQ(std::string(e.what()).rfind(file + ": ", 0), 0u) << e.what();
+    }
+  }
+}
+
+// Guards kept state that the entity refuses when it is finally mounted: the group
+// fails and the path stays unmounted, so the fault is not silently dropped.
+TEST_F(StatehubTest, KeptStateRefusedAtMountFailsTheGroup) {
+  em->stateIs({{kVti, {{"vtiStatus", {{"Vxlan1", {{"udpPort", 70000}}}}}}}});
+  EXPECT_EQ(mountAll({{"StatehubTest::VtiDir", kVti}}), mountFailed_);
+  EXPECT_FALSE(em->getEntity(kVti));
+}
+
+}  // namespace
+}  // namespace Statehub

@@ -1,0 +1,228 @@
+#include "platform/trace/RingLog.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/core/Exception.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Each test gets its own RINGLOGDIR; TearDown closes the ring file and removes the
+// folder with everything in it, whether the test passed or not.
+class RingLogTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char dir[] = "/tmp/vxrelay-ringlog-XXXXXX";
+    ASSERT_NE(::mkdtemp(dir), nullptr);
+    dir_ = dir;
+    if (const char* old = std::getenv("RINGLOGDIR")) oldDir_ = old;
+    ::setenv("RINGLOGDIR", dir_.c_str(), 1);
+  }
+  void TearDown() override {
+    RingLog::shutdown();
+    if (oldDir_) {
+      ::setenv("RINGLOGDIR", oldDir_->c_str(), 1);
+    } else {
+      ::unsetenv("RINGLOGDIR");
+    }
+    std::error_code ec;
+    fs::remove_all(dir_, ec);
+  }
+
+  // Levels listed get a ring of `kib` KiB, the others none.
+  static std::vector<uint32_t> sizes(std::initializer_list<int> levels, uint32_t kib = 4) {
+    std::vector<uint32_t> s(RingLog::kLevels, 0);
+    for (int level : levels) s[static_cast<size_t>(level)] = kib;
+    return s;
+  }
+
+  std::string dir_;
+  std::optional<std::string> oldDir_;
+};
+
+int sideEffects = 0;
+int bump() {
+  return ++sideEffects;
+}
+
+// One site, so that tests can run the same registered site in two files.
+void logFrame(int n) {
+  RINGLOG(4, "frame %d", n);
+}
+
+bool endsWith(const std::string& s, const std::string& tail) {
+  return s.ends_with(tail);
+}
+
+// Guards file naming: "%d" is the pid, relative names go into RINGLOGDIR, the second
+// name links to the file, and kRemoveAtShutdown removes both.
+TEST_F(RingLogTest, InitializeNamesFileAndLink) {
+  const auto s = sizes({0, 9});
+  RingLog::TraceFile* tf = RingLog::initialize("rl-%d.rl", s.data(), "rl-latest.rl");
+  ASSERT_NE(tf, nullptr);
+  EXPECT_EQ(RingLog::traceFile(), tf);
+  const std::string expected = dir_ + "/rl-" + std::to_string(::getpid()) + ".rl";
+  EXPECT_EQ(tf->path(), expected);
+  EXPECT_TRUE(fs::is_regular_file(expected));
+  EXPECT_EQ(fs::read_symlink(dir_ + "/rl-latest.rl"), fs::path(expected).filename());
+  EXPECT_NE(tf->ring(0), nullptr);
+  EXPECT_EQ(tf->ring(1), nullptr);
+  EXPECT_EQ(tf->ring(10), nullptr);
+
+  RingLog::shutdown();
+  EXPECT_EQ(RingLog::traceFile(), nullptr);
+  EXPECT_TRUE(fs::exists(expected));
+
+  tf = RingLog::initialize((dir_ + "/abs.rl").c_str(), s.data(), "rl-latest.rl",
+                           RingLog::kRemoveAtShutdown);
+  EXPECT_EQ(fs::read_symlink(dir_ + "/rl-latest.rl"), fs::path("abs.rl"));
+  RingLog::shutdown();
+  EXPECT_FALSE(fs::exists(dir_ + "/abs.rl"));
+  EXPECT_FALSE(fs::is_symlink(dir_ + "/rl-latest.rl"));
+
+  const auto tooBig = sizes({3}, RingLog::kMaxRingKiB + 1);
+  EXPECT_THROW(RingLog::initialize("big.rl", tooBig.data()), Lum::RangeException);
+}
+
+// Guards the "off" promise: no file open means no registration, no evaluation of the
+// arguments and no file.
+TEST_F(RingLogTest, NothingHappensWithoutFile) {
+  ASSERT_EQ(RingLog::traceFile(), nullptr);
+  const size_t registered = RingLog::msgDescCount();
+  sideEffects = 0;
+  RINGLOG(1, "never %d", bump());
+  EXPECT_EQ(sideEffects, 0);
+  EXPECT_EQ(RingLog::msgDescCount(), registered);
+  EXPECT_TRUE(fs::is_empty(dir_));
+}
+
+// Guards recording and decoding: argument types, per-level order, string limits,
+// descriptors of sites registered under an earlier file, and sites of a level without
+// a ring.
+TEST_F(RingLogTest, RoundTripPerLevelInOrder) {
+  const auto s = sizes({3, 4, 5});
+  RingLog::initialize("first.rl", s.data());
+  logFrame(1);  // registers the site under the first file
+  RingLog::shutdown();
+
+  RingLog::initialize("rt.rl", s.data());
+  sideEffects = 0;
+  RINGLOG(6, "no ring for %d", bump());  // level 6 has no ring
+  EXPECT_EQ(sideEffects, 0);
+  const std::string name = "vx0";
+  RINGLOG(3, "recv %d bytes on %s", 64, name);
+  RINGLOG(5, "rate %.2f err %ld", 1.5, -7L);
+  RINGLOG(3, "u %u x %x c %c big %llu", 7u, -1, 'q', 18446744073709551615ull);
+  logFrame(2);
+  RINGLOG(4, "idle");
+  RINGLOG(3, "sv %s|%5s|%-4d|", std::string_view("view"), "ab", -3);
+  const std::string longText(400, 'z');
+  RINGLOG(5, "long %s", longText);
+  RINGLOG(5, "many %s %s %s %s %s", longText, longText, longText, longText, longText);
+
+  const auto lines = RingLog::decodeFile(RingLog::traceFile()->path());
+  ASSERT_EQ(lines.size(), 8u);
+  EXPECT_TRUE(lines[0].starts_with("L3 #0 "));
+  EXPECT_NE(lines[0].find(" RingLogTest.cpp:"), std::string::npos) << lines[0];
+  EXPECT_TRUE(endsWith(lines[0], " recv 64 bytes on vx0")) << lines[0];
+  EXPECT_TRUE(endsWith(lines[1], " u 7 x ffffffff c q big 18446744073709551615")) << lines[1];
+  EXPECT_TRUE(endsWith(lines[2], " sv view|   ab|-3  |")) << lines[2];
+  EXPECT_TRUE(lines[3].starts_with("L4 #0 ")) << lines[3];
+  EXPECT_TRUE(endsWith(lines[3], " frame 2")) << lines[3];
+  EXPECT_TRUE(endsWith(lines[4], " idle")) << lines[4];
+  EXPECT_TRUE(endsWith(lines[5], " rate 1.50 err -7")) << lines[5];
+  EXPECT_TRUE(endsWith(lines[6], " long " + std::string(RingLog::kMaxStringBytes, 'z')));
+  EXPECT_TRUE(endsWith(lines[7], " <truncated>")) << lines[7];
+  EXPECT_TRUE(lines[7].starts_with("L5 #2 ")) << lines[7];
+}
+
+// Message i of the wrap test: its text varies in size; every 250th is a record so big
+// that it leaves itself alone in the ring.
+std::string wrapPad(int i, int part) {
+  if (i % 250 == 249) return std::string(240, static_cast<char>('a' + part));
+  return part == 0 ? std::string(static_cast<size_t>(i * 37 % 150), 'x') : std::string();
+}
+
+// Guards the wrap logic: after any number of records of varying size the decoder gets
+// only whole records, consecutive and ending with the newest, and old ones are gone.
+TEST_F(RingLogTest, WrapKeepsNewestIntactRecordsInOrder) {
+  const auto s = sizes({2}, 1);
+  RingLog::TraceFile* tf = RingLog::initialize("wrap.rl", s.data());
+  for (int i = 0; i < 1000; ++i) {
+    RINGLOG(2, "msg %d %s%s%s%s", i, wrapPad(i, 0), wrapPad(i, 1), wrapPad(i, 2), wrapPad(i, 3));
+    if (i % 97 != 0 && i % 250 != 249 && i != 999) continue;
+    const auto lines = RingLog::decodeFile(tf->path());
+    ASSERT_FALSE(lines.empty());
+    if (i % 250 == 249) {
+      ASSERT_EQ(lines.size(), 1u);
+    } else if (i > 100 && i % 250 > 10) {
+      // At least 1 KiB minus the largest record, over the largest size.
+      ASSERT_GE(lines.size(), (1024u - 192u) / 192u);
+    }
+    for (size_t k = 0; k < lines.size(); ++k) {
+      const int n = i - static_cast<int>(lines.size() - 1 - k);
+      const std::string want = " msg " + std::to_string(n) + " " + wrapPad(n, 0) + wrapPad(n, 1) +
+                               wrapPad(n, 2) + wrapPad(n, 3);
+      ASSERT_TRUE(lines[k].starts_with("L2 #" + std::to_string(n) + " ")) << lines[k];
+      ASSERT_TRUE(endsWith(lines[k], want)) << i << ": " << lines[k];
+    }
+  }
+  EXPECT_GT(tf->ring(2)->header().firstSeq, 0u);
+  EXPECT_GT(tf->ring(2)->header().wrapCount, 1u);
+}
+
+// Guards the decoder against what it cannot trust: arguments that do not match the
+// format, a damaged record and a file that is no ring log at all.
+TEST_F(RingLogTest, DecoderMarksMismatchAndDamage) {
+  const auto s = sizes({7});
+  RingLog::TraceFile* tf = RingLog::initialize("bad.rl", s.data());
+  static const RingLog::MsgDesc desc(__FILE__, __LINE__, "%d and %s then %f");
+  RingLog::RingBuf& ring = *tf->ring(7);
+  ring.startMsg(desc.id());
+  ring.put("text");
+  ring.put(5);
+  ring.endMsg();
+  ring.record(desc.id(), 1, "two", 3.0, 4u);
+  ring.record(desc.id(), 1, "ok", 2.5);
+
+  auto lines = RingLog::decodeFile(tf->path());
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_TRUE(endsWith(lines[0], " <?%d:str> and <?%s:i32> then <?%f:missing>")) << lines[0];
+  EXPECT_TRUE(endsWith(lines[1], " 1 and two then 3.000000 <1 more args>")) << lines[1];
+  EXPECT_TRUE(endsWith(lines[2], " 1 and ok then 2.500000")) << lines[2];
+
+  // Break the length of the second record: the first still decodes, then a marker.
+  RingLog::FileHeader fh;
+  const int fd = ::open(tf->path().c_str(), O_RDWR);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(::pread(fd, &fh, sizeof fh, 0), static_cast<ssize_t>(sizeof fh));
+  const uint32_t firstBytes = tf->ring(7)->header().head / 3;  // three records of one size
+  const uint32_t badLength = 12;
+  ASSERT_EQ(
+      ::pwrite(fd, &badLength, sizeof badLength,
+               static_cast<off_t>(fh.ringOffset[7] + sizeof(RingLog::RingHeader) + firstBytes)),
+      static_cast<ssize_t>(sizeof badLength));
+  ::close(fd);
+  lines = RingLog::decodeFile(tf->path());
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_TRUE(lines[1].starts_with("L7 <damaged ring")) << lines[1];
+
+  const std::string notRing = dir_ + "/not.rl";
+  FILE* f = std::fopen(notRing.c_str(), "w");
+  ASSERT_NE(f, nullptr);
+  std::fputs("plain text, long enough to be read as a header but not a ring log at all", f);
+  std::fclose(f);
+  EXPECT_THROW(RingLog::decodeFile(notRing), Lum::Exception);
+  EXPECT_THROW(RingLog::decodeFile(dir_ + "/missing.rl"), Lum::ErrnoException);
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+#include "platform/trace/Trace.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "platform/core/Exception.h"
+
+namespace Lum {
+namespace {
+
+// Every test leaves the process-wide trace state as it found it: nothing enabled, no
+// coverage stream, lines to stderr, and its output file removed.
+class TraceTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char path[] = "/tmp/vxrelay-trace-XXXXXX";
+    const int fd = ::mkstemp(path);
+    ASSERT_GE(fd, 0);
+    ::close(fd);
+    outPath_ = path;
+    traceAllDisabled();
+  }
+  void TearDown() override {
+    coverageStreamIs(nullptr);
+    traceOutputFileIs(nullptr);
+    traceAllDisabled();
+    ::unlink(outPath_.c_str());
+  }
+  std::string output() const {
+    std::ifstream in(outPath_);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+  }
+
+  std::string outPath_;
+};
+
+int sideEffects = 0;
+int bump() {
+  return ++sideEffects;
+}
+
+// Guards the enabling syntax: inclusive ranges, continued level lists, a bare name
+// meaning all levels, names remembered for facilities created later, and "*".
+TEST_F(TraceTest, SpecEnablesLevelsOfPresentAndLaterFacilities) {
+  TraceFacility& a = traceFacility("TtSpecA");
+  traceSpecIs("TtSpecA/1-3,7, TtSpecB ,TtSpecLater/8");
+  EXPECT_EQ(a.levelMask(), 0b10001110u);
+  EXPECT_EQ(&traceFacility("TtSpecA"), &a);
+  EXPECT_EQ(traceFacility("TtSpecB").levelMask(), TraceFacility::kAllLevels);
+  TraceFacility& later = traceFacility("TtSpecLater");
+  EXPECT_TRUE(later.enabled(8));
+  EXPECT_FALSE(later.enabled(7));
+  EXPECT_FALSE(later.enabled(10));
+
+  // A second string replaces the levels of the names it lists and leaves the others.
+  traceSpecIs("TtSpecLater/0");
+  EXPECT_EQ(later.levelMask(), 1u);
+  EXPECT_EQ(a.levelMask(), 0b10001110u);
+
+  traceSpecIs("*/9");
+  EXPECT_TRUE(traceFacility("TtSpecNew").enabled(9));
+  EXPECT_EQ(a.levelMask(), 0b1010001110u);
+
+  traceAllDisabled();
+  EXPECT_EQ(a.levelMask(), 0u);
+  EXPECT_EQ(traceFacility("TtSpecOther").levelMask(), 0u);
+}
+
+// Guards against a malformed string half applied or accepted silently.
+TEST_F(TraceTest, MalformedSpecThrowsAndChangesNothing) {
+  TraceFacility& f = traceFacility("TtBad");
+  traceSpecIs("TtBad/2");
+  for (const char* bad : {"TtBadOther,TtBad/10", "TtBadOther,TtBad/5-3", "3,TtBadOther",
+                          "TtBadOther,TtBad/", "TtBadOther,/4", "TtBadOther,TtBad/x"}) {
+    EXPECT_THROW(traceSpecIs(bad), RangeException) << bad;
+    EXPECT_EQ(f.levelMask(), 0b100u) << bad;
+    EXPECT_EQ(traceFacility("TtBadOther").levelMask(), 0u) << bad;
+  }
+  EXPECT_THROW(f.levelEnabledIs(10, true), RangeException);
+}
+
+// Guards the cost promise: with the level off the stream arguments are not evaluated,
+// with it on they are evaluated once and the line reaches the output file.
+TEST_F(TraceTest, MacroEvaluatesArgumentsOnlyWhenEnabled) {
+  TraceFacility& f = traceFacility("TtMacro");
+  traceOutputFileIs(outPath_.c_str());
+  sideEffects = 0;
+  LUM_TRACE(f, 3, "read " << bump() << " bytes");
+  EXPECT_EQ(sideEffects, 0);
+  EXPECT_EQ(output(), "");
+
+  f.levelEnabledIs(3, true);
+  LUM_TRACE(f, 3, "read " << bump() << " bytes");
+  LUM_TRACE(f, 4, "other level " << bump());
+  EXPECT_EQ(sideEffects, 1);
+  const std::string line = output();
+  EXPECT_NE(line.find(" TtMacro/3 read 1 bytes"), std::string::npos) << line;
+  EXPECT_NE(line.find("[TraceTest.cpp:"), std::string::npos) << line;
+  EXPECT_EQ(line.find("other level"), std::string::npos) << line;
+  EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
+}
+
+// Guards the coverage switch: lines of disabled levels reach the coverage stream (and
+// only it), and an empty text names the handler.
+TEST_F(TraceTest, CoverageStreamReceivesEveryStatement) {
+  TraceFacility& f = traceFacility("TtCover");
+  traceOutputFileIs(outPath_.c_str());
+  std::ostringstream cover;
+  coverageStreamIs(&cover);
+  LUM_TRACE(f, 7, "handled " << 3 << " frames");
+  LUM_TRACE(f, 8, "");
+  coverageStreamIs(nullptr);
+  LUM_TRACE(f, 7, "after coverage");
+
+  const std::string text = cover.str();
+  EXPECT_NE(text.find(" TtCover/7 handled 3 frames"), std::string::npos) << text;
+  EXPECT_NE(text.find(" TtCover/8 TestBody()"), std::string::npos) << text;
+  EXPECT_EQ(text.find("after coverage"), std::string::npos) << text;
+  EXPECT_EQ(output(), "");
+}
+
+}  // namespace
+}  // namespace Lum

@@ -1,0 +1,35 @@
+// Helpers shared by the value-type tests.
+#pragma once
+
+#include <sstream>
+#include <string>
+
+#include "platform/core/Exception.h"
+
+namespace ValueTest {
+
+// The text of the RangeException `f` throws, or a marker when it throws none.
+template <class F>
+std::string rangeText(F f) {
+  try {
+    f();
+  } catch (const Lum::RangeException& e) {
+    return e.what();
+  }
+  return "<no exception>";
+}
+
+// The text form a value streams.
+template <class T>
+std::string textOf(const T& v) {
+  std::ostringstream os;
+  os << v;
+  return os.str();
+}
+
+template <class A, class B>
+concept EqualityMixes = requires(A a, B b) {
+  a == b;
+};
+
+}  // namespace ValueTest
