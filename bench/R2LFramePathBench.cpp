@@ -57,7 +57,7 @@ void BM_R2LCheckAndRewrite(benchmark::State& state) {
     }
     const auto* vxlan = Wire::hdrAt<Wire::VxlanHdr>(buf.data() + offset);
     const Bridging::VlanIdOrNone vlan = map->vniToVlanMap(Vni(vxlan->vniValue()));
-    decapInPlaceForTxRaw(buf.data() + offset, vlan.vlanId(), 0x0102);
+    decapInPlaceForTxRaw(buf.data() + offset, vlan.vlanId(), HwPortId(0x0102));
     benchmark::DoNotOptimize(buf.data());
     benchmark::ClobberMemory();
   }

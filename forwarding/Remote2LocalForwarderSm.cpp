@@ -269,7 +269,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleVxlanHwStatus(const Wire::In
     portIdIs(hw->portId());
     vxHwStatusSmIs(hw);
   } else {
-    portIdIs(kPortIdUnknown);
+    portIdIs(HwPortId::unknown());
     vxHwStatusSmDel(id);
   }
 }
@@ -295,7 +295,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::syncVxHwStatusSm(const VxlanHwStat
 void Remote2LocalForwarderSm::LumVtiStatusSm::doPrepareToDie() {
   R2L_TRACE(8, "() remote:" << remoteSock_ << " local:" << localSock_);
   doDisconnectSockets();
-  portIdIs(kPortIdUnknown);
+  portIdIs(HwPortId::unknown());
   vxHwStatusSmDel(intfId_);
 }
 
@@ -359,7 +359,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
     R2L_TRACE(7, ") building frame");
     decapInPlaceForTxRaw(buf + offset, vlan.vlanId(), portId_);
     R2L_TRACE(
-        7, " recircPort:" << portId_ << " htons'd:" << htons(portId_) << " glort:" << [&] {
+        7, " recircPort:" << portId_ << " htons'd:" << htons(portId_.value()) << " glort:" << [&] {
           uint16_t stored;
           std::memcpy(&stored, &Wire::hdrAt<TxRawHdr>(buf + offset)->hdr.glort, sizeof stored);
           return stored;

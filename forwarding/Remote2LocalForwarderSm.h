@@ -210,8 +210,8 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   void maxProcessTimeIs(double t) { maxProcessTime_ = t; }
   Wire::IpAddr floodMcastGrp() const { return floodMcastGrp_; }
   void floodMcastGrpIs(Wire::IpAddr g) { floodMcastGrp_ = g; }
-  uint16_t portId() const { return portId_; }
-  void portIdIs(uint16_t p) { portId_ = p; }
+  HwPortId portId() const { return portId_; }
+  void portIdIs(HwPortId p) { portId_ = p; }
   LumVniToVlanForVti* vniToVlanForVti() const { return vniToVlanForVti_.get(); }
   void vniToVlanForVtiIs(const Lum::Ptr<VniToVlanMap>& m) { vniToVlanForVti_.is(m); }
   LumFileDescriptor* fileDescriptor() const { return fileDescriptor_.get(); }
@@ -322,7 +322,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   Lum::Nested<LumVxBumStatus> vxBumStatus_{this};
   Lum::Nested<LumMlagStatus> mlagStatus_{this};
   Lum::Nested<LumKernelNetworkInfoRoot> kernelNetworkInfoRoot_{this};
-  uint16_t portId_ = kPortIdUnknown;
+  HwPortId portId_;
   Lum::Collection<LumVtiStatusSm, LumVxHwStatusSm, Wire::IntfId, Lum::Ptr<const VxlanHwStatus>>
       vxHwStatusSm_{
           this, "Vxlan::Remote2LocalForwarderSm::LumVtiStatusSm::vxHwStatusSm", {"vxlanHwStatus"}};

@@ -13,24 +13,23 @@ namespace {
 Lum::TraceFacility& trace = Lum::traceFacility("VirtualArpSm");
 
 // Writes the MAC bytes (already at `frame`) and the f64 header of a "txraw" frame.
-void fillTxRaw(uint8_t* frame, uint16_t vlan, uint16_t portId) {
+void fillTxRaw(uint8_t* frame, uint16_t vlan, HwPortId portId) {
   f64* h = Wire::hdrAt<f64>(frame + Wire::kEthMacBytes);
   h->tag.valueIs(kTxRawTag);
   h->vlan.valueIs(vlan);
-  h->glort.valueIs(portId);
+  h->glort.valueIs(portId.value());
   h->reserved.valueIs(0);
 }
 }  // namespace
 
-void decapInPlaceForTxRaw(uint8_t* vxlan, Bridging::VlanId vlan, uint16_t portId) {
+void decapInPlaceForTxRaw(uint8_t* vxlan, Bridging::VlanId vlan, HwPortId portId) {
   std::memmove(vxlan, vxlan + Wire::kVxlanHdrLen, Wire::kEthMacBytes);
   fillTxRaw(vxlan, vlan.value(), portId);
 }
 
 int32_t prependDecapHdrForTxRaw(uint8_t* pkt, uint32_t, uint8_t* buf, const uint8_t*, uint32_t,
-                                int16_t portId, Bridging::VlanIdOrNone vlan) {
-  const uint16_t port = static_cast<uint16_t>(portId);
-  if (port == kPortIdUnknown) {
+                                HwPortId portId, Bridging::VlanIdOrNone vlan) {
+  if (portId.isUnknown()) {
     LUM_TRACE(trace, 0, " portId is not available");
     RINGLOG(0, " portId is not available");
     return -1;
@@ -44,12 +43,12 @@ int32_t prependDecapHdrForTxRaw(uint8_t* pkt, uint32_t, uint8_t* buf, const uint
   }
   uint8_t* frame = pkt - sizeof(f64);
   std::memmove(frame, pkt, Wire::kEthMacBytes);
-  fillTxRaw(frame, vlan.value(), port);
+  fillTxRaw(frame, vlan.value(), portId);
   return sizeof(f64);
 }
 
 int32_t prependDecapHdrForFabric(uint8_t* pkt, uint32_t, uint8_t* buf, const uint8_t* hdr,
-                                 uint32_t hdrLen, int16_t, Bridging::VlanIdOrNone) {
+                                 uint32_t hdrLen, HwPortId, Bridging::VlanIdOrNone) {
   if (pkt < buf || static_cast<size_t>(pkt - buf) < hdrLen) {
     LUM_TRACE(trace, 0, "pkt >= buf");
     RINGLOG(0, "pkt >= buf");

@@ -27,8 +27,6 @@ inline constexpr uint16_t kEncapTypeLo = 0x0033;
 inline constexpr uint16_t kEncapTypeVxlanArp = 0x0040;
 // The private type of the device "txraw": bytes 0x00 0x08 (not IPv4's 0x08 0x00).
 inline constexpr uint16_t kTxRawTag = 0x0008;
-// A port id that names no port.
-inline constexpr uint16_t kPortIdUnknown = 0xffff;
 
 struct LocalFrameHdr {
   static constexpr uint16_t kArpFlag = 0x8000;

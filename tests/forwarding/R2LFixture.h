@@ -28,7 +28,7 @@ class R2LFixture : public ::testing::Test {
     sm_ = new Remote2LocalForwarderSm::LumVtiStatusSm(nullptr, status_, parent_.ptr());
     maps_->vtiVniToVlanMap(status_->intfId())
         ->vniToVlanMapIs(Vni(5000), Bridging::VlanIdOrNone(10));
-    sm_->portIdIs(0x0102);
+    sm_->portIdIs(HwPortId(0x0102));
     sm_->remoteSockIs(remote_[0]);
     sm_->localSockIs(local_[0]);
     fd_->descriptorIs(remote_[0]);

@@ -86,19 +86,19 @@ TEST_F(R2LLifecycleTest, AttributeChangesRebuildTheRightSockets) {
 // configuration, resets portId and drops the hardware machines.
 TEST_F(R2LLifecycleTest, DeletingTheVtiCleansUp) {
   txrawIs(true);
-  hw_->vxlanHwStatusIs(kVti)->portIdIs(0x21);
+  hw_->vxlanHwStatusIs(kVti)->portIdIs(HwPortId(0x21));
   bum_->bumMcastGrpIs(Bridging::VlanId(10), ip("239.1.1.1"));
   vti(true);
   start();
   Lum::Ptr<Sm> machine = sm();
-  EXPECT_EQ(machine->portId(), 0x21);
-  hw_->vxlanHwStatus(kVti)->portIdIs(0x22);
-  EXPECT_EQ(machine->portId(), 0x22);
+  EXPECT_EQ(machine->portId(), HwPortId(0x21));
+  hw_->vxlanHwStatus(kVti)->portIdIs(HwPortId(0x22));
+  EXPECT_EQ(machine->portId(), HwPortId(0x22));
   hw_->vxlanHwStatusDel(kVti);
-  EXPECT_EQ(machine->portId(), kPortIdUnknown);
+  EXPECT_TRUE(machine->portId().isUnknown());
   EXPECT_EQ(machine->vxHwStatusSmSize(), 0u);
-  hw_->vxlanHwStatusIs(kVti)->portIdIs(0x23);
-  EXPECT_EQ(machine->portId(), 0x23);
+  hw_->vxlanHwStatusIs(kVti)->portIdIs(HwPortId(0x23));
+  EXPECT_EQ(machine->portId(), HwPortId(0x23));
   EXPECT_TRUE(joined("239.1.1.1"));
   EXPECT_EQ(pimMode(), Routing::Pim::Mode::pimModeSparse);
 
@@ -108,7 +108,7 @@ TEST_F(R2LLifecycleTest, DeletingTheVtiCleansUp) {
   EXPECT_EQ(sys_.openCount(), 0u);
   EXPECT_FALSE(igmp_->intfConfigIterator());
   EXPECT_TRUE(pim_->intfMode().empty());
-  EXPECT_EQ(machine->portId(), kPortIdUnknown);
+  EXPECT_TRUE(machine->portId().isUnknown());
   EXPECT_EQ(machine->vxHwStatusSmSize(), 0u);
   // The VNI table of the VTI outlives its machine.
   EXPECT_TRUE(maps_->vtiVniToVlanMap(kVti));

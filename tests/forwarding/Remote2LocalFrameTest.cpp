@@ -122,7 +122,7 @@ TEST_F(Remote2LocalFrameTest, FlagsVniAndUnknownPort) {
   EXPECT_EQ(moved(before)[2], (std::pair<int, uint64_t>{31, 1}));
   EXPECT_TRUE(written().empty());
 
-  sm_->portIdIs(0xffff);
+  sm_->portIdIs(HwPortId::unknown());
   VxlanFrameBuilder b;
   send(b.build());
   loop_.runOnce(0);

@@ -66,7 +66,7 @@ TEST(DecapTest, InPlaceTxRawForm) {
   b.tagged = true;
   std::vector<uint8_t> f = b.build();
   const size_t off = b.vxlanOffset();
-  decapInPlaceForTxRaw(f.data() + off, Bridging::VlanId(10), 0x1234);
+  decapInPlaceForTxRaw(f.data() + off, Bridging::VlanId(10), HwPortId(0x1234));
   const uint8_t* out = f.data() + off;
   const size_t outLen = f.size() - off;
   ASSERT_EQ(outLen, b.inner.size() + 8);
@@ -85,11 +85,11 @@ TEST(DecapTest, PrependForTxRawChecks) {
   std::vector<uint8_t> f = b.build();
   uint8_t* inner = f.data() + b.vxlanOffset() + 8;
   const Bridging::VlanIdOrNone vlan(20);
-  EXPECT_EQ(prependDecapHdrForTxRaw(inner, 0, f.data(), nullptr, 0, -1, vlan), -1);
-  EXPECT_EQ(prependDecapHdrForTxRaw(inner, 0, inner - 7, nullptr, 0, 5, vlan), -1);
+  EXPECT_EQ(prependDecapHdrForTxRaw(inner, 0, f.data(), nullptr, 0, HwPortId::unknown(), vlan), -1);
+  EXPECT_EQ(prependDecapHdrForTxRaw(inner, 0, inner - 7, nullptr, 0, HwPortId(5), vlan), -1);
   std::vector<uint8_t> expect = f;
-  decapInPlaceForTxRaw(expect.data() + b.vxlanOffset(), Bridging::VlanId(20), 5);
-  EXPECT_EQ(prependDecapHdrForTxRaw(inner, 0, inner - 8, nullptr, 0, 5, vlan), 8);
+  decapInPlaceForTxRaw(expect.data() + b.vxlanOffset(), Bridging::VlanId(20), HwPortId(5));
+  EXPECT_EQ(prependDecapHdrForTxRaw(inner, 0, inner - 8, nullptr, 0, HwPortId(5), vlan), 8);
   EXPECT_EQ(f, expect);
 }
 
@@ -100,11 +100,11 @@ TEST(DecapTest, PrependForFabricKeepsThePacket) {
   const std::vector<uint8_t> received = f;
   uint8_t* inner = f.data() + b.vxlanOffset() + 8;
   const uint32_t hdrLen = static_cast<uint32_t>(inner - f.data());
-  EXPECT_EQ(
-      prependDecapHdrForFabric(inner, 0, f.data(), f.data(), hdrLen, -1, Bridging::VlanIdOrNone(3)),
-      static_cast<int32_t>(hdrLen));
+  EXPECT_EQ(prependDecapHdrForFabric(inner, 0, f.data(), f.data(), hdrLen, HwPortId::unknown(),
+                                     Bridging::VlanIdOrNone(3)),
+            static_cast<int32_t>(hdrLen));
   EXPECT_EQ(f, received);
-  EXPECT_EQ(prependDecapHdrForFabric(inner, 0, f.data() + 1, f.data(), hdrLen, -1,
+  EXPECT_EQ(prependDecapHdrForFabric(inner, 0, f.data() + 1, f.data(), hdrLen, HwPortId::unknown(),
                                      Bridging::VlanIdOrNone(3)),
             -1);
 }

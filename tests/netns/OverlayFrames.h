@@ -9,9 +9,9 @@
 #include <optional>
 
 #include "frames/LocalFrameHdr.h"
+#include "platform/types/HwPortId.h"
 #include "platform/types/VlanId.h"
 #include "platform/types/Vni.h"
-#include "tests/netns/HwPortId.h"
 #include "tests/netns/PacketSocket.h"
 
 namespace TestSupport {
@@ -32,7 +32,7 @@ inline uint16_t get16(const Frame& f, size_t at) {
 
 // The inner frame's MAC addresses, then tag 0x0008, VLAN, glort and two zero bytes,
 // then the inner frame from its Ethernet type on.
-inline Frame txRawFrame(const Frame& inner, Bridging::VlanId vlan, HwPortId glort) {
+inline Frame txRawFrame(const Frame& inner, Bridging::VlanId vlan, Vxlan::HwPortId glort) {
   Frame f(inner.begin(), inner.begin() + 12);
   put16(f, Vxlan::kTxRawTag);
   put16(f, vlan.value());

@@ -34,9 +34,9 @@
 #include <vector>
 
 #include "agent/CounterTableReader.h"
+#include "platform/types/HwPortId.h"
 #include "platform/types/VlanId.h"
 #include "platform/types/Vni.h"
-#include "tests/netns/HwPortId.h"
 
 namespace TestSupport {
 
@@ -44,7 +44,7 @@ struct SwitchTopologyConfig {
   size_t remotes = 1;
   Bridging::VlanId vlan{10};
   Vxlan::Vni vni{5010};
-  HwPortId portId{16};
+  Vxlan::HwPortId portId{16};
   uint16_t udpPort = 4789;
 };
 

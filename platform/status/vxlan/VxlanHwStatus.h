@@ -14,6 +14,7 @@
 #include "platform/core/ValueMap.h"
 #include "platform/status/vxlan/BumStatus.h"
 #include "platform/status/vxlan/FdbStatus.h"
+#include "platform/types/HwPortId.h"
 #include "platform/types/IntfId.h"
 #include "platform/types/IpAddr.h"
 
@@ -22,7 +23,6 @@ namespace Vxlan {
 class VxlanHwStatus : public Lum::Entity {
  public:
   enum : int { kPortId = Entity::kAttrEnd, kCpuSourcePortId, kRemoteVtep, kAttrEnd };
-  static constexpr uint16_t kPortIdUnknown = 0xFFFF;
 
   class NotifieeConst : public Lum::NotifieeConst<VxlanHwStatus> {
    public:
@@ -36,10 +36,10 @@ class VxlanHwStatus : public Lum::Entity {
       : Entity(Lum::Name(id.stringValue())), intfId_(id) {}
   const Wire::IntfId& intfId() const { return intfId_; }
 
-  uint16_t portId() const { return portId_; }
-  void portIdIs(uint16_t v) { attrIs<&NotifieeConst::onPortId>(portId_, v, kPortId); }
-  uint16_t cpuSourcePortId() const { return cpuSourcePortId_; }
-  void cpuSourcePortIdIs(uint16_t v) {
+  HwPortId portId() const { return portId_; }
+  void portIdIs(HwPortId v) { attrIs<&NotifieeConst::onPortId>(portId_, v, kPortId); }
+  HwPortId cpuSourcePortId() const { return cpuSourcePortId_; }
+  void cpuSourcePortIdIs(HwPortId v) {
     attrIs<&NotifieeConst::onCpuSourcePortId>(cpuSourcePortId_, v, kCpuSourcePortId);
   }
 
@@ -60,8 +60,8 @@ class VxlanHwStatus : public Lum::Entity {
 
  private:
   Wire::IntfId intfId_;
-  uint16_t portId_ = kPortIdUnknown;
-  uint16_t cpuSourcePortId_ = kPortIdUnknown;
+  HwPortId portId_;
+  HwPortId cpuSourcePortId_;
   Lum::ValueMap<Wire::IpAddr, bool> remoteVtep_;
 };
 

@@ -185,10 +185,10 @@ TEST(VxlanHwStatusDirTest, ChildrenListsAndDefaults) {
     GenericRef hw = *ref.element("vxlanHwStatus", "Vxlan1");
     EXPECT_EQ(hw.attribute("portId"), "65535");
     EXPECT_EQ(hw.attribute("cpuSourcePortId"), "65535");
-    hw.attributeIs("portId", "0x1f2");
+    hw.attributeIs("portId", "498");
     hw.entryIs("remoteVtep", "10.0.0.2", "");
     Ptr<VxlanHwStatus> status = dir->vxlanHwStatus(Wire::IntfId("Vxlan1"));
-    EXPECT_EQ(status->portId(), 0x1f2);
+    EXPECT_EQ(status->portId(), HwPortId(498));
     EXPECT_TRUE(status->remoteVtep(IpAddr::fromString("10.0.0.2")));
 
     bum = dir->bumStatus();
