@@ -13,6 +13,7 @@
 #include <string>
 
 #include "agent/CounterTableReader.h"
+#include "platform/ringdecode/RingLogDecoder.h"
 #include "platform/statehub/ControlClient.h"
 #include "platform/statehub/ControlServer.h"
 #include "platform/trace/RingLog.h"

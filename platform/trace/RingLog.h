@@ -5,7 +5,6 @@
 //   RingLog::initialize("vxrelay-%d.rl", sizes);       // "%d" becomes the process id
 //   RINGLOG(5, "recv %d bytes on %s", n, name);
 //   RingLog::shutdown();
-//   for (auto& line : RingLog::decodeFile(path)) ...  // back to text, from the file alone
 //
 // The file has ten rings, one per level 0..9 (same meaning as the text trace levels).
 // A message site costs, when a file is open, a static guard check, a few stores into a
@@ -24,23 +23,8 @@
 //
 // One writer thread; the agent is single-threaded. A reader in another process may
 // catch a record being written; the decoder detects that by its sequence number and
-// stops that ring with a marker line.
-//
-// File layout (integers in host byte order; every offset is 8-aligned):
-//
-//   0                 FileHeader, kFileHeaderBytes long
-//   kFileHeaderBytes  descriptor table, kDescTableBytes long: DescEntry after DescEntry,
-//                     each followed by the file name and the format (both NUL
-//                     terminated) and padded to 8 bytes; descCount entries are valid
-//   ringOffset[n]     for each level n with a ring: RingHeader, then dataBytes of ring data
-//
-// Ring data is a sequence of records, each stored whole (never split at the end):
-//   RecordHeader (recordBytes, descId, seq, timeNs) then arguments, each a type byte
-//   (ArgType) and its value: 4 bytes for i32/u32, 8 for i64/u64/f64/ptr, a 2-byte length
-//   and the bytes for a string; ArgType::end or the record end closes the list.
-// A record that does not fit before the end of the data starts again at offset 0; a
-// zero word where the next record would be (or the data end) marks that wrap. From
-// RingHeader::tail, nextSeq - firstSeq records follow, the last one ending at head.
+// stops that ring with a marker line. The file layout is in RingLogLayout.h; the
+// decoder, which only the operator's tool needs, is platform/ringdecode/.
 #pragma once
 
 #include <concepts>
@@ -52,74 +36,18 @@
 #include <type_traits>
 #include <vector>
 
+#include "platform/trace/RingLogLayout.h"
+
 namespace RingLog {
 
 class TraceFile;
 
-inline constexpr int kLevels = 10;
-// A record including its header; longer messages are cut and marked as truncated.
-inline constexpr uint32_t kMaxRecordBytes = 1024;
-// Strings are stored up to this many bytes.
-inline constexpr uint32_t kMaxStringBytes = 255;
 // The largest ring, in KiB.
 inline constexpr uint32_t kMaxRingKiB = 64 * 1024;
 
 // initialize() flags.
 // Remove the file (and its second name) at shutdown(); for tests and short runs.
 inline constexpr int kRemoveAtShutdown = 1;
-
-// ---- File layout ---------------------------------------------------------------------
-
-inline constexpr char kMagic[8] = {'V', 'X', 'R', 'I', 'N', 'G', 'L', '1'};
-inline constexpr uint32_t kVersion = 1;
-inline constexpr uint32_t kFileHeaderBytes = 4096;
-inline constexpr uint32_t kDescTableBytes = 64 * 1024;
-
-struct FileHeader {
-  char magic[8];
-  uint32_t version;
-  uint32_t levelCount;
-  uint32_t pid;
-  uint32_t descTableBytes;
-  uint64_t descTableOffset;
-  uint64_t createdNs;  // CLOCK_REALTIME at initialize
-  // Entries are written first, then descBytesUsed and descCount.
-  uint32_t descCount;
-  uint32_t descBytesUsed;
-  uint32_t descDropped;  // registrations that did not fit in the table
-  uint32_t reserved;
-  uint64_t ringOffset[kLevels];  // of the RingHeader; 0 for a level without a ring
-};
-
-struct DescEntry {
-  uint32_t entryBytes;  // including the strings and padding
-  uint32_t id;
-  uint32_t line;
-  uint16_t fileBytes;    // without the NUL
-  uint16_t formatBytes;  // without the NUL
-};
-
-struct RingHeader {
-  uint32_t dataBytes;
-  uint32_t level;
-  uint32_t head;      // where the next record goes
-  uint32_t tail;      // the oldest intact record
-  uint64_t firstSeq;  // sequence number of the record at tail
-  uint64_t nextSeq;   // of the next record; nextSeq - firstSeq records are intact
-  uint64_t wrapCount;
-  uint8_t reserved[24];
-};
-static_assert(sizeof(RingHeader) == 64);
-
-struct RecordHeader {
-  uint32_t recordBytes;  // multiple of 8, including this header
-  uint32_t descId;
-  uint64_t seq;
-  uint64_t timeNs;  // CLOCK_REALTIME
-};
-static_assert(sizeof(RecordHeader) == 24);
-
-enum class ArgType : uint8_t { end = 0, i32, u32, i64, u64, f64, str, ptr, truncated };
 
 // ---- Writing -------------------------------------------------------------------------
 
@@ -275,15 +203,6 @@ void shutdown();
 inline TraceFile* traceFile() {
   return TraceFile::current();
 }
-
-// ---- Reading -------------------------------------------------------------------------
-
-// The records of a ring file as text, ring by ring from level 0, oldest first:
-//   "L5 #17 2024-11-23 00:38:12.123456 Agent.cpp:120 recv 64 bytes on vx0"
-// Arguments that do not match their conversion print as "<?%d:str>"; a damaged ring
-// ends with a line "L5 <...>" saying what is wrong. Throws Lum::ErrnoException when the
-// file cannot be read and Lum::Exception when it is not a ring file.
-std::vector<std::string> decodeFile(const std::string& path);
 
 namespace detail {
 

@@ -1,3 +1,4 @@
+#include "platform/ringdecode/RingLogDecoder.h"
 #include "platform/trace/RingLog.h"
 
 #include <fcntl.h>
