@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "agent/SharedMemoryCounterStorage.h"
 #include "platform/loop/ActivityManager.h"
 #include "platform/memtab/MemtabMount.h"
 #include "platform/os/SysCalls.h"
@@ -129,11 +130,8 @@ void OverlayRelayAgent::doMountsComplete(Statehub::MountStatus status,
 
   {
     LumMemtab::Mount counterMount(name());
-    LumMemtab::MountInfo info;
-    info.collectionInfoIs("vxlanCounter", kVxlanCounterIds);
-    info.collectionInfoIs("varpCounter", kVarpCounterIds);
-    counterMount.doMount("vxlan/counter", "Vxlan::VxlanAgentCounter", info);
-    vxAgentCounter_ = Lum::ptrCast<VxlanAgentCounter>(counterMount.getEntity("vxlan/counter"));
+    counterMount.doMount(kCounterTablePath, "Vxlan::VxlanAgentCounter", counterMountInfo());
+    vxAgentCounter_ = Lum::ptrCast<VxlanAgentCounter>(counterMount.getEntity(kCounterTablePath));
   }
 
   vtiStatusDir_ = fetch<VtiStatusDir>(em, "interface/status/eth/vxlan");

@@ -24,6 +24,9 @@ namespace RingLog {
 
 namespace {
 
+// Texts are built by appending: GCC 12 at -O3 warns falsely (-Wrestrict) about
+// `"literal" + std::string&&`, which a packager's plain build would turn into an error.
+
 // Widths and precisions beyond this come from a damaged format, not from a real site.
 constexpr long long kMaxFieldWidth = 4096;
 
@@ -113,7 +116,7 @@ std::string argText(const Arg& a) {
       appendFormatted(out, "%#llx", static_cast<unsigned long long>(a.u));
       return out;
     case ArgType::str:
-      return "\"" + std::string(a.s) + "\"";
+      return std::string(1, '"').append(a.s).append(1, '"');
     default:
       return "?";
   }
@@ -174,7 +177,7 @@ std::string formatMessage(std::string_view f, const std::vector<Arg>& args, bool
           directive += "." + std::to_string(std::min(asSigned(*p), kMaxFieldWidth));
         }
       } else {
-        directive += "." + std::to_string(parseDigits(f, i));
+        directive.append(".").append(std::to_string(parseDigits(f, i)));
       }
     }
     while (i < f.size() && std::string_view("hlLqjzt").find(f[i]) != std::string_view::npos) ++i;
@@ -367,7 +370,7 @@ std::vector<std::pair<uint32_t, DecodedDesc>> readDescs(const std::vector<unsign
 void decodeRing(const std::vector<unsigned char>& file, uint64_t ringOffset, int level,
                 const std::vector<std::pair<uint32_t, DecodedDesc>>& descs,
                 std::vector<std::string>& lines) {
-  const std::string tag = "L" + std::to_string(level) + " ";
+  const std::string tag = std::string("L").append(std::to_string(level)).append(" ");
   RingHeader rh;
   if (ringOffset > file.size() || file.size() - ringOffset < sizeof rh) {
     lines.push_back(tag + "<ring header beyond the end of the file>");
@@ -419,7 +422,7 @@ void decodeRing(const std::vector<unsigned char>& file, uint64_t ringOffset, int
                   " " + formatMessage(it->second.format, args, truncated);
       } else {
         message = "?:0 <message " + std::to_string(rec.descId) + " not in the file>";
-        for (const Arg& a : args) message += " " + argText(a);
+        for (const Arg& a : args) message.append(" ").append(argText(a));
       }
     }
     lines.push_back(tag + "#" + std::to_string(rec.seq) + " " + timeText(rec.timeNs) + " " +

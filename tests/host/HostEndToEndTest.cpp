@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,12 +16,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "agent/CounterTableReader.h"
@@ -30,119 +26,24 @@
 #include "agent/VxlanAgentCounter.h"
 #include "platform/memtab/MemtabMount.h"
 #include "platform/statehub/ControlClient.h"
-
-extern char** environ;
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 
 using nlohmann::json;
-using Clock = std::chrono::steady_clock;
+using TestSupport::ChildProcess;
+using TestSupport::eventually;
+using TestSupport::TempDir;
+
+// The trace ring would otherwise be a file in the working folder.
+const std::vector<std::string> kChildEnv = {"RINGLOG_DISABLE=1"};
 
 // Bounds on waiting for another process; a healthy one takes milliseconds.
 constexpr auto kStartBound = std::chrono::seconds(5);
 constexpr auto kExitBound = std::chrono::seconds(5);
 constexpr auto kToolBound = std::chrono::seconds(10);
 constexpr const char* kVtiPath = "interface/status/eth/vxlan";
-
-// Polls `done` until it holds or `bound` has passed; says which.
-bool eventually(const std::function<bool()>& done, Clock::duration bound) {
-  const Clock::time_point end = Clock::now() + bound;
-  while (!done()) {
-    if (Clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
-}
-
-std::string fileText(const std::filesystem::path& p) {
-  std::ifstream in(p);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-// A temporary folder, removed with everything in it when the scope ends.
-class TempDir {
- public:
-  TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "vxr-e2e-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp");
-    path_ = pattern;
-  }
-  ~TempDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(path_, ec);
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
-
-// A child program with stdout and stderr in files of `dir`; killed and reaped when the
-// object goes, if it is still running.
-class Child {
- public:
-  Child(const std::vector<std::string>& argv, const std::filesystem::path& dir,
-        const std::string& tag)
-      : out_(dir / (tag + ".out")), err_(dir / (tag + ".err")) {
-    std::vector<std::string> env;
-    for (char** e = environ; *e; ++e) env.emplace_back(*e);
-    // The trace ring would otherwise be a file in the working folder.
-    env.emplace_back("RINGLOG_DISABLE=1");
-    std::vector<char*> args;
-    std::vector<char*> envp;
-    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    for (const std::string& e : env) envp.push_back(const_cast<char*>(e.c_str()));
-    args.push_back(nullptr);
-    envp.push_back(nullptr);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out_.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err_.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    const int rc = ::posix_spawn(&pid_, args[0], &actions, nullptr, args.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0) throw std::runtime_error("posix_spawn " + argv[0] + ": " + std::strerror(rc));
-  }
-  ~Child() {
-    if (status_) return;
-    ::kill(pid_, SIGKILL);
-    int status;
-    ::waitpid(pid_, &status, 0);
-  }
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-
-  pid_t pid() const { return pid_; }
-  bool running() {
-    poll();
-    return !status_;
-  }
-  // The wait status once the child has ended within `bound`, empty otherwise.
-  std::optional<int> exitWithin(Clock::duration bound) {
-    eventually([this] { return !running(); }, bound);
-    return status_;
-  }
-  std::string out() const { return fileText(out_); }
-  std::string err() const { return fileText(err_); }
-
- private:
-  void poll() {
-    int status;
-    if (!status_ && ::waitpid(pid_, &status, WNOHANG) == pid_) status_ = status;
-  }
-
-  pid_t pid_ = -1;
-  std::optional<int> status_;
-  std::filesystem::path out_;
-  std::filesystem::path err_;
-};
 
 struct ToolRun {
   int exitCode = -1;  // -1: it did not exit by itself
@@ -160,7 +61,7 @@ class Host {
     control_ = (dir_.path() / "ctl.sock").string();
     child_.emplace(std::vector<std::string>{VXRELAY_HOST, "--name", name_, "--control", control_,
                                             "--state", stateFile},
-                   dir_.path(), "host");
+                   dir_.file("host.out"), kChildEnv, dir_.file("host.err"));
   }
   ~Host() {
     child_.reset();  // killed before its table goes, so that it cannot make it again
@@ -186,13 +87,14 @@ class Host {
   // vxrelayctl aimed at this host.
   ToolRun ctl(std::vector<std::string> args) {
     args.insert(args.begin(), {VXRELAY_CTL, "--agent", name_, "--control", control_});
-    Child tool(args, dir_.path(), "ctl" + std::to_string(++toolRuns_));
+    const std::string tag = "ctl" + std::to_string(++toolRuns_);
+    ChildProcess tool(args, dir_.file(tag + ".out"), kChildEnv, dir_.file(tag + ".err"));
     ToolRun run;
     if (std::optional<int> status = tool.exitWithin(kToolBound)) {
       if (WIFEXITED(*status)) run.exitCode = WEXITSTATUS(*status);
     }
-    run.out = tool.out();
-    run.err = tool.err();
+    run.out = tool.output();
+    run.err = tool.errors();
     return run;
   }
 
@@ -214,14 +116,14 @@ class Host {
   const std::string& counterObject() const { return counterObject_; }
   const std::string& control() const { return control_; }
   const std::filesystem::path& dir() const { return dir_.path(); }
-  Child& child() { return *child_; }
+  ChildProcess& child() { return *child_; }
 
  private:
-  TempDir dir_;
+  TempDir dir_{"vxr-e2e"};
   std::string name_;
   std::string counterObject_;
   std::string control_;
-  std::optional<Child> child_;
+  std::optional<ChildProcess> child_;
   int toolRuns_ = 0;
   int docs_ = 0;
 };
@@ -244,7 +146,7 @@ bool allZero(const auto& readings) {
 // not answer, or whose gets do not reflect a change applied through the tool.
 TEST(HostEndToEnd, StateFromFileReadsBackAndChangesApply) {
   Host host;
-  ASSERT_TRUE(host.ready()) << host.child().err();
+  ASSERT_TRUE(host.ready()) << host.child().errors();
 
   const json vti = host.stateOf(kVtiPath);
   ASSERT_TRUE(vti.contains("vtiStatus")) << vti.dump();
@@ -270,7 +172,7 @@ TEST(HostEndToEnd, StateFromFileReadsBackAndChangesApply) {
 // that misses ids or reaches the other table, and JSON output that loses counts.
 TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
   Host host;
-  ASSERT_TRUE(host.ready()) << host.child().err();
+  ASSERT_TRUE(host.ready()) << host.child().errors();
 
   const Vxlan::CounterTableReader reader(host.name());
   Vxlan::CounterTablesReading fresh = reader.counts();
@@ -333,12 +235,12 @@ TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
 // failure status, or leaves its control socket behind.
 TEST(HostEndToEnd, SigtermEndsTheHostCleanly) {
   Host host;
-  ASSERT_TRUE(host.ready()) << host.child().err();
+  ASSERT_TRUE(host.ready()) << host.child().errors();
   ASSERT_EQ(::kill(host.child().pid(), SIGTERM), 0);
   const std::optional<int> status = host.child().exitWithin(kExitBound);
   ASSERT_TRUE(status) << "still running after SIGTERM";
   ASSERT_TRUE(WIFEXITED(*status)) << "wait status " << *status;
-  EXPECT_EQ(WEXITSTATUS(*status), 0) << host.child().err();
+  EXPECT_EQ(WEXITSTATUS(*status), 0) << host.child().errors();
   EXPECT_FALSE(std::filesystem::exists(host.control()));
 }
 
@@ -367,7 +269,7 @@ TEST(HostEndToEnd, BadStateFileEndsTheHostWithOneLine) {
     ASSERT_TRUE(status) << "the host runs with a bad state file";
     ASSERT_TRUE(WIFEXITED(*status)) << "wait status " << *status;
     EXPECT_NE(WEXITSTATUS(*status), 0);
-    const std::string err = host.child().err();
+    const std::string err = host.child().errors();
     EXPECT_EQ(err.rfind("vxrelay-host: ", 0), 0u) << err;
     EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
     EXPECT_EQ(err.back(), '\n') << err;
@@ -380,15 +282,16 @@ TEST(HostEndToEnd, BadStateFileEndsTheHostWithOneLine) {
 // when both are given the same control socket.
 TEST(HostEndToEnd, ControlSocketInUseEndsTheSecondHostOnly) {
   Host first;
-  ASSERT_TRUE(first.ready()) << first.child().err();
-  Child second({VXRELAY_HOST, "--name", first.name() + "-b", "--control", first.control()},
-               first.dir(), "second");
+  ASSERT_TRUE(first.ready()) << first.child().errors();
+  ChildProcess second({VXRELAY_HOST, "--name", first.name() + "-b", "--control", first.control()},
+                      (first.dir() / "second.out").string(), kChildEnv,
+                      (first.dir() / "second.err").string());
   const std::optional<int> status = second.exitWithin(kExitBound);
   ::shm_unlink(LumMemtab::Mount::objectName(first.name() + "-b", Vxlan::kCounterTablePath).c_str());
   ASSERT_TRUE(status) << "the second host runs";
   ASSERT_TRUE(WIFEXITED(*status)) << "wait status " << *status;
   EXPECT_NE(WEXITSTATUS(*status), 0);
-  const std::string err = second.err();
+  const std::string err = second.errors();
   EXPECT_EQ(err.rfind("vxrelay-host: ", 0), 0u) << err;
   EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
   EXPECT_NE(err.find(first.control()), std::string::npos) << err;
@@ -399,7 +302,7 @@ TEST(HostEndToEnd, ControlSocketInUseEndsTheSecondHostOnly) {
 // saying where.
 TEST(HostEndToEnd, RefusedChangeNamesThePathAndChangesNothing) {
   Host host;
-  ASSERT_TRUE(host.ready()) << host.child().err();
+  ASSERT_TRUE(host.ready()) << host.child().errors();
   const json before = host.stateOf(kVtiPath);
   ASSERT_TRUE(before.contains("vtiStatus")) << before.dump();
 

@@ -3,46 +3,27 @@
 // the host's own interfaces are never touched. Needs root; skipped without it.
 #include <linux/if.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
 
 #include "platform/kernel/KernelNetworkInfoManager.h"
+#include "tests/support/Shell.h"
 
 namespace KernelNetworkInfo {
 namespace {
 
+using TestSupport::ScopedNetns;
+
 bool sh(const std::string& command) {
-  const int status = std::system((command + " >/dev/null 2>&1").c_str());
-  return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  return TestSupport::run(command).first == 0;
 }
-
-// A named namespace for the life of the object.
-class ScopedNetns {
- public:
-  explicit ScopedNetns(std::string name) : name_(std::move(name)) {
-    created_ = sh("ip netns add " + name_);
-  }
-  ~ScopedNetns() {
-    if (created_) sh("ip netns del " + name_);
-  }
-  ScopedNetns(const ScopedNetns&) = delete;
-  ScopedNetns& operator=(const ScopedNetns&) = delete;
-  bool created() const { return created_; }
-  const std::string& name() const { return name_; }
-
- private:
-  std::string name_;
-  bool created_ = false;
-};
 
 ino_t ownNamespace() {
   struct stat st {};
@@ -55,8 +36,7 @@ class KernelWatcherTest : public ::testing::Test {
     if (::geteuid() != 0) {
       GTEST_SKIP() << "creating a network namespace needs root; CI runs these as root";
     }
-    ns_ = std::make_unique<ScopedNetns>("vxr-kni-" + std::to_string(::getpid()));
-    ASSERT_TRUE(ns_->created()) << "ip netns add " << ns_->name() << " failed";
+    ASSERT_NO_THROW(ns_ = std::make_unique<ScopedNetns>("vxr-kni-" + std::to_string(::getpid())));
     const ino_t home = ownNamespace();
     manager_ = std::make_unique<Manager>(nullptr, root_, Wire::NamespaceName(ns_->name()), loop_);
     ASSERT_EQ(ownNamespace(), home) << "the thread was left in the test namespace";

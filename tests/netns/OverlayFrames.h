@@ -13,6 +13,7 @@
 #include "platform/types/VlanId.h"
 #include "platform/types/Vni.h"
 #include "tests/netns/PacketSocket.h"
+#include "tests/support/VxlanFrameBuilder.h"
 
 namespace TestSupport {
 
@@ -28,18 +29,6 @@ inline void put32(Frame& f, uint32_t v) {
 }
 inline uint16_t get16(const Frame& f, size_t at) {
   return static_cast<uint16_t>(f[at] << 8 | f[at + 1]);
-}
-
-// The inner frame's MAC addresses, then tag 0x0008, VLAN, glort and two zero bytes,
-// then the inner frame from its Ethernet type on.
-inline Frame txRawFrame(const Frame& inner, Bridging::VlanId vlan, Vxlan::HwPortId glort) {
-  Frame f(inner.begin(), inner.begin() + 12);
-  put16(f, Vxlan::kTxRawTag);
-  put16(f, vlan.value());
-  put16(f, glort.value());
-  put16(f, 0);
-  f.insert(f.end(), inner.begin() + 12, inner.end());
-  return f;
 }
 
 // The ones' complement sum that IPv4 and ICMP carry.

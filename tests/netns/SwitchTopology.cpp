@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,8 +17,6 @@
 #include "platform/core/Exception.h"
 #include "platform/statehub/ControlClient.h"
 
-extern char** environ;
-
 namespace TestSupport {
 namespace {
 
@@ -28,41 +25,12 @@ constexpr auto kHostStartLimit = std::chrono::seconds(10);
 constexpr auto kHostStopLimit = std::chrono::seconds(5);
 constexpr auto kPollStep = std::chrono::milliseconds(50);
 
-// Runs a command through the shell; its exit status and what it printed.
-std::pair<int, std::string> run(const std::string& command) {
-  std::string out;
-  FILE* p = ::popen((command + " 2>&1").c_str(), "r");
-  if (!p) return {-1, "popen failed"};
-  char buf[512];
-  while (size_t n = std::fread(buf, 1, sizeof buf, p)) out.append(buf, n);
-  const int status = ::pclose(p);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
-}
-
-void runOrThrow(const std::string& command) {
-  auto [status, out] = run(command);
-  if (status != 0) throw Lum::Exception("`" + command + "` failed: " + out);
-}
-
 std::string deviceName(const std::string& name) {
   if (name.size() > kMaxDeviceName) throw Lum::Exception("device name too long: " + name);
   return name;
 }
 
 }  // namespace
-
-std::vector<std::string> listNetworkNamespaces() {
-  auto [status, out] = run("ip netns list");
-  if (status != 0) throw Lum::Exception("`ip netns list` failed: " + out);
-  std::vector<std::string> names;
-  std::istringstream lines(out);
-  // Lines read "name" or "name (id: 3)".
-  for (std::string line; std::getline(lines, line);) {
-    const std::string name = line.substr(0, line.find(' '));
-    if (!name.empty()) names.push_back(name);
-  }
-  return names;
-}
 
 SwitchTopology::SwitchTopology(SwitchTopologyConfig config) : config_(config) {
   static std::atomic<unsigned> sequence{0};
@@ -114,14 +82,11 @@ void SwitchTopology::addVtep(const std::string& netns, const std::string& device
 }
 
 void SwitchTopology::build() {
-  char dir[] = "/tmp/vxnt-XXXXXX";
-  if (!::mkdtemp(dir)) throw Lum::ErrnoException(errno, "mkdtemp");
-  dir_ = dir;
-  controlSocket_ = dir_ + "/ctl.sock";
+  dir_.emplace("vxnt");
+  controlSocket_ = dir_->file("ctl.sock");
 
   for (const std::string& ns : namespaces()) {
-    runOrThrow("ip netns add " + ns);
-    made_.push_back(ns);
+    made_.push_back(std::make_unique<ScopedNetns>(ns));
     // Without IPv6 the devices send no neighbour discovery or listener reports of
     // their own: what crosses the fabric is what a test sends, and counts are exact.
     runOrThrow("ip netns exec " + ns +
@@ -201,48 +166,15 @@ nlohmann::json SwitchTopology::stateDocument() const {
 }
 
 void SwitchTopology::startHost() {
-  if (host_ > 0) throw Lum::Exception("the host runs already");
-  const std::string stateFile = dir_ + "/state.json";
+  if (host_) throw Lum::Exception("the host runs already");
+  const std::string stateFile = dir_->file("state.json");
   std::ofstream(stateFile) << stateDocument().dump(2) << "\n";
-  const std::string log = dir_ + "/host.log";
-
-  std::vector<std::string> args = {"ip",
-                                   "netns",
-                                   "exec",
-                                   switchNs_,
-                                   VXRELAY_HOST_PROGRAM,
-                                   "--library",
-                                   VXRELAY_AGENT_LIBRARY,
-                                   "--state",
-                                   stateFile,
-                                   "--control",
-                                   controlSocket_,
-                                   "--name",
-                                   agentName_};
-  std::vector<char*> argv;
-  for (std::string& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  // The trace ring goes into the folder that teardown removes.
-  std::vector<std::string> env = {"RINGLOGDIR=" + dir_};
-  for (char** e = environ; *e; ++e) {
-    if (std::string_view(*e).starts_with("RINGLOGDIR=")) continue;
-    env.emplace_back(*e);
-  }
-  std::vector<char*> envp;
-  for (std::string& e : env) envp.push_back(e.data());
-  envp.push_back(nullptr);
-
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_adddup2(&actions, 1, 2);
-  // `ip netns exec` enters the namespace and execs the host: the pid is the host's.
-  const int rc = ::posix_spawnp(&host_, "ip", &actions, nullptr, argv.data(), envp.data());
-  posix_spawn_file_actions_destroy(&actions);
-  if (rc != 0) {
-    host_ = -1;
-    throw Lum::ErrnoException(rc, "posix_spawnp ip netns exec");
-  }
+  // `ip netns exec` enters the namespace and execs the host: the pid is the host's. The
+  // trace ring goes into the folder that teardown removes.
+  host_.emplace(std::vector<std::string>{"ip", "netns", "exec", switchNs_, VXRELAY_HOST_PROGRAM,
+                                         "--library", VXRELAY_AGENT_LIBRARY, "--state", stateFile,
+                                         "--control", controlSocket_, "--name", agentName_},
+                dir_->file("host.log"), std::vector<std::string>{"RINGLOGDIR=" + dir_->file("")});
 
   const auto deadline = std::chrono::steady_clock::now() + kHostStartLimit;
   bool answering = false;
@@ -274,28 +206,12 @@ void SwitchTopology::startHost() {
 }
 
 bool SwitchTopology::hostRunning() {
-  if (host_ <= 0) return false;
-  int status = 0;
-  if (::waitpid(host_, &status, WNOHANG) == host_) {
-    host_ = -1;
-    return false;
-  }
-  return true;
+  return host_ && host_->running();
 }
 
 void SwitchTopology::stopHost() {
-  if (!hostRunning()) return;
-  ::kill(host_, SIGTERM);
-  const auto deadline = std::chrono::steady_clock::now() + kHostStopLimit;
-  while (hostRunning()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      ::kill(host_, SIGKILL);
-      ::waitpid(host_, nullptr, 0);
-      host_ = -1;
-      return;
-    }
-    std::this_thread::sleep_for(kPollStep);
-  }
+  if (host_) host_->stop(kHostStopLimit);
+  host_.reset();
 }
 
 nlohmann::json SwitchTopology::apply(const nlohmann::json& state) {
@@ -307,20 +223,16 @@ Vxlan::CounterTablesReading SwitchTopology::counters() const {
 }
 
 std::string SwitchTopology::hostOutput() const {
-  std::ifstream in(dir_ + "/host.log");
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return host_ ? host_->output() : std::string();
 }
 
 void SwitchTopology::teardown() noexcept {
   stopHost();
   // Deleting a namespace deletes its devices, and a veth pair goes with either end.
-  for (auto ns = made_.rbegin(); ns != made_.rend(); ++ns) run("ip netns del " + *ns);
-  made_.clear();
+  while (!made_.empty()) made_.pop_back();
   std::error_code ec;
   std::filesystem::remove("/dev/shm/vxrelay-" + agentName_ + "-vxlan-counter", ec);
-  if (!dir_.empty()) std::filesystem::remove_all(dir_, ec);
+  dir_.reset();
 }
 
 }  // namespace TestSupport

@@ -29,7 +29,9 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,6 +39,9 @@
 #include "platform/types/HwPortId.h"
 #include "platform/types/VlanId.h"
 #include "platform/types/Vni.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Shell.h"
+#include "tests/support/TempDir.h"
 
 namespace TestSupport {
 
@@ -112,15 +117,12 @@ class SwitchTopology {
   std::string switchNs_;
   std::string fabricNs_;
   std::vector<std::string> remoteNs_;
-  std::vector<std::string> made_;
+  std::vector<std::unique_ptr<ScopedNetns>> made_;
   std::string switchUnderlay_;
   std::string agentName_;
-  std::string dir_;
+  std::optional<TempDir> dir_;
   std::string controlSocket_;
-  pid_t host_ = -1;
+  std::optional<ChildProcess> host_;
 };
-
-// Every named network namespace of the host, as `ip netns list` shows them.
-std::vector<std::string> listNetworkNamespaces();
 
 }  // namespace TestSupport

@@ -1,8 +1,13 @@
-// Builds VXLAN datagrams as a packet socket delivers them, field by field, for tests.
+// Builds VXLAN datagrams as a packet socket delivers them, field by field, and the
+// "txraw" frames the agent must make of them, for tests. Bytes are written out here,
+// not taken from the agent's own headers, so that a wrong constant there shows.
 #pragma once
 
 #include <cstdint>
 #include <vector>
+
+#include "platform/types/HwPortId.h"
+#include "platform/types/VlanId.h"
 
 namespace TestSupport {
 
@@ -70,5 +75,19 @@ struct VxlanFrameBuilder {
     push16(f, static_cast<uint16_t>(v));
   }
 };
+
+// The "txraw" frame of an inner Ethernet frame: its MAC addresses, then tag 0x0008,
+// the VLAN, the port id (glort) and two zero bytes, then the inner frame from its
+// Ethernet type on.
+inline std::vector<uint8_t> txRawFrame(const std::vector<uint8_t>& inner, Bridging::VlanId vlan,
+                                       Vxlan::HwPortId glort) {
+  std::vector<uint8_t> f(inner.begin(), inner.begin() + 12);
+  VxlanFrameBuilder::push16(f, 0x0008);
+  VxlanFrameBuilder::push16(f, vlan.value());
+  VxlanFrameBuilder::push16(f, glort.value());
+  VxlanFrameBuilder::push16(f, 0);
+  f.insert(f.end(), inner.begin() + 12, inner.end());
+  return f;
+}
 
 }  // namespace TestSupport

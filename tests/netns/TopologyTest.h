@@ -1,0 +1,80 @@
+// TestSupport::TopologyTest: the fixture of the tests that run the agent host against
+// the real kernel. SetUp builds a SwitchTopology and starts the host (skipped without
+// root; CI runs as root); TearDown removes it all and checks that nothing it made is
+// left: no namespace, no counter table, no folder, whatever the test did.
+#pragma once
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/VxlanCounterId.h"
+#include "tests/netns/SwitchTopology.h"
+
+namespace TestSupport {
+
+class TopologyTest : public ::testing::Test {
+ protected:
+  static constexpr auto kFrameWait = std::chrono::seconds(3);
+
+  // The topology a test gets; tests that need another one override this.
+  virtual SwitchTopologyConfig topologyConfig() const { return {}; }
+
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "network namespaces need root; CI runs these as root";
+    try {
+      topo_ = std::make_unique<SwitchTopology>(topologyConfig());
+      topo_->startHost();
+    } catch (const std::exception& e) {
+      FAIL() << "building the topology failed: " << e.what();
+    }
+  }
+
+  void TearDown() override {
+    if (!topo_) return;
+    const std::vector<std::string> made = topo_->namespaces();
+    const std::string shm = "/dev/shm/vxrelay-" + topo_->agentName() + "-vxlan-counter";
+    const std::filesystem::path folder =
+        std::filesystem::path(topo_->controlSocket()).parent_path();
+    topo_.reset();
+    const std::vector<std::string> listed = listNetworkNamespaces();
+    for (const std::string& ns : made) {
+      EXPECT_EQ(std::find(listed.begin(), listed.end(), ns), listed.end()) << ns << " left";
+    }
+    EXPECT_FALSE(std::filesystem::exists(shm)) << shm << " left";
+    EXPECT_FALSE(std::filesystem::exists(folder)) << folder << " left";
+  }
+
+  SwitchTopology& topo() { return *topo_; }
+
+  uint64_t count(Vxlan::VxlanCounterId id) const {
+    return topo_->counters().vxlan.at(static_cast<size_t>(id)).count;
+  }
+  // Polls counter `id` until it exceeds `before` (counts are stored after the write
+  // they count); its last value.
+  uint64_t countAbove(Vxlan::VxlanCounterId id, uint64_t before) const {
+    const auto deadline = std::chrono::steady_clock::now() + kFrameWait;
+    uint64_t now = count(id);
+    while (now <= before && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      now = count(id);
+    }
+    return now;
+  }
+
+  nlohmann::json applyVti(const nlohmann::json& attrs) {
+    return topo_->apply({{"interface/status/eth/vxlan", {{"vtiStatus", {{"Vxlan1", attrs}}}}}});
+  }
+
+  std::unique_ptr<SwitchTopology> topo_;
+};
+
+}  // namespace TestSupport
