@@ -13,6 +13,7 @@
 #include "platform/statehub/Cell.h"
 #include "platform/trace/RingLog.h"
 #include "tests/support/SharedObjects.h"
+#include "tests/support/TempDir.h"
 
 namespace Vxlan::OverlayRelayAgent {
 namespace {
@@ -205,17 +206,14 @@ TEST_F(OverlayRelayAgentTest, CommandsClearTheirTableOnly) {
 // Guards the ring file name: the agent's name, "-<pid>" unless RINGLOGDIR is set, and
 // ".rl"; RINGLOG_DISABLE, even empty, opens nothing.
 TEST_F(OverlayRelayAgentTest, TraceRingFile) {
-  const std::filesystem::path dir =
-      std::filesystem::temp_directory_path() / ("vxr-ring-" + std::to_string(::getpid()));
-  std::filesystem::create_directories(dir);
+  const TestSupport::TempDir tmp("vxr-ring");
+  const std::filesystem::path& dir = tmp.path();
   struct Cleanup {
-    std::filesystem::path dir;
     ~Cleanup() {
       RingLog::shutdown();
       ::unsetenv("RINGLOGDIR");
-      std::filesystem::remove_all(dir);
     }
-  } cleanup{dir};
+  } cleanup;
   agent_->doInit();
   EXPECT_EQ(RingLog::traceFile(), nullptr);
   ::unsetenv("RINGLOG_DISABLE");

@@ -12,6 +12,7 @@
 #include "platform/loop/ActivityManager.h"
 #include "platform/statehub/ControlClient.h"
 #include "platform/status/agent/AgentCommandRequest.h"
+#include "tests/support/TempDir.h"
 
 namespace Statehub {
 namespace {
@@ -30,10 +31,7 @@ struct NoMounter : Mounter {
 class ControlServerTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char tmpl[] = "/tmp/statehub-ctl-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    dir_ = tmpl;
-    socketPath_ = (dir_ / "statehub.sock").string();
+    socketPath_ = dir_.file("statehub.sock");
     NoMounter m;
     Lum::Ptr<MountGroup> g = em_->getMountGroup(&m);
     g->doMount("r", "StatehubTest::VtiDir", kVti);
@@ -44,10 +42,7 @@ class ControlServerTest : public ::testing::Test {
     server_ = std::make_unique<ControlServer>(*em_, socketPath_, loop_);
   }
   // Runs in every case, failed or not: no socket or directory is left behind.
-  void TearDown() override {
-    server_.reset();
-    if (!dir_.empty()) std::filesystem::remove_all(dir_);
-  }
+  void TearDown() override { server_.reset(); }
 
   // Sends and runs the loop until the answer is there (a bounded number of passes).
   json roundTrip(ControlClient& c, const json& request) {
@@ -70,7 +65,7 @@ class ControlServerTest : public ::testing::Test {
   static constexpr const char* kRequests = "agent/commandRequest/vxlan";
   Lum::EventLoop loop_;
   Lum::Ptr<EntityManager> em_{new EntityManager(loop_)};
-  std::filesystem::path dir_;
+  TestSupport::TempDir dir_{"vxr-ctl"};
   std::string socketPath_;
   std::unique_ptr<ControlServer> server_;
 };

@@ -8,6 +8,7 @@
 #include "platform/core/Dir.h"
 #include "platform/statehub/Cell.h"
 #include "platform/statehub/EntityManager.h"
+#include "tests/support/TempDir.h"
 
 namespace Statehub {
 namespace {
@@ -219,13 +220,8 @@ TEST_F(StatehubTest, NullDeletes) {
 // Guards the state file: it is read and applied like a document, and one that cannot
 // be read or parsed is refused naming the file.
 TEST_F(StatehubTest, StateFiles) {
-  char tmpl[] = "/tmp/statehub-file-XXXXXX";
-  ASSERT_NE(mkdtemp(tmpl), nullptr);
-  const std::filesystem::path dirPath(tmpl);
-  struct Cleanup {
-    std::filesystem::path p;
-    ~Cleanup() { std::filesystem::remove_all(p); }
-  } cleanup{dirPath};
+  const TestSupport::TempDir dir("vxr-statefile");
+  const std::filesystem::path& dirPath = dir.path();
   const std::string good = dirPath / "good.json", broken = dirPath / "broken.json";
   std::ofstream(good)
       << R"({"later/mounted": {"label": "x"}, "interface/status/eth/vxlan": {"label": "y"}})";

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/core/Exception.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 
@@ -22,9 +23,7 @@ namespace fs = std::filesystem;
 class RingLogTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char dir[] = "/tmp/vxrelay-ringlog-XXXXXX";
-    ASSERT_NE(::mkdtemp(dir), nullptr);
-    dir_ = dir;
+    dir_ = dirGuard_.path().string();
     if (const char* old = std::getenv("RINGLOGDIR")) oldDir_ = old;
     ::setenv("RINGLOGDIR", dir_.c_str(), 1);
   }
@@ -35,8 +34,6 @@ class RingLogTest : public ::testing::Test {
     } else {
       ::unsetenv("RINGLOGDIR");
     }
-    std::error_code ec;
-    fs::remove_all(dir_, ec);
   }
 
   // Levels listed get a ring of `kib` KiB, the others none.
@@ -46,6 +43,7 @@ class RingLogTest : public ::testing::Test {
     return s;
   }
 
+  TestSupport::TempDir dirGuard_{"vxr-ringlog"};
   std::string dir_;
   std::optional<std::string> oldDir_;
 };
