@@ -5,6 +5,7 @@
 //   | zero   | tag | vlan | zero   | EthHdr      | first bytes of the packet (<= 114)
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "frames/EthHdr.h"
@@ -23,5 +24,8 @@ struct ArpResolverMsg {
   uint8_t packet[kPacketBytes];
 };
 static_assert(sizeof(ArpResolverMsg) == 146 && alignof(ArpResolverMsg) == 1);
+static_assert(offsetof(ArpResolverMsg, tag) == 12 && offsetof(ArpResolverMsg, vlan) == 14 &&
+              offsetof(ArpResolverMsg, eth) + offsetof(Wire::EthHdr, typeOrLen) == 30 &&
+              offsetof(ArpResolverMsg, packet) == 32);
 
 }  // namespace Vxlan

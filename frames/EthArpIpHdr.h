@@ -4,6 +4,7 @@
 //   | htype | ptype | hlen | plen | op | sha | spa | tha | tpa |
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -50,5 +51,7 @@ struct EthArpIpHdr {
   }
 };
 static_assert(sizeof(EthArpIpHdr) == 28 && alignof(EthArpIpHdr) == 1);
+static_assert(offsetof(EthArpIpHdr, senderIpBytes) == 14 && offsetof(EthArpIpHdr, targetHw) == 18 &&
+              offsetof(EthArpIpHdr, targetIpBytes) == 24);
 
 }  // namespace Wire

@@ -13,6 +13,7 @@
 //   | dst | src | tag | vlan | glort | reserved | inner type and payload
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "frames/EthHdr.h"
@@ -42,6 +43,7 @@ struct LocalFrameHdr {
   Wire::NetU32 srcIfIndex;
 };
 static_assert(sizeof(LocalFrameHdr) == 24 && alignof(LocalFrameHdr) == 1);
+static_assert(offsetof(LocalFrameHdr, userVlan) == 16 && offsetof(LocalFrameHdr, srcIfIndex) == 20);
 
 // The header of the device "txraw" that stands after the MAC addresses.
 struct f64 {

@@ -16,5 +16,6 @@ struct VxlanOuterHdr {
   Wire::VxlanHdr vxlan;
 };
 static_assert(sizeof(VxlanOuterHdr) == 36 && alignof(VxlanOuterHdr) == 1);
+static_assert(offsetof(VxlanOuterHdr, udp) == 20 && offsetof(VxlanOuterHdr, vxlan) == 28);
 
 }  // namespace Vxlan
