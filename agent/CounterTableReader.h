@@ -38,6 +38,16 @@ struct VarpCounterReading {
 struct CounterTablesReading {
   std::vector<VxlanCounterReading> vxlan;
   std::vector<VarpCounterReading> varp;
+
+  // The count of one id; 0 for an id beyond a table of another geometry.
+  uint64_t count(VxlanCounterId id) const {
+    const size_t i = static_cast<size_t>(id);
+    return i < vxlan.size() ? vxlan[i].count : 0;
+  }
+  uint32_t count(VarpCounterId id) const {
+    const size_t i = static_cast<size_t>(id);
+    return i < varp.size() ? varp[i].count : 0;
+  }
 };
 
 class CounterTableReader {

@@ -56,7 +56,7 @@ class TopologyTest : public ::testing::Test {
   SwitchTopology& topo() { return *topo_; }
 
   uint64_t count(Vxlan::VxlanCounterId id) const {
-    return topo_->counters().vxlan.at(static_cast<size_t>(id)).count;
+    return topo_->counters().count(id);
   }
   // Polls counter `id` until it exceeds `before` (counts are stored after the write
   // they count); its last value.
