@@ -16,6 +16,7 @@
 #include "platform/ringdecode/RingLogDecoder.h"
 #include "platform/statehub/ControlClient.h"
 #include "platform/statehub/ControlServer.h"
+#include "platform/statehub/DocumentText.h"
 #include "platform/trace/RingLog.h"
 
 namespace {
@@ -64,13 +65,7 @@ json request(const Options& o, const json& req) {
 // A state document as the host reads its --state file: comments are allowed, so that
 // a file the host starts with can also be applied to a running host.
 json stateDocument(const std::string& file) {
-  std::ifstream in(file);
-  if (!in) throw std::runtime_error(file + ": cannot read");
-  try {
-    return json::parse(in, nullptr, true, /*ignore_comments=*/true);
-  } catch (const json::exception& e) {
-    throw std::runtime_error(file + ": " + e.what());
-  }
+  return Statehub::DocumentText::readFile(file);
 }
 
 int clear(const Options& o, const std::string& table) {

@@ -1,5 +1,6 @@
 #include "platform/statehub/ControlServer.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -10,6 +11,8 @@
 
 #include "platform/core/Dir.h"
 #include "platform/os/SysCalls.h"
+#include "platform/os/TimeSource.h"
+#include "platform/statehub/DocumentText.h"
 #include "platform/status/agent/AgentCommandRequest.h"
 #include "platform/trace/Trace.h"
 
@@ -60,7 +63,7 @@ const std::string& stringField(const json& req, const char* name) {
 }  // namespace
 
 ControlServer::ControlServer(EntityManager& em, std::string socketPath, Lum::EventLoop& loop)
-    : em_(&em), path_(std::move(socketPath)), loop_(&loop) {
+    : em_(&em), path_(std::move(socketPath)), loop_(&loop), relisten_(*this, loop) {
   const sockaddr_un addr = unixAddress(path_);
   const auto* sa = reinterpret_cast<const sockaddr*>(&addr);
   Lum::SysCalls& sys = Lum::sysCalls();
@@ -81,6 +84,7 @@ ControlServer::ControlServer(EntityManager& em, std::string socketPath, Lum::Eve
     bound = true;
     if (sys.listen(listenFd_, 16) != 0) throw Lum::ErrnoException(errno, "listen " + path_);
     loop_->readableHandlerIs(listenFd_, this);
+    spareFd_ = sys.open("/dev/null", O_RDONLY | O_CLOEXEC, 0);
   } catch (...) {
     sys.close(listenFd_);
     if (bound) sys.unlink(path_.c_str());
@@ -96,6 +100,7 @@ ControlServer::~ControlServer() {
   }
   loop_->readableHandlerDel(listenFd_);
   sys.close(listenFd_);
+  if (spareFd_ >= 0) sys.close(spareFd_);
   sys.unlink(path_.c_str());
 }
 
@@ -117,11 +122,18 @@ void ControlServer::acceptClients() {
     const int fd =
         Lum::sysCalls().accept4(listenFd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0) {
-      if (errno == EINTR || errno == ECONNABORTED) continue;
-      if (errno != EAGAIN && errno != EWOULDBLOCK) {
-        LUM_TRACE(traceControl, 1, "accept: " << std::strerror(errno));
+      const int err = errno;
+      if (err == EINTR || err == ECONNABORTED) continue;
+      if (err == EMFILE || err == ENFILE) return shedConnection();
+      if (err != EAGAIN && err != EWOULDBLOCK) {
+        LUM_TRACE(traceControl, 1, "accept: " << std::strerror(err));
       }
       return;
+    }
+    if (!roomForClient()) {
+      LUM_TRACE(traceControl, 1, "client refused: " << kMaxClients << " clients busy");
+      Lum::sysCalls().close(fd);
+      continue;
     }
     const uint64_t id = ++lastClientId_;
     Client& c = clients_[id];
@@ -130,6 +142,41 @@ void ControlServer::acceptClients() {
     loop_->readableHandlerIs(fd, this);
     LUM_TRACE(traceControl, 5, "client " << id << " on descriptor " << fd);
   }
+}
+
+void ControlServer::shedConnection() {
+  Lum::SysCalls& sys = Lum::sysCalls();
+  LUM_TRACE(traceControl, 1, "out of descriptors: a connection is closed unserved");
+  if (spareFd_ >= 0) {
+    sys.close(spareFd_);
+    spareFd_ = -1;
+  }
+  const int fd = sys.accept4(listenFd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+  if (fd >= 0) sys.close(fd);
+  spareFd_ = sys.open("/dev/null", O_RDONLY | O_CLOEXEC, 0);
+  // Without a spare and still out of descriptors the connection cannot be taken off
+  // the queue: stop listening for a moment rather than wake on it for ever.
+  if (fd < 0 && spareFd_ < 0) {
+    loop_->readableHandlerDel(listenFd_);
+    relisten_.arm(Lum::now() + kRelistenPause);
+  }
+}
+
+void ControlServer::onTimer() {
+  if (spareFd_ < 0) spareFd_ = Lum::sysCalls().open("/dev/null", O_RDONLY | O_CLOEXEC, 0);
+  loop_->readableHandlerIs(listenFd_, this);
+}
+
+bool ControlServer::roomForClient() {
+  if (clients_.size() < kMaxClients) return true;
+  // Ids grow with every client: the first idle one in id order is the oldest.
+  for (auto& [id, c] : clients_) {
+    if (!c.busy) {
+      drop(id, "pushed out by a newer client");
+      return true;
+    }
+  }
+  return false;
 }
 
 void ControlServer::watchIs(Client& c, bool on) {
@@ -154,6 +201,12 @@ void ControlServer::readClient(uint64_t id, Client& c) {
     c.eof = true;
     watchIs(c, false);
   } else {
+    // The handled front goes once it is most of the buffer, so that a burst of short
+    // lines costs linear time, not a move of the rest per line.
+    if (c.taken > 0 && c.taken >= unhandled(c)) {
+      c.in.erase(0, c.taken);
+      c.taken = 0;
+    }
     c.in.append(buf, static_cast<size_t>(n));
   }
   next(id, c);
@@ -162,9 +215,9 @@ void ControlServer::readClient(uint64_t id, Client& c) {
 // Starts on the next complete line when the client is not busy. A client holding
 // more than a line's worth of unhandled requests is not read until it is served.
 void ControlServer::next(uint64_t id, Client& c) {
-  if (!c.eof) watchIs(c, c.in.size() <= kMaxLine);
+  if (!c.eof) watchIs(c, unhandled(c) <= kMaxLine);
   if (c.busy) return;
-  if (c.in.find('\n') != std::string::npos) {
+  if (c.in.find('\n', c.taken) != std::string::npos) {
     c.busy = true;
     std::weak_ptr<int> alive = alive_;
     loop_->defer(
@@ -174,7 +227,7 @@ void ControlServer::next(uint64_t id, Client& c) {
         "Statehub::ControlServer");
   } else if (c.eof) {
     drop(id, "closed by the client");
-  } else if (c.in.size() > kMaxLine) {
+  } else if (unhandled(c) > kMaxLine) {
     drop(id, "request line too long");
   }
 }
@@ -182,15 +235,20 @@ void ControlServer::next(uint64_t id, Client& c) {
 void ControlServer::handleNext(uint64_t id) {
   Client* c = client(id);
   if (!c) return;
-  const size_t end = c->in.find('\n');
-  std::string line = c->in.substr(0, end);
-  c->in.erase(0, end + 1);
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  if (line.find_first_not_of(" \t") == std::string::npos) {
-    c->busy = false;  // a blank line asks nothing
-    return next(id, *c);
+  // Blank lines ask nothing: they are passed over here, all in one go.
+  std::string_view line;
+  for (;;) {
+    const size_t end = c->in.find('\n', c->taken);
+    if (end == std::string::npos) {
+      c->busy = false;
+      return next(id, *c);
+    }
+    line = std::string_view(c->in).substr(c->taken, end - c->taken);
+    c->taken = end + 1;
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    if (line.find_first_not_of(" \t") != std::string_view::npos) break;
   }
-  const std::string text = answerOf(line, c->fd).dump() + "\n";
+  const std::string text = DocumentText::dump(answerOf(std::string(line), c->fd)) + "\n";
   std::weak_ptr<int> alive = alive_;
   loop_->defer(
       [this, alive, id, text] {
@@ -234,9 +292,9 @@ void ControlServer::drop(uint64_t id, std::string_view why) {
 json ControlServer::answerOf(const std::string& line, int requester) {
   json req;
   try {
-    req = json::parse(line);
-  } catch (const json::exception& e) {
-    return failure(std::string("malformed request: ") + e.what());
+    req = DocumentText::parse(line, "malformed request");
+  } catch (const StateError& e) {
+    return failure(e.what());
   }
   if (!req.is_object()) return failure("a request is a JSON object");
   try {

@@ -40,9 +40,12 @@ namespace Statehub {
 // Under /tmp so that the host runs without root; the host creates the folder.
 inline constexpr const char* kDefaultControlSocket = "/tmp/vxrelay/vxrelay.sock";
 
-class ControlServer : private Lum::ReadableHandler {
+class ControlServer : private Lum::ReadableHandler, private Lum::TimerHandler {
  public:
   static constexpr size_t kMaxLine = 4 << 20;
+  // Clients served side by side. A new client beyond this pushes out the one idle the
+  // longest, or is turned away when every client has a request under way.
+  static constexpr size_t kMaxClients = 64;
   // How long the server waits for a client to make room for an answer.
   static constexpr int kSendWaitMillis = 1000;
 
@@ -60,16 +63,28 @@ class ControlServer : private Lum::ReadableHandler {
  private:
   struct Client {
     int fd = -1;
-    std::string in;        // bytes received and not yet handled
+    std::string in;        // bytes received; those before `taken` are handled
+    size_t taken = 0;      // lines are taken by moving this, not by erasing the front
     bool busy = false;     // a request is being handled or answered
     bool eof = false;      // the client sends no more
     bool watching = true;  // registered with the loop for reading
   };
 
   void onReadable(int fd) override;
+  // Listening again after a pause for want of descriptors.
+  void onTimer() override;
   std::string_view facility() const override { return "Statehub::ControlServer"; }
+  // How long listening pauses when not even a spare descriptor is left.
+  static constexpr double kRelistenPause = 0.1;
   void acceptClients();
+  // Sheds one pending connection when the process is out of descriptors, so that the
+  // level-triggered listening socket does not stay readable for good.
+  void shedConnection();
+  // Makes room for one more client; false when none can go.
+  bool roomForClient();
   void readClient(uint64_t id, Client& c);
+  // The bytes received and not yet handled.
+  static size_t unhandled(const Client& c) { return c.in.size() - c.taken; }
   void next(uint64_t id, Client& c);
   void handleNext(uint64_t id);
   void write(uint64_t id, const std::string& text);
@@ -84,6 +99,9 @@ class ControlServer : private Lum::ReadableHandler {
   std::string path_;
   Lum::EventLoop* loop_;
   int listenFd_ = -1;
+  // Held open for shedConnection(): freeing it lets one accept through to be closed.
+  int spareFd_ = -1;
+  Lum::EventLoop::Timer relisten_;
   std::map<uint64_t, Client> clients_;  // by an id never reused, unlike descriptors
   std::map<int, uint64_t> idOfFd_;
   uint64_t lastClientId_ = 0;

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "platform/core/Dir.h"
+#include "platform/statehub/DocumentText.h"
 #include "platform/trace/Trace.h"
 
 namespace Statehub {
@@ -47,10 +48,10 @@ Lum::Ptr<Lum::Entity> walk(const Lum::Ptr<Lum::Entity>& e,
     return child ? walk(child, parts, i + 1) : nullptr;
   }
   if (acc.kind != Lum::AttrKind::collection || !acc.element) return nullptr;
-  std::string key;
+  // The key runs from parts[i + 1] to parts[j] in the path they were cut from.
+  const char* keyStart = parts[i + 1 < parts.size() ? i + 1 : i].data();
   for (size_t j = i + 1; j < parts.size(); ++j) {
-    if (j > i + 1) key += '/';
-    key += parts[j];
+    const std::string_view key(keyStart, parts[j].data() + parts[j].size() - keyStart);
     Lum::Ptr<Lum::Entity> elem;
     try {
       if (acc.checkKey) acc.checkKey(key);
@@ -173,6 +174,12 @@ MountStatus EntityManager::mount(const std::vector<MountGroup::Mount>& mounts, s
 Lum::Ptr<Lum::Entity> EntityManager::getEntity(std::string_view path) const {
   const std::string p = normalizedPath(path);
   const std::vector<std::string_view> parts = components(p);
+  // Every split of a path into keys may be tried: the walk is bounded by bounding the
+  // path, not by trusting whoever sent it.
+  if (parts.size() > kMaxPathComponents) {
+    throw StateError(p.substr(0, 64) + "...",
+                     "a path has at most " + std::to_string(kMaxPathComponents) + " components");
+  }
   // The deepest mount that is a prefix of the path holds the entity.
   for (size_t n = parts.size(); n > 0; --n) {
     const std::string_view prefix(p.data(), parts[n - 1].data() + parts[n - 1].size() - p.data());
@@ -232,17 +239,7 @@ void EntityManager::stateIs(const json& doc) {
 }
 
 void EntityManager::stateFileIs(const std::string& path) {
-  std::ifstream in(path);
-  if (!in) throw StateError(path, std::string("cannot read: ") + std::strerror(errno));
-  std::ostringstream text;
-  text << in.rdbuf();
-  json doc;
-  try {
-    doc = json::parse(text.str(), nullptr, true, /*ignore_comments=*/true);
-  } catch (const json::exception& e) {
-    throw StateError(path, e.what());
-  }
-  stateIs(doc);
+  stateIs(DocumentText::readFile(path));
 }
 
 json EntityManager::stateOf(std::string_view path) const {

@@ -123,6 +123,9 @@ class EntityManager : public Lum::VFPtrInterface {
   // Virtual so that a test can watch the groups an agent asks for.
   virtual Lum::Ptr<MountGroup> getMountGroup(Mounter* mounter);
 
+  // The most components a path may have; longer ones are refused (StateError).
+  static constexpr size_t kMaxPathComponents = 64;
+
   // The entity at a mount path or deeper inside one; empty when there is none.
   Lum::Ptr<Lum::Entity> getEntity(std::string_view path) const;
   bool isMounted(std::string_view path) const;

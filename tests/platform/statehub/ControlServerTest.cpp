@@ -10,6 +10,7 @@
 #include "StatehubModel.h"
 #include "platform/core/Dir.h"
 #include "platform/loop/ActivityManager.h"
+#include "platform/os/SysCalls.h"
 #include "platform/statehub/ControlClient.h"
 #include "platform/status/agent/AgentCommandRequest.h"
 #include "tests/support/TempDir.h"
@@ -56,6 +57,17 @@ class ControlServerTest : public ::testing::Test {
     }
     ADD_FAILURE() << "no answer";
     return json();
+  }
+  // Writes `bytes` whole while the server runs: more than a socket buffer holds.
+  void sendAll(ControlClient& c, const std::string& bytes) {
+    size_t done = 0;
+    for (int pass = 0; done < bytes.size() && pass < 100000; ++pass) {
+      const ssize_t n = ::send(c.descriptor(), bytes.data() + done, bytes.size() - done,
+                               MSG_DONTWAIT | MSG_NOSIGNAL);
+      if (n > 0) done += static_cast<size_t>(n);
+      loop_.runOnce(0);
+    }
+    ASSERT_EQ(done, bytes.size());
   }
   void runUntilClients(size_t n) {
     for (int pass = 0; pass < 200 && server_->clients() != n; ++pass) loop_.runOnce(0.01);
@@ -166,6 +178,78 @@ TEST_F(ControlServerTest, ClientsThatLeaveAreDroppedCleanly) {
   EXPECT_EQ(awaitAnswer(halfClosed)["ok"], true);
   runUntilClients(0);
   EXPECT_EQ(server_->clients(), 0u);
+}
+
+// Guards the server against requests built to hurt it: a document nested 100,000 deep
+// (which overflowed the stack of a recursive copy), bytes that are not UTF-8 (whose
+// answer could not be written, leaving the client without one), a path of 320,000
+// components (walked in quadratic time) and megabytes of blank lines (each erased from
+// the front of the buffer). Each gets its answer, and the connection goes on.
+TEST_F(ControlServerTest, HostileRequestsAreAnsweredAndRefused) {
+  ControlClient client(socketPath_);
+  const size_t depth = 100000;
+  std::string deep = R"({"op": "apply", "state": {"x": )";
+  deep += std::string(depth, '[') + std::string(depth, ']') + "}}\n";
+  sendAll(client, deep);
+  json a = awaitAnswer(client);
+  EXPECT_EQ(a["ok"], false);
+  EXPECT_NE(a["error"].get<std::string>().find("nested deeper than 64"), std::string::npos) << a;
+
+  client.sendLine("{\"op\": \"get\", \"path\": \"\xff\xfe\xc3\"}");
+  a = awaitAnswer(client);
+  EXPECT_EQ(a["ok"], false) << a;
+  client.sendLine("\xc3\xa9\xff not json");
+  EXPECT_EQ(awaitAnswer(client)["ok"], false);
+
+  std::string path = kVti;
+  for (int i = 0; i < 320000; ++i) path += "/a";
+  sendAll(client, json({{"op", "get"}, {"path", path}}).dump() + "\n");
+  a = awaitAnswer(client);
+  EXPECT_EQ(a["ok"], false);
+  EXPECT_NE(a["error"].get<std::string>().find("at most 64 components"), std::string::npos);
+  sendAll(client,
+          json({{"op", "command"}, {"path", path}, {"type", "t"}, {"command", "c"}}).dump() + "\n");
+  EXPECT_EQ(awaitAnswer(client)["ok"], false);
+
+  sendAll(client, std::string(4u << 20, '\n') +
+                      R"({"op": "get", "path": "interface/status/eth/vxlan"})" + "\n");
+  EXPECT_EQ(awaitAnswer(client)["ok"], true);
+}
+
+// Guards the descriptor budget: idle clients beyond the cap push out the oldest idle
+// one instead of piling up, and a server out of descriptors sheds the waiting
+// connection (which a level-triggered listening socket would otherwise report for
+// ever, spinning the loop) and serves the next one.
+TEST_F(ControlServerTest, ClientsAreCappedAndDescriptorShortageSheds) {
+  std::vector<std::unique_ptr<ControlClient>> idle;
+  for (size_t i = 0; i < ControlServer::kMaxClients + 8; ++i) {
+    idle.push_back(std::make_unique<ControlClient>(socketPath_));
+    loop_.runOnce(0);
+  }
+  runUntilClients(ControlServer::kMaxClients);
+  EXPECT_EQ(server_->clients(), ControlServer::kMaxClients);
+  EXPECT_EQ(roundTrip(*idle.back(), {{"op", "get"}, {"path", kVti}})["ok"], true);
+  char byte;
+  EXPECT_EQ(::recv(idle.front()->descriptor(), &byte, 1, MSG_DONTWAIT), 0) << "oldest kept";
+  idle.clear();
+  runUntilClients(0);
+
+  struct OutOfDescriptors : Lum::SysCalls {
+    int refusals = 1;
+    int accept4(int fd, sockaddr* a, socklen_t* l, int flags) override {
+      if (refusals > 0 && refusals--) return errno = EMFILE, -1;
+      return SysCalls::accept4(fd, a, l, flags);
+    }
+  } fake;
+  {
+    Lum::ScopedSysCalls scoped(fake);
+    ControlClient shed(socketPath_);
+    for (int pass = 0; pass < 20; ++pass) loop_.runOnce(0.01);
+    EXPECT_EQ(::recv(shed.descriptor(), &byte, 1, MSG_DONTWAIT), 0) << "the waiting one is kept";
+    EXPECT_EQ(server_->clients(), 0u);
+  }
+  ControlClient next(socketPath_);
+  EXPECT_EQ(roundTrip(next, {{"op", "get"}, {"path", kVti}})["ok"], true);
 }
 
 // Guards the socket file: one left by a server that is gone is replaced, a live
