@@ -15,7 +15,7 @@ test: build
 	ctest --preset release
 
 run: build
-	./build/release/bin/vxrelay-host --state examples/switch.json --control /tmp/vxrelay/vxrelay.sock
+	./build/release/bin/vxrelay-host --state examples/switch.json
 
 asan: deps
 	cmake --preset asan

@@ -5,6 +5,7 @@
 // opened, the library or type cannot be found, or the agent's mounts or its start
 // fail. Warns, one line each, of state-file paths that nothing mounts.
 #include <dlfcn.h>
+#include <grp.h>
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
@@ -20,6 +21,7 @@
 #include "platform/statehub/AgentBase.h"
 #include "platform/statehub/ControlServer.h"
 #include "platform/statehub/EntityManager.h"
+#include "platform/statehub/RuntimeDir.h"
 #include "platform/trace/RingLog.h"
 
 namespace {
@@ -48,14 +50,34 @@ int main(int argc, char** argv) {
   std::string typeName = "Vxlan::OverlayRelayAgent::OverlayRelayAgent";
   std::string agentName = "vxrelay";
   std::string stateFile;
-  std::string control = Statehub::kDefaultControlSocket;
+  std::string control;
+  std::string controlGroup;
   app.add_option("--library", library, "agent library to load")->capture_default_str();
   app.add_option("--type", typeName, "registered type name of the agent")->capture_default_str();
   app.add_option("--name", agentName, "the agent's name")->capture_default_str();
   app.add_option("--state", stateFile, "JSON state file with the switch's published state");
-  app.add_option("--control", control, "Unix socket for state changes and commands")
-      ->capture_default_str();
+  app.add_option(
+      "--control", control,
+      "Unix socket for state changes and commands (default: <runtime folder>/<name>.sock)");
+  app.add_option("--control-group", controlGroup,
+                 "a group whose members may use the control socket besides this user and root");
   CLI11_PARSE(app, argc, argv);
+  if (control.empty()) control = Statehub::RuntimeDir::controlSocket(agentName);
+
+  // One agent name, one running host: before anything of the agent's is touched.
+  std::optional<Statehub::AgentLock> lock;
+  Statehub::ControlServer::Access access;
+  try {
+    if (!controlGroup.empty()) {
+      const group* g = ::getgrnam(controlGroup.c_str());
+      if (!g) return fail("no group " + controlGroup);
+      access.group = g->gr_gid;
+    }
+    Statehub::RuntimeDir::ensure(Statehub::RuntimeDir::defaultPath());
+    lock.emplace(Statehub::RuntimeDir::defaultPath(), agentName);
+  } catch (const std::exception& e) {
+    return fail(e.what());
+  }
 
   Lum::EventLoop& loop = Lum::eventLoop();
   Lum::Ptr<Statehub::EntityManager> em(new Statehub::EntityManager(loop));
@@ -71,8 +93,9 @@ int main(int argc, char** argv) {
   // without having touched anything of the agent's.
   std::optional<Statehub::ControlServer> server;
   try {
-    std::filesystem::create_directories(std::filesystem::path(control).parent_path());
-    server.emplace(*em, control, loop);
+    const std::string folder = std::filesystem::path(control).parent_path().string();
+    Statehub::RuntimeDir::ensure(folder.empty() ? "." : folder, access.group);
+    server.emplace(*em, control, loop, access);
   } catch (const std::exception& e) {
     return fail(std::string("cannot open the control socket: ") + e.what());
   }

@@ -17,6 +17,7 @@
 #include "platform/statehub/ControlClient.h"
 #include "platform/statehub/ControlServer.h"
 #include "platform/statehub/DocumentText.h"
+#include "platform/statehub/RuntimeDir.h"
 #include "platform/trace/RingLog.h"
 
 namespace {
@@ -25,7 +26,7 @@ using nlohmann::json;
 
 struct Options {
   std::string agent = "vxrelay";
-  std::string control = Statehub::kDefaultControlSocket;
+  std::string control;  // empty: the agent's socket in the default runtime folder
   std::string cell = "cell/1";
 };
 
@@ -84,7 +85,8 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   Options o;
   app.add_option("--agent", o.agent, "agent name (names its counter table)")->capture_default_str();
-  app.add_option("--control", o.control, "the agent host's control socket")->capture_default_str();
+  app.add_option("--control", o.control,
+                 "the agent host's control socket (default: the one of --agent)");
   app.add_option("--cell", o.cell, "the agent's cell path")->capture_default_str();
 
   bool asJson = false;
@@ -112,6 +114,7 @@ int main(int argc, char** argv) {
   decode->add_option("file", file, "ring file (.rl)")->required()->check(CLI::ExistingFile);
 
   CLI11_PARSE(app, argc, argv);
+  if (o.control.empty()) o.control = Statehub::RuntimeDir::controlSocket(o.agent);
   try {
     if (*counters) return printCounters(o, asJson);
     if (*clearCmd) return clear(o, table);

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <net/if.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -146,6 +147,30 @@ int SysCalls::ftruncate(int fd, off_t length) {
 
 int SysCalls::fstat(int fd, struct stat* st) {
   return ::fstat(fd, st);
+}
+
+int SysCalls::mkdir(const char* path, mode_t mode) {
+  return ::mkdir(path, mode);
+}
+
+int SysCalls::lstat(const char* path, struct stat* st) {
+  return ::lstat(path, st);
+}
+
+int SysCalls::chmod(const char* path, mode_t mode) {
+  return ::chmod(path, mode);
+}
+
+int SysCalls::fchmod(int fd, mode_t mode) {
+  return ::fchmod(fd, mode);
+}
+
+int SysCalls::flock(int fd, int operation) {
+  return ::flock(fd, operation);
+}
+
+ssize_t SysCalls::pread(int fd, void* buf, size_t len, off_t offset) {
+  return ::pread(fd, buf, len, offset);
 }
 
 void* SysCalls::mmap(void* addr, size_t length, int prot, int flags, int fd, off_t offset) {

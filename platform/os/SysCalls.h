@@ -79,6 +79,14 @@ class SysCalls {
   virtual int fstat(int fd, struct stat* st);
   virtual void* mmap(void* addr, size_t length, int prot, int flags, int fd, off_t offset);
   virtual int munmap(void* addr, size_t length);
+
+  // Owner-only files and folders: the runtime folder, sockets, locks.
+  virtual int mkdir(const char* path, mode_t mode);
+  virtual int lstat(const char* path, struct stat* st);
+  virtual int chmod(const char* path, mode_t mode);
+  virtual int fchmod(int fd, mode_t mode);
+  virtual int flock(int fd, int operation);
+  virtual ssize_t pread(int fd, void* buf, size_t len, off_t offset);
 };
 
 // The current service.

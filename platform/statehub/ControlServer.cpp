@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -62,8 +63,13 @@ const std::string& stringField(const json& req, const char* name) {
 
 }  // namespace
 
-ControlServer::ControlServer(EntityManager& em, std::string socketPath, Lum::EventLoop& loop)
-    : em_(&em), path_(std::move(socketPath)), loop_(&loop), relisten_(*this, loop) {
+ControlServer::ControlServer(EntityManager& em, std::string socketPath, Lum::EventLoop& loop,
+                             Access access)
+    : em_(&em),
+      access_(access),
+      path_(std::move(socketPath)),
+      loop_(&loop),
+      relisten_(*this, loop) {
   const sockaddr_un addr = unixAddress(path_);
   const auto* sa = reinterpret_cast<const sockaddr*>(&addr);
   Lum::SysCalls& sys = Lum::sysCalls();
@@ -82,6 +88,13 @@ ControlServer::ControlServer(EntityManager& em, std::string socketPath, Lum::Eve
       }
     }
     bound = true;
+    // The mode is the server's, not the umask's; nobody can connect before listen().
+    if (access_.group && ::chown(path_.c_str(), static_cast<uid_t>(-1), *access_.group) != 0) {
+      throw Lum::ErrnoException(errno, "chown control socket " + path_);
+    }
+    if (sys.chmod(path_.c_str(), access_.group ? 0660 : 0600) != 0) {
+      throw Lum::ErrnoException(errno, "chmod control socket " + path_);
+    }
     if (sys.listen(listenFd_, 16) != 0) throw Lum::ErrnoException(errno, "listen " + path_);
     loop_->readableHandlerIs(listenFd_, this);
     spareFd_ = sys.open("/dev/null", O_RDONLY | O_CLOEXEC, 0);
@@ -130,6 +143,10 @@ void ControlServer::acceptClients() {
       }
       return;
     }
+    if (!mayConnect(fd)) {
+      Lum::sysCalls().close(fd);
+      continue;
+    }
     if (!roomForClient()) {
       LUM_TRACE(traceControl, 1, "client refused: " << kMaxClients << " clients busy");
       Lum::sysCalls().close(fd);
@@ -142,6 +159,18 @@ void ControlServer::acceptClients() {
     loop_->readableHandlerIs(fd, this);
     LUM_TRACE(traceControl, 5, "client " << id << " on descriptor " << fd);
   }
+}
+
+bool ControlServer::mayConnect(int fd) const {
+  ucred peer{};
+  socklen_t len = sizeof peer;
+  if (Lum::sysCalls().getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &len) != 0) return false;
+  // With a group, the socket's mode let only its members (and owner and root) connect.
+  const bool allowed = peer.uid == ::geteuid() || peer.uid == 0 || access_.group.has_value();
+  if (!allowed) {
+    LUM_TRACE(traceControl, 1, "client of uid " << peer.uid << " pid " << peer.pid << " refused");
+  }
+  return allowed;
 }
 
 void ControlServer::shedConnection() {

@@ -25,20 +25,19 @@
 // kMaxLine is dropped without affecting anyone else.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 #include "platform/loop/EventLoop.h"
 #include "platform/statehub/EntityManager.h"
 
 namespace Statehub {
-
-// Where the agent host listens and the operator tool connects unless told otherwise.
-// Under /tmp so that the host runs without root; the host creates the folder.
-inline constexpr const char* kDefaultControlSocket = "/tmp/vxrelay/vxrelay.sock";
 
 class ControlServer : private Lum::ReadableHandler, private Lum::TimerHandler {
  public:
@@ -49,10 +48,18 @@ class ControlServer : private Lum::ReadableHandler, private Lum::TimerHandler {
   // How long the server waits for a client to make room for an answer.
   static constexpr int kSendWaitMillis = 1000;
 
+  // Who may talk to the server: the server's own user and root always; the members of
+  // `group` too when one is given (the socket is then 0660 and of that group, else
+  // 0600). A client of anyone else is closed unanswered.
+  struct Access {
+    std::optional<gid_t> group;
+  };
+
   // Listens at `socketPath`; a socket file left there by a server that is gone is
   // replaced, a live one is not (ErrnoException EADDRINUSE). The manager must outlive
   // the server.
-  ControlServer(EntityManager& em, std::string socketPath, Lum::EventLoop& loop = Lum::eventLoop());
+  ControlServer(EntityManager& em, std::string socketPath, Lum::EventLoop& loop = Lum::eventLoop(),
+                Access access = {});
   ~ControlServer() override;
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
@@ -77,6 +84,8 @@ class ControlServer : private Lum::ReadableHandler, private Lum::TimerHandler {
   // How long listening pauses when not even a spare descriptor is left.
   static constexpr double kRelistenPause = 0.1;
   void acceptClients();
+  // Whether the peer of a new connection may use the server.
+  bool mayConnect(int fd) const;
   // Sheds one pending connection when the process is out of descriptors, so that the
   // level-triggered listening socket does not stay readable for good.
   void shedConnection();
@@ -96,6 +105,7 @@ class ControlServer : private Lum::ReadableHandler, private Lum::TimerHandler {
   nlohmann::json command(const nlohmann::json& req, int requester);
 
   EntityManager* em_;
+  Access access_;
   std::string path_;
   Lum::EventLoop* loop_;
   int listenFd_ = -1;

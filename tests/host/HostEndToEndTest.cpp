@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,114 +27,12 @@
 #include "agent/VxlanAgentCounter.h"
 #include "platform/memtab/MemtabMount.h"
 #include "platform/statehub/ControlClient.h"
-#include "tests/support/ChildProcess.h"
-#include "tests/support/TempDir.h"
+#include "tests/host/HostProcess.h"
 
 namespace {
 
 using nlohmann::json;
-using TestSupport::ChildProcess;
-using TestSupport::eventually;
-using TestSupport::TempDir;
-
-// The trace ring would otherwise be a file in the working folder.
-const std::vector<std::string> kChildEnv = {"RINGLOG_DISABLE=1"};
-
-// Bounds on waiting for another process; a healthy one takes milliseconds.
-constexpr auto kStartBound = std::chrono::seconds(5);
-constexpr auto kExitBound = std::chrono::seconds(5);
-constexpr auto kToolBound = std::chrono::seconds(10);
-constexpr const char* kVtiPath = "interface/status/eth/vxlan";
-
-struct ToolRun {
-  int exitCode = -1;  // -1: it did not exit by itself
-  std::string out;
-  std::string err;
-};
-
-// A running vxrelay-host with its own name, control socket and counter table.
-class Host {
- public:
-  explicit Host(const std::string& stateFile = std::string(VXRELAY_EXAMPLES) + "/switch.json") {
-    static int serial = 0;
-    name_ = "vxr-e2e-" + std::to_string(::getpid()) + "-" + std::to_string(++serial);
-    counterObject_ = LumMemtab::Mount::objectName(name_, Vxlan::kCounterTablePath);
-    control_ = (dir_.path() / "ctl.sock").string();
-    child_.emplace(std::vector<std::string>{VXRELAY_HOST, "--name", name_, "--control", control_,
-                                            "--state", stateFile},
-                   dir_.file("host.out"), kChildEnv, dir_.file("host.err"));
-  }
-  ~Host() {
-    child_.reset();  // killed before its table goes, so that it cannot make it again
-    ::shm_unlink(counterObject_.c_str());
-  }
-
-  // Whether the host answers a get of the tunnel interfaces, which it can only once its
-  // agent has mounted everything.
-  bool ready() {
-    return eventually(
-        [this] {
-          try {
-            return Statehub::ControlClient(control_)
-                .request({{"op", "get"}, {"path", kVtiPath}}, 1.0)
-                .value("ok", false);
-          } catch (const std::exception&) {
-            return false;
-          }
-        },
-        kStartBound);
-  }
-
-  // vxrelayctl aimed at this host.
-  ToolRun ctl(std::vector<std::string> args) {
-    args.insert(args.begin(), {VXRELAY_CTL, "--agent", name_, "--control", control_});
-    const std::string tag = "ctl" + std::to_string(++toolRuns_);
-    ChildProcess tool(args, dir_.file(tag + ".out"), kChildEnv, dir_.file(tag + ".err"));
-    ToolRun run;
-    if (std::optional<int> status = tool.exitWithin(kToolBound)) {
-      if (WIFEXITED(*status)) run.exitCode = WEXITSTATUS(*status);
-    }
-    run.out = tool.output();
-    run.err = tool.errors();
-    return run;
-  }
-
-  // `vxrelayctl state get PATH`, parsed; null when it failed.
-  json stateOf(const std::string& path) {
-    const ToolRun r = ctl({"state", "get", path});
-    if (r.exitCode != 0) return nullptr;
-    return json::parse(r.out);
-  }
-
-  // `vxrelayctl state apply FILE` of a document written to a file first.
-  ToolRun apply(const json& doc) {
-    const std::filesystem::path file = dir_.path() / ("doc" + std::to_string(++docs_) + ".json");
-    std::ofstream(file) << doc.dump();
-    return ctl({"state", "apply", file.string()});
-  }
-
-  const std::string& name() const { return name_; }
-  const std::string& counterObject() const { return counterObject_; }
-  const std::string& control() const { return control_; }
-  const std::filesystem::path& dir() const { return dir_.path(); }
-  ChildProcess& child() { return *child_; }
-
- private:
-  TempDir dir_{"vxr-e2e"};
-  std::string name_;
-  std::string counterObject_;
-  std::string control_;
-  std::optional<ChildProcess> child_;
-  int toolRuns_ = 0;
-  int docs_ = 0;
-};
-
-bool sharedObjectExists(const std::string& name) {
-  const int fd = ::shm_open(name.c_str(), O_RDONLY, 0);
-  if (fd < 0) return errno != ENOENT;
-  ::close(fd);
-  return true;
-}
+using namespace TestSupport;
 
 bool allZero(const auto& readings) {
   for (const auto& r : readings) {
@@ -245,25 +144,38 @@ TEST(HostEndToEnd, SigtermEndsTheHostCleanly) {
 }
 
 // Guards against a state file whose fault is found late, reported in several lines or
-// not named at all, or that leaves a counter table behind.
+// not named at all, or that leaves a counter table behind; and against what is no
+// file at all: a directory was reported as "empty input", a FIFO blocked the host
+// before its socket was up, and /dev/zero was read until memory ran out.
 TEST(HostEndToEnd, BadStateFileEndsTheHostWithOneLine) {
   struct Case {
     const char* what;
-    std::string text;
+    std::string text;                // written to a file; empty: `path` as it is
+    std::string path;                // "fifo": a FIFO made for the case
     std::vector<std::string> named;  // what the line must mention
   };
   const std::vector<Case> cases = {
-      {"malformed", R"({"interface/status/eth/vxlan": {"vtiStatus": )", {"parse error"}},
+      {"malformed", R"({"interface/status/eth/vxlan": {"vtiStatus": )", "", {"parse error"}},
       {"out of range",
        R"({"interface/status/eth/vxlan": {"vtiStatus": {"Vxlan1": {"udpPort": 70000}}}})",
+       "",
        {"interface/status/eth/vxlan/vtiStatus/Vxlan1/udpPort", "out of range"}},
+      {"directory", "", "/", {"a directory, not a state file"}},
+      {"fifo", "", "fifo", {"a FIFO, not a state file"}},
+      {"device", "", "/dev/zero", {"a device, not a state file"}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     TempDir files;
-    const std::filesystem::path file = files.path() / "state.json";
-    std::ofstream(file) << c.text;
-    Host host(file.string());
+    std::filesystem::path file = files.path() / "state.json";
+    if (c.path == "fifo") {
+      ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    } else if (!c.path.empty()) {
+      file = c.path;
+    } else {
+      std::ofstream(file) << c.text;
+    }
+    Host host({.stateFile = file.string()});
 
     const std::optional<int> status = host.child().exitWithin(kExitBound);
     ASSERT_TRUE(status) << "the host runs with a bad state file";
