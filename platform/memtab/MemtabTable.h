@@ -26,8 +26,14 @@
 //  - TableReader::open() and every elements(): everything Layout::parse() checks (a
 //    damaged or foreign header anywhere, including collection geometry whose checksum
 //    no longer matches), and a layout that changed since the reader opened the table.
-//  - not detected: damaged element values (they carry no checksum), and an object
-//    truncated under a live mapping (that faults the process that touches it).
+//  - not detected: damaged element values (they carry no checksum). A reader copies
+//    the object instead of mapping it, so one truncated while it reads is reported as
+//    damaged rather than faulting the reader.
+//
+// Ownership: the writer adopts an existing object only when it is its own user's and
+// closed to others (mode 0600); any other object (planted by another user, who could
+// forge counts or truncate it under the writer) is removed and made anew, with a trace
+// line.
 //
 // Elements are naturally aligned; the writer stores and the readers load them with
 // relaxed atomic operations, so a reader never sees a torn count. There is one writer
@@ -128,17 +134,26 @@ class TableReader {
   // The layout as found at open().
   const Layout& layout() const { return layout_; }
 
-  // Checks the header again, then copies the elements of `collection`, each widened to
-  // 64 bits. Throws Memtab::CorruptionDetectedException when the header is damaged or
-  // no longer the one found at open(), or when the collection is missing or its
-  // elements are not `elementBytes` wide.
+  // Copies the table, checks its header again, then gives the elements of
+  // `collection`, each widened to 64 bits. Throws Memtab::CorruptionDetectedException
+  // when the header is damaged or no longer the one found at open(), when the object
+  // has shrunk, or when the collection is missing or its elements are not
+  // `elementBytes` wide.
   std::vector<uint64_t> elements(std::string_view collection, uint32_t elementBytes) const;
 
+  TableReader(TableReader&& o) noexcept;
+  TableReader& operator=(TableReader&&) = delete;
+  ~TableReader();
+
  private:
-  TableReader(std::string objectName, Mapping mapping, Layout layout);
+  TableReader(std::string objectName, int fd, Layout layout);
+  // The table's bytes as they are now, at most `limit` of them. The reader copies them
+  // with pread() rather than mapping them: a mapping of an object that someone
+  // truncates faults (SIGBUS) on the next read, a copy just comes out short.
+  std::vector<unsigned char> snapshot(size_t limit) const;
 
   std::string objectName_;
-  Mapping mapping_;
+  int fd_ = -1;
   Layout layout_;
 };
 

@@ -218,9 +218,16 @@ TraceFile* initialize(const char* name, const uint32_t sizes[kLevels], const cha
   std::unique_ptr<TraceFile> tf(new TraceFile);
   tf->flags_ = flags;
   tf->path_ = resolvedPath(name);
-  tf->fd_ = ::open(tf->path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  // Never through a link and never into a file of someone else's: the folder may be
+  // one that others can write (RINGLOGDIR), and the host may run as root.
+  tf->fd_ = ::open(tf->path_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (tf->fd_ < 0) throw Lum::ErrnoException(errno, "create ring log " + tf->path_);
-  if (::ftruncate(tf->fd_, static_cast<off_t>(total)) != 0) {
+  struct stat st {};
+  if (::fstat(tf->fd_, &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != ::geteuid()) {
+    throw Lum::ErrnoException(EPERM, "ring log " + tf->path_ + " is not a regular file of ours");
+  }
+  // Emptied first, so that every byte of the new size reads as zero.
+  if (::ftruncate(tf->fd_, 0) != 0 || ::ftruncate(tf->fd_, static_cast<off_t>(total)) != 0) {
     const int err = errno;
     ::unlink(tf->path_.c_str());
     throw Lum::ErrnoException(err, "size ring log " + tf->path_);

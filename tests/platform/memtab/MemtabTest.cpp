@@ -1,4 +1,8 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -153,6 +157,40 @@ TEST(MemtabTableTest, ReaderReportsMissingAndRelaidTables) {
   Table::openOrCreate(guard.name(), Layout::plan({{"narrow", 2, 3}, {"wide", 8, 5}}));
   EXPECT_NE(corruptionText([&] { reader.elements("wide", 8); }).find("laid out again"),
             std::string::npos);
+
+  // A table truncated while a reader has it open faulted the reader (SIGBUS).
+  TableReader shrinking = TableReader::open(guard.name());
+  const int fd = ::shm_open(guard.name().c_str(), O_RDWR, 0);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(::ftruncate(fd, 100), 0);
+  ::close(fd);
+  EXPECT_NE(corruptionText([&] { shrinking.elements("wide", 8); }).find("shrunk"),
+            std::string::npos);
+}
+
+// Guards adoption: an object that another user could reach (planted open to all, or of
+// another owner) was kept, letting that user forge counts or truncate the table under
+// the writer. It is replaced by one of the writer's own, closed to others.
+TEST(MemtabTableTest, ObjectOpenToOthersIsReplaced) {
+  SharedObjectGuard guard(Mount::objectName(uniqueAgentName("planted"), "t"));
+  const mode_t old = ::umask(0);
+  const int fd = ::shm_open(guard.name().c_str(), O_RDWR | O_CREAT, 0666);
+  ::umask(old);
+  ASSERT_GE(fd, 0);
+  struct stat st {};
+  ASSERT_EQ(::fchmod(fd, 0666), 0);
+  ::close(fd);
+  std::ostringstream trace;
+  Lum::coverageStreamIs(&trace);
+  Table::openOrCreate(guard.name(), twoCollections());
+  Lum::coverageStreamIs(nullptr);
+  EXPECT_NE(trace.str().find("replaced: open to other users"), std::string::npos) << trace.str();
+  const int again = ::shm_open(guard.name().c_str(), O_RDONLY, 0);
+  ASSERT_GE(again, 0);
+  ASSERT_EQ(::fstat(again, &st), 0);
+  ::close(again);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  EXPECT_EQ(st.st_uid, ::geteuid());
 }
 
 // A service whose shared-memory calls fail on demand and that tracks descriptors.
@@ -186,7 +224,7 @@ TEST(MemtabTableTest, FailedSystemCallsNameTheStepAndCloseTheDescriptor) {
     int FailingShm::*which;
     int err;
     const char* step;
-  } cases[] = {{&FailingShm::failShmOpen, EACCES, "shm_open "},
+  } cases[] = {{&FailingShm::failShmOpen, EMFILE, "shm_open "},
                {&FailingShm::failFtruncate, ENOSPC, "ftruncate "},
                {&FailingShm::failMmap, ENOMEM, "mmap "}};
   for (const auto& c : cases) {

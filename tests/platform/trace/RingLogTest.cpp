@@ -3,7 +3,9 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+
 #include <unistd.h>
+#include <fstream>
 
 #include <cstdlib>
 #include <filesystem>
@@ -90,6 +92,27 @@ TEST_F(RingLogTest, InitializeNamesFileAndLink) {
 
   const auto tooBig = sizes({3}, RingLog::kMaxRingKiB + 1);
   EXPECT_THROW(RingLog::initialize("big.rl", tooBig.data()), Lum::RangeException);
+}
+
+// Guards a folder others may write: a link planted where the ring file goes made a
+// root host truncate and overwrite the file it pointed to. A link, and a file of
+// another user, are refused and left as they are.
+TEST_F(RingLogTest, RefusesLinksAndFilesOfOthers) {
+  const auto s = sizes({0});
+  const std::string victim = dir_ + "/victim", planted = dir_ + "/planted.rl";
+  std::ofstream(victim) << "precious";
+  fs::create_symlink(victim, planted);
+  EXPECT_THROW(RingLog::initialize("planted.rl", s.data()), Lum::ErrnoException);
+  EXPECT_EQ(RingLog::traceFile(), nullptr);
+  std::ifstream in(victim);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "precious");
+
+  if (::geteuid() != 0) return;  // a file of another user needs root to make
+  const std::string foreign = dir_ + "/foreign.rl";
+  std::ofstream(foreign) << "theirs";
+  ASSERT_EQ(::chown(foreign.c_str(), 65534, 65534), 0);
+  EXPECT_THROW(RingLog::initialize("foreign.rl", s.data()), Lum::ErrnoException);
+  EXPECT_EQ(fs::file_size(foreign), 6u);
 }
 
 // Guards the "off" promise: no file open means no registration, no evaluation of the
