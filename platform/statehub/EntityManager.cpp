@@ -221,20 +221,30 @@ void EntityManager::stateIs(const json& doc) {
     }
     byPath[p] = content;
   }
+  // Kept state is merged into a copy and measured before anything is written, so that
+  // a document refused for its size changes nothing either.
+  std::optional<json> nextPending;
   for (const auto& [p, content] : byPath.items()) {
     auto it = mounts_.find(p);
-    if (it != mounts_.end())
+    if (it != mounts_.end()) {
       StateDocument::check(content, *it->second.type, it->second.entity.ptr(), p);
+    } else {
+      if (!nextPending) nextPending = pending_;
+      StateDocument::merge((*nextPending)[p], content);
+    }
   }
+  if (nextPending && nextPending->dump().size() > kMaxPendingBytes) {
+    throw StateError(byPath.begin().key(),
+                     "state kept for paths that nothing mounts would exceed " +
+                         std::to_string(kMaxPendingBytes) + " bytes");
+  }
+  if (nextPending) pending_ = std::move(*nextPending);
   for (const auto& [p, content] : byPath.items()) {
     auto it = mounts_.find(p);
-    if (it == mounts_.end()) {
-      StateDocument::merge(pending_[p], content);
-    } else {
-      // Held: a reactor may do anything while it reacts, short of unmounting.
-      Lum::Ptr<Lum::Entity> e = it->second.entity;
-      StateDocument::apply(content, *e, p);
-    }
+    if (it == mounts_.end()) continue;  // kept above
+    // Held: a reactor may do anything while it reacts, short of unmounting.
+    Lum::Ptr<Lum::Entity> e = it->second.entity;
+    StateDocument::apply(content, *e, p);
   }
 }
 

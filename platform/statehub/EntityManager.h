@@ -42,6 +42,7 @@
 
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -123,6 +124,10 @@ class EntityManager : public Lum::VFPtrInterface {
   // Virtual so that a test can watch the groups an agent asks for.
   virtual Lum::Ptr<MountGroup> getMountGroup(Mounter* mounter);
 
+  // The most bytes of state kept for paths that nothing has mounted (as JSON text). A
+  // document that would keep more is refused whole: nothing bounds what a client may
+  // send for such paths otherwise.
+  static constexpr size_t kMaxPendingBytes = 16u << 20;
   // The most components a path may have; longer ones are refused (StateError).
   static constexpr size_t kMaxPathComponents = 64;
 

@@ -197,6 +197,20 @@ TEST_F(StatehubTest, RefusedDocumentChangesNothingAndNamesThePath) {
     EXPECT_EQ(em->stateOf(kVti), before) << content;
   }
   EXPECT_THROW(em->stateIs(json::array()), StateError);
+
+  // State for paths nothing mounts was kept without limit (a 256 MiB file peaked at
+  // 1.3 GB): past the bound the document is refused whole and nothing more is kept.
+  em->stateIs({{"later/a", {{"x", "small"}}}});
+  const std::string big(EntityManager::kMaxPendingBytes / 2, 'x');
+  em->stateIs({{"later/b", {{"x", big}}}});
+  try {
+    em->stateIs({{kVti, {{"label", "not written"}}}, {"later/c", {{"x", big}}}});
+    ADD_FAILURE() << "kept more than the bound";
+  } catch (const StateError& e) {
+    EXPECT_NE(std::string(e.what()).find("nothing mounts would exceed"), std::string::npos);
+  }
+  EXPECT_EQ(em->pendingStatePaths(), (std::vector<std::string>{"later/a", "later/b"}));
+  EXPECT_EQ(em->stateOf(kVti), before);
 }
 
 // Guards deletion by null in maps and collections, and that a delete of something
