@@ -21,8 +21,6 @@ Lum::TraceFacility& trace = Lum::traceFacility("OverlayRelayAgent");
 // Created at load on behalf of the shared-memory tables.
 [[maybe_unused]] Lum::TraceFacility& memtabTrace = Lum::traceFacility("RootPathBase::Lum");
 
-constexpr const char* kTypeName = "Vxlan::OverlayRelayAgent::OverlayRelayAgent";
-
 struct MountRow {
   const char* mode;
   const char* type;
@@ -57,15 +55,7 @@ static_assert(std::size(kMounts) == 17);
 
 }  // namespace
 
-const Lum::TypeInfo& OverlayRelayAgent::kType = Lum::TypeRegistry::add(
-    Lum::TypeInfo(kTypeName, "Lum::Entity")
-        .attribute("mountsComplete", kMountsComplete,
-                   Lum::textAttr<&OverlayRelayAgent::mountsComplete>())
-        .operation("doCleanup",
-                   [](Lum::Entity& e) { static_cast<OverlayRelayAgent&>(e).doCleanup(); })
-        .constructor({"name"}, [](const Lum::TypeInfo::Args& a) -> Lum::Ptr<Lum::Entity> {
-          return overlayRelayAgentFactory(Lum::Name(a[0].second));
-        }));
+// kType registers in AgentTypeTable.cpp, in the order of the library's type table.
 
 OverlayRelayAgent::OverlayRelayAgent(const Lum::Name& name)
     : CAgent(name),

@@ -42,7 +42,39 @@ class OverlayRelayAgent : public AgentBase::CAgent {
     OverlayRelayAgent* vxAgent_;
   };
 
-  enum : int { kMountsComplete = CAgent::kAttrEnd, kAttrEnd };
+  // Attribute ids, in declaration order.
+  enum : int {
+    kIpStatusDir = CAgent::kAttrEnd,
+    kFhrpStatus,
+    kFhrpVarpMacStatus,
+    kVtiStatusDir,
+    kVxHwStatusDir,
+    kKernelNetworkInfoRoot,
+    kKernelNetworkInfoManager,
+    kMlagConfig,
+    kMlagStatus,
+    kBridgingConfig,
+    kIntfStatusDir,
+    kVxAgentCounter,
+    kVniToVlanMaps,
+    kVtepStatusDirV2,
+    kBridgingHwCapabilities,
+    kAllVrfStatus,
+    kVxStatusDir,
+    kIgmpConfig,
+    kPimConfig,
+    kVirtualArpSm,
+    kArpReplyReplicationSm,
+    kLocal2RemoteForwarderSm,
+    kRemote2LocalForwarderSm,
+    kCliRequestDir,
+    kCliRequestStatus,
+    kCliRequestDirSm,
+    kVxCliCallback,
+    kL2rVarpIpMacTableCol,
+    kMountsComplete,
+    kAttrEnd
+  };
   static constexpr rlim_t kFileLimit = 5120;
 
   explicit OverlayRelayAgent(const Lum::Name& name);

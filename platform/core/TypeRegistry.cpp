@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <memory>
 
@@ -16,6 +17,12 @@ std::map<std::string, std::unique_ptr<TypeInfo>, std::less<>>& registry() {
   static std::map<std::string, std::unique_ptr<TypeInfo>, std::less<>> types;
   return types;
 }
+
+// The names in the order they registered: a library's type table is read in that order.
+std::vector<std::string>& registrationOrder() {
+  static std::vector<std::string> names;
+  return names;
+}
 }  // namespace
 
 TypeInfo::TypeInfo(std::string fullName, std::string baseName)
@@ -27,6 +34,11 @@ const TypeInfo* TypeInfo::base() const {
 
 TypeInfo&& TypeInfo::attribute(std::string name, int id, TextAccess access) && {
   attributes_.push_back({std::move(name), id, std::move(access)});
+  return std::move(*this);
+}
+
+TypeInfo&& TypeInfo::attributeNames(std::initializer_list<const char*> names, int firstId) && {
+  for (const char* name : names) attributes_.push_back({name, firstId++, {}});
   return std::move(*this);
 }
 
@@ -88,6 +100,7 @@ const TypeInfo& TypeRegistry::add(TypeInfo type) {
   std::string name = type.fullName();
   if (types.count(name)) throwNameInUseException(name);
   auto [it, inserted] = types.emplace(name, std::make_unique<TypeInfo>(std::move(type)));
+  registrationOrder().push_back(std::move(name));
   return *it->second;
 }
 
@@ -97,9 +110,7 @@ const TypeInfo* TypeRegistry::type(std::string_view fullName) {
 }
 
 std::vector<std::string> TypeRegistry::typeNames() {
-  std::vector<std::string> names;
-  for (const auto& [name, type] : registry()) names.push_back(name);
-  return names;
+  return registrationOrder();
 }
 
 GenericRef::GenericRef(Ptr<const Entity> e) : constEntity_(std::move(e)), isConst_(true) {}
@@ -236,11 +247,14 @@ unsigned long long parseUnsigned(std::string_view text, unsigned long long max) 
 }
 
 double parseDouble(std::string_view text) {
-  std::string s(text);
-  char* end = nullptr;
-  errno = 0;
-  double v = std::strtod(s.c_str(), &end);
-  if (s.empty() || end != s.c_str() + s.size() || errno != 0) throwBadText("number", text);
+  // A plain decimal or exponent form only: no blanks, no hex, no infinity or NaN,
+  // which no attribute of ours can mean.
+  double v = 0;
+  const char* end = text.data() + text.size();
+  auto [stop, err] = std::from_chars(text.data(), end, v, std::chars_format::general);
+  if (text.empty() || err != std::errc() || stop != end || !std::isfinite(v)) {
+    throwBadText("number", text);
+  }
   return v;
 }
 

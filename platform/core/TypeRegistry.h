@@ -14,7 +14,9 @@
 // the control socket use it to reach attributes by name.
 #pragma once
 
+#include <charconv>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -86,6 +88,9 @@ class TypeInfo {
   explicit TypeInfo(std::string fullName, std::string baseName = "");
 
   TypeInfo&& attribute(std::string name, int id, TextAccess access = {}) &&;
+  // Attributes known by name and id only (a state machine's inputs and collections,
+  // which the generic interface does not reach), ids counting from `firstId`.
+  TypeInfo&& attributeNames(std::initializer_list<const char*> names, int firstId = 0) &&;
   TypeInfo&& operation(std::string name, std::function<void(Entity&)> op) &&;
   // `argNames` is the one argument list the factory accepts.
   TypeInfo&& constructor(std::vector<std::string> argNames, Factory factory) &&;
@@ -118,6 +123,7 @@ class TypeRegistry {
   // Registers `type` under its full name; a second type of the same name is a fault.
   static const TypeInfo& add(TypeInfo type);
   static const TypeInfo* type(std::string_view fullName);
+  // Every registered name, in the order the types registered.
   static std::vector<std::string> typeNames();
 };
 
@@ -160,6 +166,11 @@ std::string toText(const V& v) {
     return v ? "true" : "false";
   } else if constexpr (std::is_integral_v<V> && sizeof(V) == 1) {
     return std::to_string(static_cast<int>(v));
+  } else if constexpr (std::is_floating_point_v<V>) {
+    // The shortest text that reads back as the same value: what `get` shows can be
+    // applied again unchanged.
+    char text[32];
+    return std::string(text, std::to_chars(text, text + sizeof text, v).ptr);
   } else {
     std::ostringstream os;
     os << v;
@@ -298,6 +309,20 @@ TextAccess collectionAttr() {
   a.entryDel = [](Entity& e, std::string_view key) { (static_cast<C&>(e).*Del)(fromText<K>(key)); };
   a.element = [](const Entity& e, std::string_view key) -> Ptr<Entity> {
     return Ptr<Entity>((static_cast<const C&>(e).*Get)(fromText<K>(key)).ptr());
+  };
+  return a;
+}
+
+// Read-only text access for a reference to an entity held elsewhere (a Ptr or a plain
+// pointer): its path, or "" while it is empty.
+template <auto Get>
+TextAccess entityRefAttr() {
+  using C = typename GetterOf<Get>::Class;
+  TextAccess a;
+  a.kind = AttrKind::value;
+  a.get = [](const Entity& e) -> std::string {
+    const auto& ref = (static_cast<const C&>(e).*Get)();
+    return ref ? ref->uriPath() : std::string();
   };
   return a;
 }

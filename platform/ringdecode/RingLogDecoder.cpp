@@ -436,7 +436,10 @@ void decodeRing(const std::vector<unsigned char>& file, uint64_t ringOffset, int
 }  // namespace
 
 std::vector<std::string> decodeFile(const std::string& path) {
-  const std::vector<unsigned char> file = readWholeFile(path);
+  return decode(readWholeFile(path), path);
+}
+
+std::vector<std::string> decode(const std::vector<unsigned char>& file, const std::string& path) {
   FileHeader fh;
   if (file.size() < sizeof fh) throw Lum::Exception("not a ring log file: " + path);
   std::memcpy(&fh, file.data(), sizeof fh);

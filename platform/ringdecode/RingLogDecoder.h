@@ -15,5 +15,7 @@ namespace RingLog {
 // ends with a line "L5 <...>" saying what is wrong. Throws Lum::ErrnoException when the
 // file cannot be read and Lum::Exception when it is not a ring file.
 std::vector<std::string> decodeFile(const std::string& path);
+// The same for the bytes of a ring file read already; `path` names it in errors.
+std::vector<std::string> decode(const std::vector<unsigned char>& file, const std::string& path);
 
 }  // namespace RingLog

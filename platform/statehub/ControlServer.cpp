@@ -49,23 +49,11 @@ bool staleSocket(const sockaddr_un& addr) {
   return refused;
 }
 
-json failure(std::string_view text) {
-  return json{{"ok", false}, {"error", text}};
-}
-
-const std::string& stringField(const json& req, const char* name) {
-  auto it = req.find(name);
-  if (it == req.end() || !it->is_string()) {
-    throw Lum::RangeException(std::string("the request needs a string \"") + name + "\"");
-  }
-  return it->get_ref<const std::string&>();
-}
-
 }  // namespace
 
 ControlServer::ControlServer(EntityManager& em, std::string socketPath, Lum::EventLoop& loop,
                              Access access)
-    : em_(&em),
+    : requests_(em),
       access_(access),
       path_(std::move(socketPath)),
       loop_(&loop),
@@ -277,7 +265,7 @@ void ControlServer::handleNext(uint64_t id) {
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     if (line.find_first_not_of(" \t") != std::string_view::npos) break;
   }
-  const std::string text = DocumentText::dump(answerOf(std::string(line), c->fd)) + "\n";
+  const std::string text = DocumentText::dump(requests_.answerOf(line, c->fd)) + "\n";
   std::weak_ptr<int> alive = alive_;
   loop_->defer(
       [this, alive, id, text] {
@@ -316,57 +304,6 @@ void ControlServer::drop(uint64_t id, std::string_view why) {
   Lum::sysCalls().close(c->fd);
   idOfFd_.erase(c->fd);
   clients_.erase(id);
-}
-
-json ControlServer::answerOf(const std::string& line, int requester) {
-  json req;
-  try {
-    req = DocumentText::parse(line, "malformed request");
-  } catch (const StateError& e) {
-    return failure(e.what());
-  }
-  if (!req.is_object()) return failure("a request is a JSON object");
-  try {
-    const std::string& op = stringField(req, "op");
-    if (op == "apply") {
-      auto state = req.find("state");
-      if (state == req.end()) return failure("the request needs a \"state\"");
-      em_->stateIs(*state);
-      json ok{{"ok", true}};
-      json pending = json::array();
-      for (const auto& [path, content] : state->items()) {
-        if (!em_->isMounted(path)) pending.push_back(EntityManager::normalizedPath(path));
-      }
-      if (!pending.empty()) ok["pending"] = std::move(pending);
-      return ok;
-    }
-    if (op == "get") return json{{"ok", true}, {"state", em_->stateOf(stringField(req, "path"))}};
-    if (op == "command") return command(req, requester);
-    return failure("unknown op \"" + op + "\"");
-  } catch (const std::exception& e) {
-    return failure(e.what());
-  }
-}
-
-json ControlServer::command(const json& req, int requester) {
-  const std::string& path = stringField(req, "path");
-  const std::string& type = stringField(req, "type");
-  const std::string& text = stringField(req, "command");
-  Lum::Ptr<Lum::Dir> dir = Lum::ptrCast<Lum::Dir>(em_->getEntity(path));
-  if (!dir) throw StateError(path, "not a Lum::Dir");
-  // Naming the type through its class also links its registration into the program.
-  const Lum::TypeInfo& requestType = Agent::AgentCommandRequest::kType;
-  std::string id;
-  do {
-    id = std::to_string(++lastRequestId_);
-  } while (dir->entity(Lum::Name(id)));
-  Lum::Ptr<Lum::Entity> request = requestType.construct({{"name", id}});
-  Lum::GenericRef ref(request);
-  ref.attributeIs("type", type);
-  ref.attributeIs("command", text);
-  ref.attributeIs("socket", std::to_string(requester));
-  dir->entityIs(request);
-  return json{{"ok", true}, {"request", id}};
 }
 
 }  // namespace Statehub

@@ -35,6 +35,7 @@
 #include <string>
 
 #include "platform/loop/EventLoop.h"
+#include "platform/statehub/ControlRequests.h"
 #include "platform/statehub/EntityManager.h"
 
 namespace Statehub {
@@ -100,11 +101,7 @@ class ControlServer : private Lum::ReadableHandler, private Lum::TimerHandler {
   void watchIs(Client& c, bool on);
   void drop(uint64_t id, std::string_view why);
   Client* client(uint64_t id);
-  // The answer to one request line; `requester` is the client's descriptor number.
-  nlohmann::json answerOf(const std::string& line, int requester);
-  nlohmann::json command(const nlohmann::json& req, int requester);
-
-  EntityManager* em_;
+  ControlRequests requests_;
   Access access_;
   std::string path_;
   Lum::EventLoop* loop_;
@@ -115,7 +112,6 @@ class ControlServer : private Lum::ReadableHandler, private Lum::TimerHandler {
   std::map<uint64_t, Client> clients_;  // by an id never reused, unlike descriptors
   std::map<int, uint64_t> idOfFd_;
   uint64_t lastClientId_ = 0;
-  uint64_t lastRequestId_ = 0;
   // Deferred work holds a weak reference: work left on the loop when the server goes
   // finds it expired and does nothing.
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -88,6 +89,30 @@ class OverlayRelayAgentTest : public ::testing::Test {
   Lum::Ptr<OverlayRelayAgent> agent_;
 };
 
+// Guards the library's type table: its types registered in their order, and every
+// attribute of the agent reachable by its name, with the id that names it back.
+TEST_F(OverlayRelayAgentTest, TypeTableInOrderWithEveryAttributeByName) {
+  const std::vector<std::string> table = {
+      "Vxlan::OverlayRelayAgent::OverlayRelayAgent::VxCliCallback",
+      "Vxlan::OverlayRelayAgent::OverlayRelayAgent", "Vxlan::VirtualArpSm",
+      "Vxlan::Local2RemoteForwarderSm", "Vxlan::Remote2LocalForwarderSm"};
+  std::vector<std::string> registered;
+  for (const std::string& name : Lum::TypeRegistry::typeNames()) {
+    if (std::find(table.begin(), table.end(), name) != table.end()) registered.push_back(name);
+  }
+  EXPECT_EQ(registered, table);
+
+  const Lum::TypeInfo& type = agent_->fwkType();
+  EXPECT_EQ(type.ownAttributes().size(), 29u);
+  for (int id = OverlayRelayAgent::kIpStatusDir; id < OverlayRelayAgent::kAttrEnd; ++id) {
+    const Lum::String8 name = agent_->attributeString(id);
+    ASSERT_NE(name, Lum::String8("unknown")) << id;
+    EXPECT_EQ(type.attribute(name.view())->id, id) << name;
+  }
+  EXPECT_EQ(Lum::TypeRegistry::type("Vxlan::Remote2LocalForwarderSm")->attribute("vtiStatusSm")->id,
+            9);
+}
+
 // Guards the one constructor argument list the host may use, and its report.
 TEST_F(OverlayRelayAgentTest, BuiltByTypeNameOnly) {
   EXPECT_EQ(agent_->name(), Lum::Name(name_));
@@ -155,6 +180,10 @@ TEST_F(OverlayRelayAgentTest, MountsCompleteBuildsTheMachines) {
   EXPECT_EQ(agent_->kernelNetworkInfoManager()->root().ptr(), agent_->kernelNetworkInfoRoot());
   EXPECT_EQ(agent_->cliRequestDirSm()->agentCommandCallback().ptr(), agent_->vxCliCallback());
   EXPECT_EQ(agent_->cliRequestDirSm()->status(), agent_->cliRequestStatus());
+  // References read through the generic interface as the path of what they point at.
+  const Lum::GenericRef generic(Lum::Ptr<Lum::Entity>(agent_.ptr()));
+  EXPECT_EQ(generic.attribute("vtiStatusDir"), agent_->vtiStatusDir()->uriPath());
+  EXPECT_EQ(generic.attribute("mountsComplete"), "true");
 }
 
 // Guards the failed start: a mount group that fails leaves the agent without any
