@@ -28,6 +28,7 @@ using R2L::Drop;
 enum class Detail : uint8_t { none, lengthLimit, flags, vni, error };
 
 struct DropRow {
+  Drop why;
   VxlanCounterId counter;  // +1 per drop
   bool countBytes;         // r2lFilteredBytes gets the frame's length as well
   int level;
@@ -37,20 +38,28 @@ struct DropRow {
   Detail detail;
 };
 
-// One row per R2L::Drop, in its order.
+using Id = VxlanCounterId;
+// clang-format off
 constexpr DropRow kDropRows[R2L::kDropReasons] = {
-    /* none */ {VxlanCounterId::r2lSocketErrors, false, 0, "", Detail::none},
-    /* tooShort */
-    {VxlanCounterId::r2lBadLength, false, 0, "discard too short frame", Detail::lengthLimit},
-    /* empty */
-    {VxlanCounterId::r2lBadLength, false, 0, "discard empty frame", Detail::lengthLimit},
-    /* filtered */ {VxlanCounterId::r2lFilteredFrames, true, 7, "filter frame", Detail::none},
-    /* badFlags */ {VxlanCounterId::r2lBadFlags, false, 0, "invalid vxlan flags", Detail::flags},
-    /* unknownVlan */
-    {VxlanCounterId::r2lUnknownVlan, false, 0, "discard unknown vlan", Detail::vni},
-    /* readError */ {VxlanCounterId::r2lSocketErrors, false, 0, "read error:", Detail::error},
-    /* sendError */ {VxlanCounterId::r2lSocketErrors, false, 0, "send error:", Detail::error},
+    {Drop::none,        Id::r2lSocketErrors,   false, 0, "",                        Detail::none},
+    {Drop::tooShort,    Id::r2lBadLength,      false, 0, "discard too short frame", Detail::lengthLimit},
+    {Drop::empty,       Id::r2lBadLength,      false, 0, "discard empty frame",     Detail::lengthLimit},
+    {Drop::filtered,    Id::r2lFilteredFrames, true,  7, "filter frame",            Detail::none},
+    {Drop::badFlags,    Id::r2lBadFlags,       false, 0, "invalid vxlan flags",     Detail::flags},
+    {Drop::unknownVlan, Id::r2lUnknownVlan,    false, 0, "discard unknown vlan",    Detail::vni},
+    {Drop::readError,   Id::r2lSocketErrors,   false, 0, "read error:",             Detail::error},
+    {Drop::sendError,   Id::r2lSocketErrors,   false, 0, "send error:",             Detail::error},
 };
+// clang-format on
+
+// The table is indexed by the reason: each row must stand at its reason's place.
+constexpr bool rowsInOrder() {
+  for (int i = 0; i < R2L::kDropReasons; ++i) {
+    if (kDropRows[i].why != static_cast<Drop>(i)) return false;
+  }
+  return true;
+}
+static_assert(rowsInOrder());
 
 // The text behind a drop's words: the detail its row names.
 struct DropText {
