@@ -119,6 +119,15 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::dropFrame(Drop why, uint32_t len, 
   if (row.countBytes) vxlanCounterInc(VxlanCounterId::r2lFilteredBytes, len);
 }
 
+void Remote2LocalForwarderSm::LumVtiStatusSm::countReceived(const uint8_t* buf, uint32_t len) {
+  dump_buf("R2LSm encaped frame", buf, len);
+  vxlanCounterInc(VxlanCounterId::r2lRxFrames, 1);
+  vxlanCounterInc(VxlanCounterId::r2lRxBytes, len);
+  R2L_TRACE(7, "() read " << len << " bytes");
+  RINGLOG(7, "R2LSm(%s)::handleFileDescriptor() read %u bytes", intfId_.stringValue().charPtr(),
+          len);
+}
+
 void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc) {
   R2L_TRACE(8,
             "() initialized:" << initialized_ << " localSock:" << localSock_ << " desc:" << desc);
@@ -143,12 +152,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
       return;  // EAGAIN: drained
     }
     const uint32_t len = static_cast<uint32_t>(got.rc);
-    dump_buf("R2LSm encaped frame", buf, len);
-    vxlanCounterInc(VxlanCounterId::r2lRxFrames, 1);
-    vxlanCounterInc(VxlanCounterId::r2lRxBytes, len);
-    R2L_TRACE(7, "() read " << len << " bytes");
-    RINGLOG(7, "R2LSm(%s)::handleFileDescriptor() read %u bytes", intfId_.stringValue().charPtr(),
-            len);
+    countReceived(buf, len);
 
     const R2L::Decap d = R2L::decapFrame(buf, len, filter);
     if (d.drop != Drop::tooShort && d.drop != Drop::empty) traceHeaders(buf, d);

@@ -327,6 +327,8 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
     return r ? r->VniToVlanMap::NotifieeConst::notifier().ptr() : nullptr;
   }
   Lum::SysResult sendFrame(const uint8_t* frame, int32_t len);
+  // A frame read: its dump, the receive counters and trace.
+  void countReceived(const uint8_t* buf, uint32_t len);
   // The one exit of a dropped frame: traces, writes the ring record and counts, as the
   // drop table's row for `why` says. `len` is the frame's length, `detail` what
   // R2L::Decap::detail holds, `err` the errno of a socket failure.
