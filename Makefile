@@ -1,8 +1,13 @@
 # Entry points for a new machine. `make test` installs missing build dependencies,
 # configures, builds and runs every test; `make asan-test` does the same under
 # AddressSanitizer and UndefinedBehaviorSanitizer (unit tests only); `make run` builds
-# and starts the agent host with the example state file until Ctrl-C.
-.PHONY: deps build test run asan asan-test bench clean
+# and starts the agent host with the example state file until Ctrl-C. `make fuzz`
+# builds the fuzz targets with clang and libFuzzer in build/fuzz and runs each for
+# FUZZ_SECONDS (fuzz/README.md); `make test` replays their corpora without clang.
+.PHONY: deps build test run asan asan-test bench fuzz clean
+
+FUZZ_SECONDS ?= 60
+FUZZ_CXX ?= clang++
 
 deps:
 	./scripts/install-deps.sh
@@ -27,6 +32,22 @@ asan-test: asan
 bench: build
 	./build/release/bench/r2l_frame_path_bench
 	./build/release/bench/counter_add_bench
+
+# New inputs go to build/fuzz/corpus/<name>, never into the committed seeds; a failing
+# input is written to build/fuzz/artifacts/<name>/ and the run stops there.
+fuzz:
+	./scripts/install-deps.sh fuzz
+	cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DCMAKE_CXX_COMPILER=$(FUZZ_CXX) -DVXRELAY_LIBFUZZER=ON
+	cmake --build build/fuzz -j2 --target fuzz_targets
+	set -e; for program in build/fuzz/fuzz/*_fuzz; do \
+	  name=$$(basename $$program _fuzz); \
+	  mkdir -p build/fuzz/corpus/$$name build/fuzz/artifacts/$$name; \
+	  echo "fuzzing $$name for $(FUZZ_SECONDS) s"; \
+	  $$program -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	    -artifact_prefix=build/fuzz/artifacts/$$name/ \
+	    build/fuzz/corpus/$$name fuzz/corpus/$$name fuzz/regressions/$$name; \
+	done
 
 clean:
 	rm -rf build

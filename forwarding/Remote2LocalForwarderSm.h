@@ -7,24 +7,35 @@
 // Use: build the manager with its Inputs; it follows the tunnel interface directory
 // and keeps one LumVtiStatusSm per VTI (vtiStatusSm(intfId)). Each machine opens its
 // sockets while its interface is up, rebuilds the remote socket when the UDP port, the
-// source interface, the VTEP address or the flood group changes, writes the implicit
-// IGMP memberships and PIM mode of the source interface, and keeps the VNI to VLAN
-// table of its VTI (the inverse of the status's vlanToVniMap) for the frame path.
-// Removing a VTI from the directory closes its sockets and clears that configuration.
+// source interface or its kernel device, the VTEP address or the flood group changes,
+// writes the implicit IGMP memberships and PIM mode of the source interface, and keeps
+// the VNI to VLAN table of its VTI (the inverse of the status's vlanToVniMap) for the
+// frame path. Removing a VTI from the directory closes its sockets and clears that
+// configuration.
 //
 // The frame path runs inside the readable notification of remoteSock, on the agent's
 // one event loop, for at most maxProcessTime per run; a frame is read once into one
-// buffer on the stack and changed in place. A frame that cannot be forwarded is
-// dropped, traced and counted: nothing is thrown and no error is returned.
+// buffer on the stack and changed in place by R2L::decapFrame. A frame that cannot be
+// forwarded is dropped, traced and counted through one exit: nothing is thrown and no
+// error is returned. The readable watch is on only while localSock is open, so a
+// datagram or a socket error that cannot be handled is never left to wake the loop
+// again and again.
+//
+// The class family is spread over files by concern: Remote2LocalForwarderSm.cpp (the
+// manager and the per-VTI lifecycle), R2LFrameLoop.cpp (the frame loop and its drop
+// exit), R2LSockets.cpp, R2LVniTable.cpp and R2LMembership.cpp; the per-frame function
+// is R2LFramePath.h.
 #pragma once
 
 #include <cstdint>
 
 #include "agent/VxlanAgentCounter.h"
+#include "forwarding/R2LFramePath.h"
 #include "frames/LocalFrameHdr.h"
 #include "platform/core/Instance.h"
 #include "platform/core/Reactor.h"
 #include "platform/loop/FileDescriptor.h"
+#include "platform/os/SysCalls.h"
 #include "platform/status/interface/KernelNetworkInfo.h"
 #include "platform/status/mlag/MlagStatus.h"
 #include "platform/status/routing/IgmpApplicationConfig.h"
@@ -171,7 +182,8 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
    public:
     void onReadableCount() override { s()->handleFileDescriptor(s()->remoteSock()); }
   };
-  // One per hardware status entry: follows its portId.
+  // One per hardware status entry. The entry of the machine's own VTI gives its
+  // portId; entries of other VTIs are followed but never change it.
   class LumVxHwStatusSm : public VxlanHwStatus::NotifieeConst {
    public:
     LumVxHwStatusSm(const Lum::Ptr<const VxlanHwStatus>& status, LumVtiStatusSm* owner);
@@ -242,9 +254,11 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   // The lifecycle.
   void handleOperStatus();
   void handleControllerMode();
-  // These three rebuild the remote socket only.
+  // These four rebuild the remote socket, and open the local one with it when it is
+  // closed (see rebuildRemoteSocket).
   void handleUdpPort();
   void handleSrcIpIntf();
+  void handleSrcIntfKernelName();
   void handleLocalVtepAddr();
   void handleVxlanHwStatus(const Wire::IntfId& id);
   void handleVxlanHwStatus();
@@ -269,12 +283,16 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   void handleMcastGrpDecap();
   void handleBumMcastGrp(Bridging::VlanId vlan);
   void handleBumMcastGrp();
+  // After a rebuild of the remote socket: clears the IGMP configuration and joins the
+  // flood group (unless in controller mode) and the decapsulation groups again.
+  void doRejoinMcastGroups();
 
   void onOperStatus() override { handleOperStatus(); }
   void onControllerClientMode() override { handleControllerMode(); }
   void onUdpPort() override { handleUdpPort(); }
   void onLocalVtepAddr() override { handleLocalVtepAddr(); }
   void onSrcIpIntf() override { handleSrcIpIntf(); }
+  void onSrcIntfKernelName() override { handleSrcIntfKernelName(); }
   void onFloodMcastGrp() override { handleBumMcastGrp(); }
   void onVlanToVniMap(Bridging::VlanId vlan) override { handleVlanToVniMap(vlan); }
   void onVlanToVniMap() override { handleVlanToVniMap(); }
@@ -283,14 +301,14 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
 
   // The frame loop: reads `desc` until it is drained or the time budget is spent.
   void handleFileDescriptor(int32_t desc);
-  // True when the frame is a VXLAN datagram for this VTEP; `offset` receives the offset
-  // of its VXLAN header (and, on the way, of the outer tag).
-  bool checkRawFrame(const uint8_t* buf, uint32_t len, int32_t& offset);
   // Writes a decapsulated frame to localSock; reopens the socket once on ENETDOWN.
-  // Returns what the write returned, or 0 for a length that is not positive.
-  ssize_t writeDecapdFrame(const uint8_t* frame, int32_t len);
+  // Returns what the write returned (with its errno), or 0 for a length that is not
+  // positive.
+  Lum::SysResult writeDecapdFrame(const uint8_t* frame, int32_t len);
   void vxlanCounterInc(VxlanCounterId id, uint32_t count);
   void dump_buf(const char* label, const uint8_t* buf, uint32_t len);
+  // What the frame path checks a frame against, as it stands now.
+  R2L::FrameFilter frameFilter() const;
 
   // Replaces localSock with a new socket on the device "txraw".
   void createLocalSocket();
@@ -308,7 +326,23 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
     const LumVniToVlanForVti* r = vniToVlanForVti_.get();
     return r ? r->VniToVlanMap::NotifieeConst::notifier().ptr() : nullptr;
   }
-  void sendFrame(const uint8_t* frame, int32_t len, ssize_t& result);
+  Lum::SysResult sendFrame(const uint8_t* frame, int32_t len);
+  // A frame read: its dump, the receive counters and trace.
+  void countReceived(const uint8_t* buf, uint32_t len);
+  // The one exit of a dropped frame: traces, writes the ring record and counts, as the
+  // drop table's row for `why` says. `len` is the frame's length, `detail` what
+  // R2L::Decap::detail holds, `err` the errno of a socket failure.
+  void dropFrame(R2L::Drop why, uint32_t len, uint32_t detail, int err);
+  void traceHeaders(const uint8_t* buf, const R2L::Decap& d) const;
+  // Closes the remote socket and, while the interface is up (and has a VTEP address),
+  // opens it again, with the local socket first when that one is closed.
+  void rebuildRemoteSocket();
+  // The readable watch on remoteSock is on exactly while localSock is open: frames
+  // read with nowhere to write them would be lost, and frames left unread would wake
+  // the level-triggered loop on every pass.
+  void syncRemoteWatch();
+  // Takes the descriptor out of the readable watch, then closes the remote socket.
+  void closeRemoteSocket();
   // The whole hardware directory: one LumVxHwStatusSm per entry, then our portId.
   void handleVxlanHwStatusAll();
   void syncVxHwStatusSm(const VxlanHwStatusDir* dir);
@@ -333,6 +367,9 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   Lum::Nested<LumFileDescriptor> fileDescriptor_{this};
   Wire::IpAddr floodMcastGrp_;
   bool initialized_ = false;
+  // Set when the kernel reports "txraw" gone, cleared when it is back: while set, a
+  // rebuilt remote socket waits, unwatched, for the device to bring the pair back.
+  bool txRawGone_ = false;
 };
 
 }  // namespace Vxlan

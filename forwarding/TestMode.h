@@ -4,9 +4,17 @@
 // sockets with paths named by the process id instead of raw sockets on devices.
 #pragma once
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 namespace Vxlan {
 
 extern const bool R2L_TEST;
 extern const bool L2R_TEST;
+
+// The Unix address of a test-mode socket: `format` with the process id for its "%d",
+// cut to the 108-byte path field. Returns the address length, the whole structure
+// (110): the peers that read these sockets expect that length.
+socklen_t testModeAddress(sockaddr_un& addr, const char* format);
 
 }  // namespace Vxlan

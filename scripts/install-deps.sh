@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing vxrelay needs, if any is missing.
+# `install-deps.sh fuzz` adds what `make fuzz` needs: clang with its libFuzzer and
+# sanitizer runtimes. `make test` never needs clang.
 set -euo pipefail
 
 packages=(
@@ -8,6 +10,9 @@ packages=(
   libpcap-dev libmnl-dev nlohmann-json3-dev libcli11-dev
   iproute2
 )
+if [ "${1:-}" = fuzz ]; then
+  packages+=(clang libclang-rt-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -8,6 +8,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 namespace Lum {
 
 namespace {
@@ -19,6 +21,11 @@ SysCalls& realSysCalls() {
   // Never destroyed: descriptors may still be closed by objects destroyed at exit.
   static SysCalls* service = new SysCalls;
   return *service;
+}
+
+// Read right behind the call, before anything else can overwrite errno.
+SysResult withErrno(ssize_t rc) {
+  return {rc, rc < 0 ? errno : 0};
 }
 
 }  // namespace
@@ -71,16 +78,16 @@ int SysCalls::accept4(int fd, sockaddr* addr, socklen_t* len, int flags) {
   return ::accept4(fd, addr, len, flags);
 }
 
-ssize_t SysCalls::read(int fd, void* buf, size_t len) {
-  return ::read(fd, buf, len);
+SysResult SysCalls::read(int fd, void* buf, size_t len) {
+  return withErrno(::read(fd, buf, len));
 }
 
-ssize_t SysCalls::write(int fd, const void* buf, size_t len) {
-  return ::write(fd, buf, len);
+SysResult SysCalls::write(int fd, const void* buf, size_t len) {
+  return withErrno(::write(fd, buf, len));
 }
 
-ssize_t SysCalls::recv(int fd, void* buf, size_t len, int flags) {
-  return ::recv(fd, buf, len, flags);
+SysResult SysCalls::recv(int fd, void* buf, size_t len, int flags) {
+  return withErrno(::recv(fd, buf, len, flags));
 }
 
 ssize_t SysCalls::recvfrom(int fd, void* buf, size_t len, int flags, sockaddr* from,
@@ -100,9 +107,9 @@ ssize_t SysCalls::send(int fd, const void* buf, size_t len, int flags) {
   return ::send(fd, buf, len, flags);
 }
 
-ssize_t SysCalls::sendto(int fd, const void* buf, size_t len, int flags, const sockaddr* to,
-                         socklen_t toLen) {
-  return ::sendto(fd, buf, len, flags, to, toLen);
+SysResult SysCalls::sendto(int fd, const void* buf, size_t len, int flags, const sockaddr* to,
+                           socklen_t toLen) {
+  return withErrno(::sendto(fd, buf, len, flags, to, toLen));
 }
 
 ssize_t SysCalls::sendmsg(int fd, const msghdr* msg, int flags) {

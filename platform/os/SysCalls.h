@@ -3,12 +3,16 @@
 //
 // Each method has the signature and the semantics of the call it is named after:
 // it returns what the call returns and, on failure, -1 (0 for ifNameToIndex,
-// MAP_FAILED for mmap) with errno set. The base class calls the real ones. A test fake
+// MAP_FAILED for mmap) with errno set. The data calls read, write, recv and sendto are
+// the exception: they return a SysResult that carries the errno with the result, taken
+// at the call, so that a trace or a ring record between the call and the check of its
+// error cannot change the error seen. The base class calls the real ones. A test fake
 // derives and overrides only the calls it wants to fail or observe; everything else
 // still reaches the kernel:
 //
 //   struct BindInUse : Lum::SysCalls {
 //     int bind(int, const sockaddr*, socklen_t) override { errno = EADDRINUSE; return -1; }
+//     Lum::SysResult write(int, const void*, size_t) override { return {-1, ENETDOWN}; }
 //   };
 //   BindInUse fake;
 //   Lum::ScopedSysCalls guard(fake);   // Lum::sysCalls() is `fake` until the scope ends
@@ -28,6 +32,14 @@
 #include <time.h>
 
 namespace Lum {
+
+// The result of a data call: `rc` as the call returned it (-1 on failure), and `err`,
+// the errno of a failure taken at once (0 when the call succeeded).
+struct SysResult {
+  ssize_t rc;
+  int err;
+  bool failed() const { return rc < 0; }
+};
 
 class SysCalls {
  public:
@@ -50,16 +62,16 @@ class SysCalls {
   virtual int accept4(int fd, sockaddr* addr, socklen_t* len, int flags);
 
   // Data.
-  virtual ssize_t read(int fd, void* buf, size_t len);
-  virtual ssize_t write(int fd, const void* buf, size_t len);
-  virtual ssize_t recv(int fd, void* buf, size_t len, int flags);
+  virtual SysResult read(int fd, void* buf, size_t len);
+  virtual SysResult write(int fd, const void* buf, size_t len);
+  virtual SysResult recv(int fd, void* buf, size_t len, int flags);
   virtual ssize_t recvfrom(int fd, void* buf, size_t len, int flags, sockaddr* from,
                            socklen_t* fromLen);
   virtual ssize_t recvmsg(int fd, msghdr* msg, int flags);
   virtual int recvmmsg(int fd, mmsghdr* msgs, unsigned int count, int flags, timespec* timeout);
   virtual ssize_t send(int fd, const void* buf, size_t len, int flags);
-  virtual ssize_t sendto(int fd, const void* buf, size_t len, int flags, const sockaddr* to,
-                         socklen_t toLen);
+  virtual SysResult sendto(int fd, const void* buf, size_t len, int flags, const sockaddr* to,
+                           socklen_t toLen);
   virtual ssize_t sendmsg(int fd, const msghdr* msg, int flags);
   virtual int sendmmsg(int fd, mmsghdr* msgs, unsigned int count, int flags);
 

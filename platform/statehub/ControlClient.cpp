@@ -83,13 +83,13 @@ std::optional<json> ControlClient::answer(double timeoutSeconds) {
     if (ready < 0) throw Lum::ErrnoException(errno, "poll control socket");
     if (ready == 0) return std::nullopt;
     char buf[65536];
-    const ssize_t n = Lum::sysCalls().recv(fd_, buf, sizeof buf, 0);
-    if (n < 0) {
-      if (errno == EINTR || errno == EAGAIN) continue;
-      throw Lum::ErrnoException(errno, "read control socket");
+    const Lum::SysResult r = Lum::sysCalls().recv(fd_, buf, sizeof buf, 0);
+    if (r.failed()) {
+      if (r.err == EINTR || r.err == EAGAIN) continue;
+      throw Lum::ErrnoException(r.err, "read control socket");
     }
-    if (n == 0) throw Lum::Exception("control socket closed by the server");
-    in_.append(buf, static_cast<size_t>(n));
+    if (r.rc == 0) throw Lum::Exception("control socket closed by the server");
+    in_.append(buf, static_cast<size_t>(r.rc));
   }
 }
 

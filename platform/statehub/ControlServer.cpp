@@ -208,11 +208,12 @@ void ControlServer::watchIs(Client& c, bool on) {
 
 void ControlServer::readClient(uint64_t id, Client& c) {
   char buf[65536];
-  const ssize_t n = Lum::sysCalls().recv(c.fd, buf, sizeof buf, 0);
-  if (n < 0) {
-    if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) return;
-    return drop(id, std::strerror(errno));
+  const Lum::SysResult r = Lum::sysCalls().recv(c.fd, buf, sizeof buf, 0);
+  if (r.failed()) {
+    if (r.err == EAGAIN || r.err == EWOULDBLOCK || r.err == EINTR) return;
+    return drop(id, std::strerror(r.err));
   }
+  const size_t n = static_cast<size_t>(r.rc);
   if (n == 0) {
     // Level-triggered, an end of file would wake the loop on every pass.
     c.eof = true;
@@ -224,7 +225,7 @@ void ControlServer::readClient(uint64_t id, Client& c) {
       c.in.erase(0, c.taken);
       c.taken = 0;
     }
-    c.in.append(buf, static_cast<size_t>(n));
+    c.in.append(buf, n);
   }
   next(id, c);
 }

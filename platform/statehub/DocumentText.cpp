@@ -43,11 +43,11 @@ std::string readRegular(const std::string& path) {
   std::string text(static_cast<size_t>(st.st_size), '\0');
   size_t got = 0;
   while (got < text.size()) {
-    const ssize_t n = sys.read(fd, text.data() + got, text.size() - got);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) throw StateError(path, std::string("cannot read: ") + std::strerror(errno));
-    if (n == 0) break;  // shrunk while read: parse what is there
-    got += static_cast<size_t>(n);
+    const Lum::SysResult r = sys.read(fd, text.data() + got, text.size() - got);
+    if (r.failed() && r.err == EINTR) continue;
+    if (r.failed()) throw StateError(path, std::string("cannot read: ") + std::strerror(r.err));
+    if (r.rc == 0) break;  // shrunk while read: parse what is there
+    got += static_cast<size_t>(r.rc);
   }
   text.resize(got);
   return text;

@@ -8,8 +8,9 @@ using Interface::IntfOperStatus;
 class R2LLifecycleTest : public R2LManagerFixture {};
 
 // Guards the socket pair against the interface's state: nothing before up, both
-// bound to the right devices when up (opened once, at the end of construction), both
-// closed with the configuration cleared when down.
+// bound to the right devices when up (opened once, at the end of construction; opened
+// with protocol 0 and given ETH_P_ALL at bind, so that they never listen to every
+// interface), both closed with the configuration cleared when down.
 TEST_F(R2LLifecycleTest, SocketsFollowOperStatus) {
   txrawIs(true);
   Lum::Ptr<VtiStatus> s = vti(false);
@@ -25,8 +26,10 @@ TEST_F(R2LLifecycleTest, SocketsFollowOperStatus) {
   ASSERT_TRUE(sys_.isOpen(sm()->localSock()));
   EXPECT_EQ(sys_.boundIndex[sm()->remoteSock()], 3);
   EXPECT_EQ(sys_.boundIndex[sm()->localSock()], 7);
-  ASSERT_TRUE(sm()->fileDescriptor());
-  EXPECT_EQ(sm()->fileDescriptor()->notifier()->descriptor(), sm()->remoteSock());
+  EXPECT_EQ(sys_.openProtocols, std::set<int>{0});
+  EXPECT_EQ(sys_.boundProtocol[sm()->remoteSock()], ETH_P_ALL);
+  EXPECT_EQ(sys_.boundProtocol[sm()->localSock()], ETH_P_ALL);
+  EXPECT_TRUE(remoteWatched());
 
   igmp_->intfConfigIs(Wire::IntfId("Loopback9"));
   s->operStatusIs(IntfOperStatus::intfOperDown);
@@ -66,6 +69,13 @@ TEST_F(R2LLifecycleTest, AttributeChangesRebuildTheRightSockets) {
   EXPECT_TRUE(sys_.isOpen(sm()->remoteSock()));
   EXPECT_EQ(rebuilt([&] { s->controllerClientModeIs(true); }), 2);
   EXPECT_EQ(sys_.openCount(), 2u);
+  // A 16-byte device name has no room for the terminating zero: refused, not cut by
+  // the kernel to the name of another device. A usable name then completes the pair.
+  sys_.devices["abcdefghijklmno"] = 5;
+  s->srcIntfKernelNameIs(Lum::String8("abcdefghijklmnop"));
+  EXPECT_EQ(sys_.openCount(), 0u);
+  EXPECT_EQ(rebuilt([&] { s->srcIntfKernelNameIs(Lum::String8("lo1")); }), 2);
+  EXPECT_TRUE(remoteWatched());
   // A source device the kernel does not know closes both.
   sys_.devices.erase("lo1");
   EXPECT_EQ(rebuilt([&] { s->udpPortIs(4789); }), 1);
@@ -93,6 +103,11 @@ TEST_F(R2LLifecycleTest, DeletingTheVtiCleansUp) {
   Lum::Ptr<Sm> machine = sm();
   EXPECT_EQ(machine->portId(), HwPortId(0x21));
   hw_->vxlanHwStatus(kVti)->portIdIs(HwPortId(0x22));
+  EXPECT_EQ(machine->portId(), HwPortId(0x22));
+  // Another VTI's entry neither gives nor takes this VTI's port.
+  hw_->vxlanHwStatusIs(Wire::IntfId("Vxlan2"))->portIdIs(HwPortId(77));
+  EXPECT_EQ(machine->portId(), HwPortId(0x22));
+  hw_->vxlanHwStatusDel(Wire::IntfId("Vxlan2"));
   EXPECT_EQ(machine->portId(), HwPortId(0x22));
   hw_->vxlanHwStatusDel(kVti);
   EXPECT_TRUE(machine->portId().isUnknown());
@@ -142,6 +157,35 @@ TEST_F(R2LLifecycleTest, TxRawDeviceReopensAndClosesTheSockets) {
   EXPECT_EQ(sys_.openCount(), 0u);
   EXPECT_EQ(sm()->fileDescriptor()->notifier()->descriptor(), -1);
   EXPECT_FALSE(igmp_->intfConfigIterator());
+}
+
+// Guards against a readable remote socket with nowhere to write (the level-triggered
+// loop would call the frame loop, which cannot take the datagram, on every pass): with
+// "txraw" gone a rebuilt remote socket stays unwatched until the device brings the
+// pair back. And against a pair left closed by the order in which a document's
+// attributes are applied: up before the device name, the name completes the pair.
+TEST_F(R2LLifecycleTest, RemoteSocketIsWatchedOnlyWithALocalSocket) {
+  txrawIs(true);
+  Lum::Ptr<VtiStatus> s = vti(true);
+  start();
+  EXPECT_TRUE(remoteWatched());
+  txrawIs(false);
+  s->udpPortIs(8472);
+  EXPECT_NE(sm()->remoteSock(), -1);
+  EXPECT_EQ(sm()->localSock(), -1);
+  EXPECT_FALSE(remoteWatched());
+  txrawIs(true);
+  EXPECT_EQ(sys_.openCount(), 2u);
+  EXPECT_TRUE(remoteWatched());
+
+  dir_->vtiStatusDel(kVti);
+  s = dir_->vtiStatusIs(kVti);
+  s->operStatusIs(IntfOperStatus::intfOperUp);
+  s->localVtepAddrIs(ip("10.0.0.1"));
+  EXPECT_EQ(sys_.openCount(), 0u);
+  s->srcIntfKernelNameIs(Lum::String8("lo1"));
+  EXPECT_EQ(sys_.openCount(), 2u);
+  EXPECT_TRUE(remoteWatched());
 }
 
 // Guards the catch-up of each reactor on a new notifier: a new status rebuilds the

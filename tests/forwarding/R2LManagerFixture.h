@@ -1,8 +1,11 @@
 // The remote-to-local manager on a full set of inputs, with raw sockets replaced by
 // socket pairs: FakeRawSockets answers socket(AF_PACKET) with one end of a pair,
-// SIOCGIFINDEX from its own device table, and records binds and closes.
+// SIOCGIFINDEX from its own device table (reading the name as the kernel does, at most
+// 15 bytes), and records the protocols asked for, binds and closes.
 #pragma once
 
+#include <arpa/inet.h>
+#include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
@@ -13,6 +16,7 @@
 
 #include <cstring>
 #include <map>
+#include <set>
 #include <string>
 
 #include "forwarding/Remote2LocalForwarderSm.h"
@@ -31,12 +35,13 @@ class FakeRawSockets : public Lum::SysCalls {
     if (::socketpair(AF_UNIX, SOCK_DGRAM, 0, fds) < 0) return -1;
     peer_[fds[0]] = fds[1];
     ++opened;
+    openProtocols.insert(protocol);
     return fds[0];
   }
   int ioctl(int fd, unsigned long request, void* arg) override {
     if (request != SIOCGIFINDEX || !peer_.count(fd)) return SysCalls::ioctl(fd, request, arg);
     auto* req = static_cast<ifreq*>(arg);
-    auto it = devices.find(std::string(req->ifr_name, strnlen(req->ifr_name, IFNAMSIZ)));
+    auto it = devices.find(std::string(req->ifr_name, strnlen(req->ifr_name, IFNAMSIZ - 1)));
     if (it == devices.end()) {
       errno = ENODEV;
       return -1;
@@ -46,7 +51,9 @@ class FakeRawSockets : public Lum::SysCalls {
   }
   int bind(int fd, const sockaddr* addr, socklen_t len) override {
     if (!peer_.count(fd)) return SysCalls::bind(fd, addr, len);
-    boundIndex[fd] = reinterpret_cast<const sockaddr_ll*>(addr)->sll_ifindex;
+    const auto* ll = reinterpret_cast<const sockaddr_ll*>(addr);
+    boundIndex[fd] = ll->sll_ifindex;
+    boundProtocol[fd] = ntohs(ll->sll_protocol);
     return 0;
   }
   int close(int fd) override {
@@ -62,6 +69,8 @@ class FakeRawSockets : public Lum::SysCalls {
 
   std::map<std::string, int> devices{{"lo1", 3}, {"txraw", 7}};
   std::map<int, int> boundIndex;
+  std::map<int, int> boundProtocol;
+  std::set<int> openProtocols;
   int opened = 0;
 
  private:
@@ -102,6 +111,12 @@ class R2LManagerFixture : public ::testing::Test {
     return entry && entry->group(Routing::Igmp::SourceGroup(Wire::IpAddr(), ip(group)));
   }
   Routing::Pim::Mode pimMode() const { return pim_->intfMode(Lum::Name("Loopback1")); }
+  // Whether the loop would call the frame loop for a datagram on the remote socket.
+  bool remoteWatched() const {
+    auto* r = sm() ? sm()->fileDescriptor() : nullptr;
+    return r && r->notifier() && r->notifier()->descriptor() == sm()->remoteSock() &&
+           r->notifier()->notifyOnReadable();
+  }
   uint64_t socketErrors() const {
     return counter_->storage().vxlanCount(uint16_t(VxlanCounterId::r2lSocketErrors));
   }

@@ -70,10 +70,17 @@ class R2LMembershipTest : public R2LManagerFixture {
   Lum::Ptr<VtiStatus> s_;
 };
 
-// Guards the join rule of a decapsulation group: multicast only, replication mode 2
-// or 3, not the MLAG secondary, interface up; each failing condition leaves.
+// Guards the join rule of a decapsulation group: value true, multicast only,
+// replication mode 2 or 3, not the MLAG secondary, interface up; each failing
+// condition leaves.
 TEST_F(R2LMembershipTest, DecapGroupJoinRule) {
   s_->mcastGrpDecapIs(ip("10.1.1.1"));
+  EXPECT_FALSE(igmp_->intfConfig(kSrc));
+  // A group a document lists with false. The status's setter keeps only true for now,
+  // so the value goes into its map directly.
+  const_cast<Lum::ValueMap<Wire::IpAddr, bool>&>(s_->mcastGrpDecap()).is(ip("239.1.1.9"), false);
+  sm()->handleMcastGrpDecap(ip("239.1.1.9"));
+  sm()->handleMcastGrpDecap();
   EXPECT_FALSE(igmp_->intfConfig(kSrc));
 
   s_->mcastGrpDecapIs(ip("239.1.1.1"));
@@ -96,13 +103,15 @@ TEST_F(R2LMembershipTest, DecapGroupJoinRule) {
   EXPECT_FALSE(joined("239.1.1.1"));
 }
 
-// Guards the flood group: joined with the socket, never left by the decapsulation
-// sweep, and a changed first entry rebuilds the remote socket only when up.
+// Guards the flood group: joined with the socket, with the decapsulation groups
+// joined again in the same rebuild, never left by the decapsulation sweep, and a
+// changed first entry rebuilds the remote socket only when up.
 TEST_F(R2LMembershipTest, FloodGroup) {
+  s_->mcastGrpDecapIs(ip("239.1.1.1"));
   bum_->bumMcastGrpIs(VlanId(10), ip("239.0.0.10"));
   EXPECT_EQ(sm()->floodMcastGrp(), ip("239.0.0.10"));
   EXPECT_TRUE(joined("239.0.0.10"));
-  s_->mcastGrpDecapIs(ip("239.1.1.1"));
+  EXPECT_TRUE(joined("239.1.1.1"));
   s_->mcastGrpDecapDel(ip("239.1.1.1"));
   sm()->handleMcastGrpDecap();
   EXPECT_FALSE(joined("239.1.1.1"));

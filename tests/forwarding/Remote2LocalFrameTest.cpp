@@ -14,11 +14,7 @@ using Moved = std::vector<std::pair<int, uint64_t>>;
 
 // The "txraw" frame expected for the inner frame of `b` on VLAN `vlan`, port `glort`.
 std::vector<uint8_t> txRaw(const VxlanFrameBuilder& b, uint16_t vlan, uint16_t glort) {
-  std::vector<uint8_t> f(b.inner.begin(), b.inner.begin() + 12);
-  f.insert(f.end(), {0x00, 0x08, uint8_t(vlan >> 8), uint8_t(vlan), uint8_t(glort >> 8),
-                     uint8_t(glort), 0x00, 0x00});
-  f.insert(f.end(), b.inner.begin() + 12, b.inner.end());
-  return f;
+  return TestSupport::txRawFrame(b.inner, Bridging::VlanId(vlan), HwPortId(glort));
 }
 
 class Remote2LocalFrameTest : public R2LFixture {};
@@ -171,11 +167,8 @@ TEST_F(Remote2LocalFrameTest, TimeBudget) {
 struct FailingWrite : Lum::SysCalls {
   int failOnce = 0;
   int nextSocket = -1;
-  ssize_t write(int fd, const void* buf, size_t len) override {
-    if (failOnce) {
-      errno = std::exchange(failOnce, 0);
-      return -1;
-    }
+  Lum::SysResult write(int fd, const void* buf, size_t len) override {
+    if (failOnce) return {-1, std::exchange(failOnce, 0)};
     return Lum::SysCalls::write(fd, buf, len);
   }
   int socket(int, int, int) override { return nextSocket; }

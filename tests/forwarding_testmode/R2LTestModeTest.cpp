@@ -1,73 +1,29 @@
 // Runs with VXLAN_R2L_TEST set in the environment (see tests/CMakeLists.txt).
+#include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
-#include <cstdio>
+#include <gtest/gtest.h>
 
+#include "forwarding/Remote2LocalForwarderSm.h"
 #include "forwarding/TestMode.h"
-#include "tests/forwarding/R2LFixture.h"
+#include "tests/support/VxlanFrameBuilder.h"
 
 namespace Vxlan {
 namespace {
 
-class R2LTestModeTest : public R2LFixture {
- protected:
-  void SetUp() override {
-    R2LFixture::SetUp();
-    std::snprintf(path_, sizeof path_, "./VxlanR2LSM-outbound-%d", int(::getpid()));
-    ::unlink(path_);
-    sink_ = ::socket(AF_UNIX, SOCK_DGRAM, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", path_);
-    ASSERT_EQ(::bind(sink_, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-  }
-  void TearDown() override {
-    ::close(sink_);
-    ::unlink(path_);
-    R2LFixture::TearDown();
-  }
-  char path_[108];
-  int sink_ = -1;
-};
-
-// Guards the test mode: the flag is read from the environment at load, the local
-// socket is a Unix datagram socket, and frames go to the outbound path of this
-// process rather than through write().
-TEST_F(R2LTestModeTest, FramesGoToTheOutboundPath) {
+// Guards the test mode of the whole machine: the flag is read from the environment at
+// load (the other direction's is not), an interface that comes up binds its remote
+// socket to the inbound path of this process, and a datagram sent there comes out at
+// the outbound path in the txraw form, through sendto rather than write; down closes
+// the inbound socket.
+TEST(R2LTestModeLifecycle, InboundPathCarriesFramesWhileUp) {
   ASSERT_TRUE(R2L_TEST);
   EXPECT_FALSE(L2R_TEST);
-  ::close(sm_->localSock());
-  sm_->localSockIs(-1);
-  sm_->createLocalSocket();
-  ASSERT_NE(sm_->localSock(), -1);
-  TestSupport::VxlanFrameBuilder b;
-  send(b.build());
-  loop_.runOnce(0);
-  uint8_t buf[512];
-  EXPECT_EQ(::recv(sink_, buf, sizeof buf, MSG_DONTWAIT), ssize_t(b.inner.size() + 8));
-  EXPECT_EQ(buf[12], 0x00);
-  EXPECT_EQ(buf[13], 0x08);
-  EXPECT_TRUE(written().empty());
-}
-
-}  // namespace
-}  // namespace Vxlan
-
-namespace Vxlan {
-namespace {
-
-// Guards the test mode of the whole machine: an interface that comes up binds its
-// remote socket to the inbound path of this process, and a datagram sent there
-// comes out at the outbound path decapsulated; down closes the inbound socket.
-TEST(R2LTestModeLifecycle, InboundPathCarriesFramesWhileUp) {
-  auto unixAddr = [](const char* format) {
-    sockaddr_un a{};
-    a.sun_family = AF_UNIX;
-    std::snprintf(a.sun_path, sizeof a.sun_path, format, int(::getpid()));
-    return a;
-  };
-  const sockaddr_un out = unixAddr("./VxlanR2LSM-outbound-%d");
-  const sockaddr_un in = unixAddr("./VxlanR2LSM-inbound-%d");
+  sockaddr_un out;
+  sockaddr_un in;
+  testModeAddress(out, "./VxlanR2LSM-outbound-%d");
+  testModeAddress(in, "./VxlanR2LSM-inbound-%d");
   ::unlink(out.sun_path);
   const int sink = ::socket(AF_UNIX, SOCK_DGRAM, 0);
   ASSERT_EQ(::bind(sink, reinterpret_cast<const sockaddr*>(&out), sizeof out), 0);
@@ -88,7 +44,10 @@ TEST(R2LTestModeLifecycle, InboundPathCarriesFramesWhileUp) {
   ASSERT_EQ(sendIn(b.build()), ssize_t(b.build().size()));
   Lum::eventLoop().runOnce(0);
   uint8_t buf[512];
-  EXPECT_EQ(::recv(sink, buf, sizeof buf, MSG_DONTWAIT), ssize_t(b.inner.size() + 8));
+  const ssize_t n = ::recv(sink, buf, sizeof buf, MSG_DONTWAIT);
+  ASSERT_GT(n, 0);
+  EXPECT_EQ(std::vector<uint8_t>(buf, buf + n),
+            TestSupport::txRawFrame(b.inner, Bridging::VlanId(10), HwPortId::unknown()));
 
   s->operStatusIs(Interface::IntfOperStatus::intfOperDown);
   EXPECT_EQ(r2l->vtiStatusSm(Wire::IntfId("Vxlan1"))->remoteSock(), -1);

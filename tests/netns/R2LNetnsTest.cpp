@@ -1,11 +1,17 @@
 // The remote-to-local direction of the agent host against the real kernel: a remote's
 // kernel VXLAN device reaches "txraw", and the machine follows its inputs (VNIs without
 // a VLAN, its own datagrams, the "txraw" device going and coming, the VTI going down and
-// up, a new UDP port). Needs root; skipped without it.
+// up, a new UDP port, another VTI's hardware entry) and never spins on a socket it
+// cannot serve. Needs root; skipped without it.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <chrono>
+#include <fstream>
 #include <memory>
+#include <sstream>
+#include <string>
 #include <thread>
 
 #include "agent/VxlanCounterId.h"
@@ -31,6 +37,20 @@ constexpr uint32_t kSwitchOverlayIp = 0xc0a80a01;  // 192.168.10.1
 constexpr uint32_t kSwitchVtepIp = 0x0a630001;     // 10.99.0.1
 constexpr uint32_t kRemoteVtepIp = 0x0a630002;     // 10.99.0.2
 constexpr uint16_t kOtherUdpPort = 4790;
+
+// CPU time (user and system) a process has used so far, in seconds, from
+// /proc/<pid>/stat: fields 14 and 15, counted after the command name in parentheses.
+double cpuSeconds(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::istringstream fields(text.substr(text.rfind(')') + 2));
+  std::string skip;
+  for (int i = 3; i < 14; ++i) fields >> skip;
+  unsigned long long utime = 0;
+  unsigned long long stime = 0;
+  fields >> utime >> stime;
+  return static_cast<double>(utime + stime) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
 
 // Tag 0x0008 behind the MAC addresses: what the agent writes, never the kernel.
 bool isTxRawForm(const Frame& f) {
@@ -209,6 +229,50 @@ TEST_F(R2LNetnsTest, UdpPortChangeIsFollowed) {
   topo().remoteVxlanDeviceIs(0, topo().config().vni, kOtherUdpPort);
   const auto got = forwardedWithin([&] { sendEcho(); }, kSettleLimit);
   ASSERT_TRUE(got.has_value()) << "the new port is not forwarded";
+  EXPECT_EQ(*got, expectedTxRaw());
+}
+
+// Guards against the busy loop of a remote socket that cannot be served: with "txraw"
+// gone (local socket closed) a new UDP port reopens the remote socket; a datagram then
+// waits on it and its device goes down (a pending socket error). The host must stay
+// nearly idle: a readable watch left on would call the frame loop, which cannot take
+// the datagram, on every pass of the loop.
+TEST_F(R2LNetnsTest, RemoteSocketWithoutLocalSocketDoesNotSpin) {
+  ASSERT_TRUE(topo_);
+  ASSERT_TRUE(forwardedWithin([&] { sendEcho(); }, kFrameWait).has_value());
+  topo().ip(topo().switchNs(), std::string("link del ") + SwitchTopology::kTxRawDevice);
+  std::this_thread::sleep_for(kQuietWait);  // the kernel watcher reports the device gone
+  ASSERT_TRUE(applyVti({{"udpPort", kOtherUdpPort}}).value("ok", false));
+  topo().remoteVxlanDeviceIs(0, topo().config().vni, kOtherUdpPort);
+  sendEcho();
+  std::this_thread::sleep_for(kQuietWait);
+  topo().ip(topo().switchNs(), "link set " + topo().underlayDevice() + " down");
+
+  constexpr double kWindow = 2.0;
+  const double before = cpuSeconds(topo().hostPid());
+  std::this_thread::sleep_for(std::chrono::duration<double>(kWindow));
+  const double used = cpuSeconds(topo().hostPid()) - before;
+  EXPECT_LT(used, 0.2 * kWindow) << "the host used " << used << " s of CPU in " << kWindow << " s";
+  EXPECT_TRUE(topo().hostRunning()) << topo().hostOutput();
+}
+
+// Guards the port id against another VTI: a hardware entry of a second VTI, made and
+// deleted, must leave the glort of Vxlan1's frames as Vxlan1's entry says.
+TEST_F(R2LNetnsTest, AnotherVtisHardwareEntryKeepsThePortId) {
+  ASSERT_TRUE(topo_);
+  const nlohmann::json vxlan2 = {
+      {"interface/status/eth/vxlan", {{"vtiStatus", {{"Vxlan2", {{"operStatus", 2}}}}}}},
+      {"vxlan/hardware/status", {{"vxlanHwStatus", {{"Vxlan2", {{"portId", 77}}}}}}}};
+  ASSERT_TRUE(topo().apply(vxlan2).value("ok", false));
+  auto got = forwardedWithin([&] { sendEcho(); }, kFrameWait);
+  ASSERT_TRUE(got.has_value());
+  EXPECT_EQ(*got, expectedTxRaw());
+
+  ASSERT_TRUE(topo()
+                  .apply({{"vxlan/hardware/status", {{"vxlanHwStatus", {{"Vxlan2", nullptr}}}}}})
+                  .value("ok", false));
+  got = forwardedWithin([&] { sendEcho(); }, kFrameWait);
+  ASSERT_TRUE(got.has_value());
   EXPECT_EQ(*got, expectedTxRaw());
 }
 

@@ -93,6 +93,8 @@ class SwitchTopology {
   // it exits or does not come up in time.
   void startHost();
   bool hostRunning();
+  // The host's process id (the program `ip netns exec` ran), -1 when not running.
+  pid_t hostPid() const { return host_ ? host_->pid() : -1; }
   // SIGTERM, then SIGKILL when the host does not end in time.
   void stopHost();
 

@@ -14,9 +14,10 @@ struct BindInUse : SysCalls {
 
 struct WriteFailsOnce : SysCalls {
   bool failed = false;
-  ssize_t write(int fd, const void* buf, size_t len) override {
+  SysResult write(int fd, const void* buf, size_t len) override {
     if (failed) return SysCalls::write(fd, buf, len);
-    return failed = true, errno = ENETDOWN, -1;
+    failed = true;
+    return {-1, ENETDOWN};
   }
 };
 
@@ -42,11 +43,14 @@ TEST(SysCallsTest, ScopedFakesFailWhatTheyOverrideAndRestore) {
       ScopedSysCalls innerGuard(inner);
       int fds[2];
       ASSERT_EQ(sysCalls().socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
-      EXPECT_EQ(sysCalls().write(fds[0], "ab", 2), -1);
-      EXPECT_EQ(errno, ENETDOWN);
-      EXPECT_EQ(sysCalls().write(fds[0], "ab", 2), 2);
+      EXPECT_EQ(sysCalls().write(fds[0], "ab", 2).err, ENETDOWN);
+      EXPECT_EQ(sysCalls().write(fds[0], "ab", 2).rc, 2);
       char buf[2];
-      EXPECT_EQ(sysCalls().read(fds[1], buf, sizeof buf), 2);
+      EXPECT_EQ(sysCalls().read(fds[1], buf, sizeof buf).rc, 2);
+      // The real service takes errno at the call.
+      const SysResult empty = sysCalls().recv(fds[1], buf, sizeof buf, MSG_DONTWAIT);
+      EXPECT_EQ(empty.rc, -1);
+      EXPECT_EQ(empty.err, EAGAIN);
       EXPECT_EQ(sysCalls().close(fds[0]) + sysCalls().close(fds[1]), 0);
     }
     EXPECT_EQ(&sysCalls(), &outer);

@@ -1,0 +1,246 @@
+// The frame loop of LumVtiStatusSm: reads the remote socket, hands each frame to
+// R2L::decapFrame, writes what it forwards to the local socket and sends every drop
+// through one exit.
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ostream>
+
+#include "forwarding/R2LTrace.h"
+#include "forwarding/Remote2LocalForwarderSm.h"
+#include "forwarding/TestMode.h"
+#include "frames/LocalFrameHdr.h"
+#include "frames/VxlanDatagram.h"
+#include "platform/os/TimeSource.h"
+#include "platform/trace/RingLog.h"
+
+namespace Vxlan {
+
+namespace {
+
+using R2L::Drop;
+
+// What a drop's trace line adds behind its words.
+enum class Detail : uint8_t { none, lengthLimit, flags, vni, error };
+
+struct DropRow {
+  Drop why;
+  VxlanCounterId counter;  // +1 per drop
+  bool countBytes;         // r2lFilteredBytes gets the frame's length as well
+  int level;
+  // The words are the operators' vocabulary: their filters and scripts look for them,
+  // so they stay as they stand, "too short" for both length limits included.
+  const char* words;
+  Detail detail;
+};
+
+using Id = VxlanCounterId;
+// clang-format off
+constexpr DropRow kDropRows[R2L::kDropReasons] = {
+    {Drop::none,        Id::r2lSocketErrors,   false, 0, "",                        Detail::none},
+    {Drop::tooShort,    Id::r2lBadLength,      false, 0, "discard too short frame", Detail::lengthLimit},
+    {Drop::empty,       Id::r2lBadLength,      false, 0, "discard empty frame",     Detail::lengthLimit},
+    {Drop::filtered,    Id::r2lFilteredFrames, true,  7, "filter frame",            Detail::none},
+    {Drop::badFlags,    Id::r2lBadFlags,       false, 0, "invalid vxlan flags",     Detail::flags},
+    {Drop::unknownVlan, Id::r2lUnknownVlan,    false, 0, "discard unknown vlan",    Detail::vni},
+    {Drop::readError,   Id::r2lSocketErrors,   false, 0, "read error:",             Detail::error},
+    {Drop::sendError,   Id::r2lSocketErrors,   false, 0, "send error:",             Detail::error},
+};
+// clang-format on
+
+// The table is indexed by the reason: each row must stand at its reason's place.
+constexpr bool rowsInOrder() {
+  for (int i = 0; i < R2L::kDropReasons; ++i) {
+    if (kDropRows[i].why != static_cast<Drop>(i)) return false;
+  }
+  return true;
+}
+static_assert(rowsInOrder());
+
+// The text behind a drop's words: the detail its row names.
+struct DropText {
+  const DropRow& row;
+  Drop why;
+  uint32_t len;
+  uint32_t detail;
+  int err;
+};
+
+std::ostream& operator<<(std::ostream& os, const DropText& t) {
+  os << " " << t.row.words;
+  switch (t.row.detail) {
+    case Detail::lengthLimit:
+      return os << " " << t.len << " < " << t.detail;
+    case Detail::flags:
+      return os << " " << std::hex << t.detail << std::dec;
+    case Detail::vni:
+      return os << " vni " << t.detail;
+    case Detail::error:
+      // The " 100" behind a send error is the operators' vocabulary and stays as it is.
+      return os << " " << std::strerror(t.err) << " errno:" << t.err
+                << (t.why == Drop::sendError ? " 100" : "");
+    case Detail::none:
+      break;
+  }
+  return os;
+}
+
+}  // namespace
+
+R2L::FrameFilter Remote2LocalForwarderSm::LumVtiStatusSm::frameFilter() const {
+  R2L::FrameFilter f;
+  if (const VtiStatus* status = notifier().ptr()) {
+    f.localVtep = status->localVtepAddr();
+    f.udpPort = status->udpPort();
+  }
+  f.floodGroup = floodMcastGrp_;
+  f.portId = portId_;
+  if (const VniToVlanMap* map = vniToVlanMapOfVti()) f.vniToVlan = &map->vniToVlanMap();
+  return f;
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::vxlanCounterInc(VxlanCounterId id, uint32_t count) {
+  if (VxlanAgentCounter* c = parent_ ? parent_->vxAgentCounter() : nullptr) {
+    c->vxlanCounterAdd(id, count);
+  }
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::dropFrame(Drop why, uint32_t len, uint32_t detail,
+                                                        int err) {
+  const DropRow& row = kDropRows[static_cast<size_t>(why)];
+  R2L_TRACE(row.level, (DropText{row, why, len, detail, err}));
+  RINGLOG(row.level, "R2LSm(%s) %s len %u detail %u errno %d", intfId_.stringValue().charPtr(),
+          row.words, len, detail, err);
+  vxlanCounterInc(row.counter, 1);
+  if (row.countBytes) vxlanCounterInc(VxlanCounterId::r2lFilteredBytes, len);
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::countReceived(const uint8_t* buf, uint32_t len) {
+  dump_buf("R2LSm encaped frame", buf, len);
+  vxlanCounterInc(VxlanCounterId::r2lRxFrames, 1);
+  vxlanCounterInc(VxlanCounterId::r2lRxBytes, len);
+  R2L_TRACE(7, "() read " << len << " bytes");
+  RINGLOG(7, "R2LSm(%s)::handleFileDescriptor() read %u bytes", intfId_.stringValue().charPtr(),
+          len);
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc) {
+  R2L_TRACE(8,
+            "() initialized:" << initialized_ << " localSock:" << localSock_ << " desc:" << desc);
+  RINGLOG(8, "R2LSm(%s)::handleFileDescriptor() initialized:%d localSock:%d desc:%d",
+          intfId_.stringValue().charPtr(), int{initialized_}, localSock_, desc);
+  if (!initialized_ || desc == -1) return;
+  if (localSock_ == -1) {
+    // Nowhere to write: stop watching until the local socket is back, rather than
+    // leave the datagram to wake the loop on every pass.
+    syncRemoteWatch();
+    return;
+  }
+
+  const double deadline = Lum::now() + maxProcessTime_;
+  const R2L::FrameFilter filter = frameFilter();
+  Lum::SysCalls& sys = Lum::sysCalls();
+  uint8_t buf[kFrameBufferSize];
+  for (;;) {
+    const Lum::SysResult got = sys.read(desc, buf, sizeof buf);
+    if (got.failed()) {
+      if (got.err != EAGAIN && got.err != EWOULDBLOCK) dropFrame(Drop::readError, 0, 0, got.err);
+      return;  // EAGAIN: drained
+    }
+    const uint32_t len = static_cast<uint32_t>(got.rc);
+    countReceived(buf, len);
+
+    const R2L::Decap d = R2L::decapFrame(buf, len, filter);
+    if (d.drop != Drop::tooShort && d.drop != Drop::empty) traceHeaders(buf, d);
+    if (!d.forwarded()) {
+      dropFrame(d.drop, len, d.detail, 0);
+      continue;
+    }
+    const int32_t frameLen = static_cast<int32_t>(d.length);
+    const Lum::SysResult sent = sendFrame(buf + d.offset, frameLen);
+    R2L_TRACE(7, ") wrote " << sent.rc << " of " << frameLen << " bytes");
+    RINGLOG(7, "R2LSm(%s) wrote %zd of %d bytes", intfId_.stringValue().charPtr(), sent.rc,
+            frameLen);
+    if (sent.rc != frameLen) {
+      // A short write ends the run as a failure does; the rest waits in the socket.
+      dropFrame(Drop::sendError, d.length, 0, sent.err);
+      return;
+    }
+    vxlanCounterInc(VxlanCounterId::r2lTxFrames, 1);
+    vxlanCounterInc(VxlanCounterId::r2lTxBytes, static_cast<uint32_t>(sent.rc));
+
+    // Only a written frame looks at the clock; what is left waits in the socket for
+    // the next readable notification.
+    if (Lum::now() > deadline) {
+      vxlanCounterInc(VxlanCounterId::r2lTimeBudgetExpired, 1);
+      return;
+    }
+  }
+}
+
+// The per-frame detail of a frame long enough to have its headers read, at level 7
+// only. The outer headers in front of the VXLAN offset are as received even when the
+// frame has been rewritten.
+void Remote2LocalForwarderSm::LumVtiStatusSm::traceHeaders(const uint8_t* buf,
+                                                           const R2L::Decap& d) const {
+  if (!R2L::trace.enabled(7) && !Lum::coverageStream()) return;
+  const uint32_t tag = VxlanDatagram::tagLen(buf);
+  const Wire::Ipv4Hdr* ip = VxlanDatagram::ip(buf, tag);
+  const uint16_t port = VxlanDatagram::udp(buf, tag, ip->headerLen())->dstPort.value();
+  R2L_TRACE(7, " proto:0x" << std::hex << VxlanDatagram::ethType(buf, tag) << std::dec
+                           << " saddr:" << ip->saddr() << " daddr:" << ip->daddr() << " port:0x"
+                           << std::hex << port << std::dec << " vtep:" << frameFilter().localVtep
+                           << " grp:" << floodMcastGrp_);
+  if (!d.forwarded()) return;
+  R2L_TRACE(7, " vni:" << d.detail << "-->vlan:" << d.vlan << ") building frame");
+  R2L_TRACE(7, " recircPort:" << portId_ << " htons'd:" << htons(portId_.value()) << " glort:"
+                              << Wire::hdrAt<TxRawHdr>(buf + d.offset)->hdr.glort.value());
+}
+
+Lum::SysResult Remote2LocalForwarderSm::LumVtiStatusSm::sendFrame(const uint8_t* frame,
+                                                                  int32_t len) {
+  if (!R2L_TEST) return writeDecapdFrame(frame, len);
+  sockaddr_un addr;
+  const socklen_t addrLen = testModeAddress(addr, "./VxlanR2LSM-outbound-%d");
+  return Lum::sysCalls().sendto(localSock_, frame, static_cast<size_t>(len), 0,
+                                reinterpret_cast<const sockaddr*>(&addr), addrLen);
+}
+
+Lum::SysResult Remote2LocalForwarderSm::LumVtiStatusSm::writeDecapdFrame(const uint8_t* frame,
+                                                                         int32_t len) {
+  if (len <= 0) return {0, 0};
+  Lum::SysCalls& sys = Lum::sysCalls();
+  const Lum::SysResult first = sys.write(localSock_, frame, static_cast<size_t>(len));
+  if (!first.failed() || first.err != ENETDOWN) return first;
+  // The device went down and came back under the socket: open a new one, try once more.
+  createLocalSocket();
+  const Lum::SysResult again = sys.write(localSock_, frame, static_cast<size_t>(len));
+  R2L_TRACE(7, " resend len: " << again.rc << " errno:" << again.err);
+  RINGLOG(7, "R2LSm(%s) resend len: %zd errno:%d", intfId_.stringValue().charPtr(), again.rc,
+          again.err);
+  return again;
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::dump_buf(const char* label, const uint8_t* buf,
+                                                       uint32_t len) {
+  if (!R2L::trace.enabled(9)) return;
+  R2L_TRACE(9, label << " buf start. len is " << len);
+  char line[128];
+  size_t used = 0;
+  for (uint32_t i = 0; i < len; ++i) {
+    used += static_cast<size_t>(std::snprintf(line + used, sizeof line - used, "%02x", buf[i]));
+    if ((i + 1) % 32 == 0) {
+      R2L_TRACE(9, line);
+      used = 0;
+    }
+  }
+  line[used] = '\0';
+  R2L_TRACE(9, line);
+  R2L_TRACE(9, label << " buf end ");
+}
+
+}  // namespace Vxlan

@@ -1,0 +1,215 @@
+// The two sockets of LumVtiStatusSm: the remote socket on the source interface that
+// carries the VTEP address, and the local socket on "txraw", with the readable watch
+// on the remote one.
+//
+// Packet sockets are opened with protocol 0 and given their protocol (all, ETH_P_ALL)
+// at bind: a packet socket opened with a protocol receives the frames of every
+// interface from that moment until it is bound, and each of those binds then costs
+// the kernel a synchronisation. A socket whose device has no index stays deaf.
+#include <arpa/inet.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "forwarding/R2LTrace.h"
+#include "forwarding/Remote2LocalForwarderSm.h"
+#include "forwarding/TestMode.h"
+#include "platform/os/InterfaceRequest.h"
+#include "platform/trace/RingLog.h"
+
+namespace Vxlan {
+
+namespace {
+
+// The device of the local socket. Its name is the operators' vocabulary (and the
+// forwarding plane's) and stays as it stands.
+constexpr const char* kTxRaw = "txraw";
+
+// Binds a packet socket to one device by index, for all protocols; a socket without a
+// device index is bound with protocol 0, which leaves it deaf.
+int bindToDevice(Lum::SysCalls& sys, int sock, int ifindex) {
+  sockaddr_ll ll;
+  std::memset(&ll, 0, sizeof ll);
+  ll.sll_family = AF_PACKET;
+  ll.sll_protocol = ifindex > 0 ? htons(ETH_P_ALL) : 0;
+  ll.sll_ifindex = ifindex;
+  return sys.bind(sock, reinterpret_cast<const sockaddr*>(&ll), sizeof ll);
+}
+
+int openPacketSocket(Lum::SysCalls& sys) {
+  return sys.socket(AF_PACKET, SOCK_RAW, 0);
+}
+
+}  // namespace
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::createLocalSocket() {
+  R2L_TRACE(8, "() L2R_TEST:" << L2R_TEST << " R2L_TEST: " << R2L_TEST);
+  Lum::SysCalls& sys = Lum::sysCalls();
+  localSockIs(closeAndCheck(localSock_));
+  int sock;
+  if (R2L_TEST) {
+    sock = sys.socket(AF_UNIX, SOCK_DGRAM, 0);
+    if (sock < 0) throw Lum::ErrnoException(errno, "");
+  } else {
+    sock = openPacketSocket(sys);
+    if (sock < 0) throw Lum::ErrnoException(errno, "creating txraw socket");
+    const Lum::SysResult index = Lum::interfaceIndex(sys, sock, kTxRaw);
+    if (index.failed()) {
+      // Bound without an index for now; the device's arrival rebuilds the socket.
+      R2L_TRACE(0, "() unable to lookup ifindex for txraw: " << std::strerror(index.err));
+      RINGLOG(0, "R2LSm(%s) unable to lookup ifindex for txraw: %d",
+              intfId_.stringValue().charPtr(), index.err);
+      vxlanCounterInc(VxlanCounterId::r2lSocketErrors, 1);
+    }
+    if (bindToDevice(sys, sock, index.failed() ? 0 : static_cast<int>(index.rc)) < 0) {
+      const int err = errno;
+      R2L_TRACE(0, "() bind txraw: " << std::strerror(err));
+      RINGLOG(0, "R2LSm(%s) bind txraw: %d", intfId_.stringValue().charPtr(), err);
+      vxlanCounterInc(VxlanCounterId::r2lSocketErrors, 1);
+    }
+  }
+  // Stored before the last step, so that a failure there leaves no descriptor behind.
+  localSockIs(sock);
+  syncRemoteWatch();
+  const int zero = 0;
+  if (sys.setsockopt(sock, SOL_SOCKET, SO_RCVBUF, &zero, sizeof zero) < 0) {
+    const int err = errno;
+    vxlanCounterInc(VxlanCounterId::r2lSocketErrors, 1);
+    throw Lum::ErrnoException(err, "SO_RCVBUF");
+  }
+}
+
+int32_t Remote2LocalForwarderSm::LumVtiStatusSm::closeAndCheck(int32_t sock) {
+  if (sock == -1) return -1;
+  if (Lum::sysCalls().close(sock) < 0) throw Lum::ErrnoException(errno, "R2LSm closing socket");
+  return -1;
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::closeRemoteSocket() {
+  // The entity lets go of the descriptor before it is closed: it does not own it, and
+  // the number may be handed out again at once.
+  if (fileDescriptor_ && fileDescriptor_->notifier()) fileDescriptor_->notifier()->descriptorIs(-1);
+  remoteSockIs(closeAndCheck(remoteSock_));
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::syncRemoteWatch() {
+  Lum::FileDescriptor* fd = fileDescriptor_ ? fileDescriptor_->notifier().ptr() : nullptr;
+  if (fd && fd->descriptor() != -1) fd->notifyOnReadableIs(localSock_ != -1);
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::createRemoteSocket() {
+  if (!initialized_) {
+    R2L_TRACE(8, "() uninit return");
+    return;
+  }
+  R2L_TRACE(8, "()");
+  const Lum::Ptr<const VtiStatus> status = notifier();
+  Lum::SysCalls& sys = Lum::sysCalls();
+  closeRemoteSocket();
+  if (R2L_TEST) {
+    const int sock = sys.socket(AF_UNIX, SOCK_DGRAM, 0);
+    if (sock < 0) throw Lum::ErrnoException(errno, "");
+    remoteSockIs(sock);
+    sockaddr_un addr;
+    const socklen_t addrLen = testModeAddress(addr, "./VxlanR2LSM-inbound-%d");
+    // A file left by an earlier run of this process id would make the bind fail.
+    sys.unlink(addr.sun_path);
+    if (sys.bind(sock, reinterpret_cast<const sockaddr*>(&addr), addrLen) < 0) {
+      R2L_TRACE(0, " bind: " << std::strerror(errno));
+    }
+  } else {
+    const int sock = openPacketSocket(sys);
+    if (sock < 0) throw Lum::ErrnoException(errno, "");
+    remoteSockIs(sock);
+    R2L_TRACE(7, "(): floodMcastGrp:" << floodMcastGrp_
+                                      << " ctrlClntMode:" << status->controllerClientMode());
+    doRejoinMcastGroups();
+
+    const Lum::String8& device = status->srcIntfKernelName();
+    R2L_TRACE(7, "(): binding remoteSock to " << device);
+    const Lum::SysResult index = Lum::interfaceIndex(sys, sock, device.view());
+    if (index.failed()) {
+      R2L_TRACE(0, "() ioctl: " << device << ": " << std::strerror(index.err));
+      doDisconnectSockets();
+      return;
+    }
+    if (bindToDevice(sys, sock, static_cast<int>(index.rc)) < 0) {
+      R2L_TRACE(0, " multicast bind: " << std::strerror(errno));
+      doDisconnectSockets();
+      return;
+    }
+  }
+  R2L_TRACE(7, "() multicast socket:" << remoteSock_ << " port:" << status->udpPort()
+                                      << " initalized:" << initialized_
+                                      << " intfName:" << status->srcIpIntf()
+                                      << " shortName:" << status->srcIpIntf().shortName()
+                                      << " group:" << floodMcastGrp_);
+  Lum::Ptr<Lum::FileDescriptor> fd = new Lum::FileDescriptor("VxlanR2LSmMulticast");
+  fd->descriptorIs(remoteSock_);
+  // The frame loop ends on EAGAIN.
+  fd->nonBlockingIs(true);
+  fd->notifyOnReadableIs(localSock_ != -1);
+  fileDescriptorIs(fd);
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::rebuildRemoteSocket() {
+  closeRemoteSocket();
+  if (!operUp()) return;
+  // A pair, not a remote socket alone: a rebuild that failed before all of the status
+  // had arrived (no device name yet) closed both, and whichever attribute comes last
+  // must bring both back. A "txraw" known to be gone keeps the local socket closed,
+  // and with it the watch off, until the device returns.
+  if (localSock_ == -1 && !txRawGone_) createLocalSocket();
+  createRemoteSocket();
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::doConnectSockets() {
+  const Lum::Ptr<const VtiStatus> status = notifier();
+  R2L_TRACE(8, "() oper:" << (status ? status->operStatus() : Interface::IntfOperStatus()));
+  if (!operUp()) return;
+  createLocalSocket();
+  createRemoteSocket();
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::doDisconnectSockets() {
+  R2L_TRACE(8, "()");
+  if (fileDescriptor_ && fileDescriptor_->notifier()) fileDescriptor_->notifier()->descriptorIs(-1);
+  // The configuration is the agent's as a whole; cleared even with no socket open.
+  if (auto* igmp = igmpConfig()) igmp->intfConfigDelAll();
+  if (auto* pim = pimConfig()) pim->intfModeDelAll();
+  if (remoteSock_ != -1) {
+    R2L_TRACE(7, " removing implicit igmp and pim");
+    remoteSockIs(closeAndCheck(remoteSock_));
+  }
+  localSockIs(closeAndCheck(localSock_));
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::handleKernelDevice(const Lum::String8& name) {
+  R2L_TRACE(8, "() name:" << name);
+  if (name.view() != kTxRaw) return;
+  // The sockets of a machine still being built are opened at the end of
+  // handleInitialized, with the device's state of that moment.
+  if (!initialized_) return;
+  const KernelNetworkInfo::Root* root =
+      kernelNetworkInfoRoot_ ? kernelNetworkInfoRoot_->notifier().ptr() : nullptr;
+  const Lum::Ptr<KernelNetworkInfo::Interface> intf = root ? root->interfaceByName(name) : nullptr;
+  txRawGone_ = !intf;
+  if (!intf) {
+    doDisconnectSockets();
+    return;
+  }
+  R2L_TRACE(7, " flags:" << intf->flags());
+  doDisconnectSockets();
+  doConnectSockets();
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::handleKernelDevice() {
+  handleKernelDevice(Lum::String8(kTxRaw));
+}
+
+}  // namespace Vxlan
