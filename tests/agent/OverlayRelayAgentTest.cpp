@@ -89,8 +89,9 @@ class OverlayRelayAgentTest : public ::testing::Test {
   Lum::Ptr<OverlayRelayAgent> agent_;
 };
 
-// Guards the library's type table: its types registered in their order, and every
-// attribute of the agent reachable by its name, with the id that names it back.
+// Guards the library's type table: its types registered in their order, every
+// attribute of the agent reachable by its name, with the id that names it back, and
+// the agent built by its name alone.
 TEST_F(OverlayRelayAgentTest, TypeTableInOrderWithEveryAttributeByName) {
   const std::vector<std::string> table = {
       "Vxlan::OverlayRelayAgent::OverlayRelayAgent::VxCliCallback",
@@ -111,14 +112,11 @@ TEST_F(OverlayRelayAgentTest, TypeTableInOrderWithEveryAttributeByName) {
   }
   EXPECT_EQ(Lum::TypeRegistry::type("Vxlan::Remote2LocalForwarderSm")->attribute("vtiStatusSm")->id,
             9);
-}
 
-// Guards the one constructor argument list the host may use, and its report.
-TEST_F(OverlayRelayAgentTest, BuiltByTypeNameOnly) {
+  // The one constructor argument list the host may use, and its report.
   EXPECT_EQ(agent_->name(), Lum::Name(name_));
-  const Lum::TypeInfo* type = &agent_->fwkType();
   try {
-    type->construct({{"name", "a"}, {"cell", "b"}});
+    type.construct({{"name", "a"}, {"cell", "b"}});
     FAIL() << "a second argument was accepted";
   } catch (const Lum::RangeException& e) {
     EXPECT_EQ(std::string(e.what()).rfind("OverlayRelayAgent", 0), 0u) << e.what();

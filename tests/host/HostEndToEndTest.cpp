@@ -3,30 +3,15 @@
 // own counter table; vxrelayctl as a child for every operation, judged by its exit
 // status and output. Each host is killed, and its folder and counter table removed,
 // when its test ends, also when the test fails.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "agent/CounterTableReader.h"
-#include "agent/SharedMemoryCounterStorage.h"
 #include "agent/VxlanAgentCounter.h"
-#include "platform/memtab/MemtabMount.h"
-#include "platform/statehub/ControlClient.h"
 #include "tests/host/HostProcess.h"
 
 namespace {
@@ -41,9 +26,12 @@ bool allZero(const auto& readings) {
   return true;
 }
 
-// Guards against a host that does not take its state file, whose control socket does
-// not answer, or whose gets do not reflect a change applied through the tool.
-TEST(HostEndToEnd, StateFromFileReadsBackAndChangesApply) {
+// Guards a running host end to end: it takes its state file, its control socket
+// answers, a change applied through the tool reads back, a change request with a
+// refused part is taken not at all and names the path, a second host given the same
+// control socket ends without taking it over, and SIGTERM ends the host with status 0
+// and without its socket left behind.
+TEST(HostEndToEnd, RunningHostAppliesGetsAndEndsOnSigterm) {
   Host host;
   ASSERT_TRUE(host.ready()) << host.child().errors();
 
@@ -54,17 +42,46 @@ TEST(HostEndToEnd, StateFromFileReadsBackAndChangesApply) {
   EXPECT_EQ(vxlan1["localVtepAddr"], "10.0.0.1");
   EXPECT_EQ(vxlan1["vlanToVniMap"], json({{"10", "5010"}, {"20", "5020"}}));
 
-  const ToolRun r = host.apply({{kVtiPath, {{"vtiStatus", {{"Vxlan1", {{"udpPort", 4790}}}}}}}});
+  // A valid change beside the refused one: a request taken piecemeal shows in the get.
+  ToolRun r = host.apply(
+      {{kVtiPath, {{"vtiStatus", {{"Vxlan1", {{"udpPort", 4790}, {"noSuchAttribute", 1}}}}}}}});
+  EXPECT_NE(r.exitCode, 0);
+  EXPECT_EQ(r.err.rfind("vxrelayctl: ", 0), 0u) << r.err;
+  EXPECT_NE(r.err.find("interface/status/eth/vxlan/vtiStatus/Vxlan1/noSuchAttribute"),
+            std::string::npos)
+      << r.err;
+  // Read directly as well, so that a fault of the tool's get cannot hide one of apply.
+  const json direct =
+      Statehub::ControlClient(host.control()).request({{"op", "get"}, {"path", kVtiPath}});
+  ASSERT_TRUE(direct.value("ok", false)) << direct.dump();
+  EXPECT_EQ(direct["state"], vti);
+  EXPECT_EQ(host.stateOf(kVtiPath), vti);
+
+  r = host.apply({{kVtiPath, {{"vtiStatus", {{"Vxlan1", {{"udpPort", 4790}}}}}}}});
   ASSERT_EQ(r.exitCode, 0) << r.err;
   const json changed = host.stateOf(kVtiPath)["vtiStatus"]["Vxlan1"];
   EXPECT_EQ(changed["udpPort"], "4790");
   EXPECT_EQ(changed["vlanToVniMap"], vxlan1["vlanToVniMap"]);
-
   // The example file, comments and all, applies to a running host as it starts one.
-  const ToolRun example =
-      host.ctl({"state", "apply", std::string(VXRELAY_EXAMPLES) + "/switch.json"});
-  ASSERT_EQ(example.exitCode, 0) << example.err;
+  r = host.ctl({"state", "apply", std::string(VXRELAY_EXAMPLES) + "/switch.json"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(host.stateOf(kVtiPath)["vtiStatus"]["Vxlan1"]["udpPort"], "4789");
+
+  const std::string other = host.name() + "-b";
+  ChildProcess second({VXRELAY_HOST, "--name", other, "--control", host.control()},
+                      (host.dir() / "second.out").string(), kChildEnv,
+                      (host.dir() / "second.err").string());
+  const std::string err = refusalLine(second);
+  ::shm_unlink(LumMemtab::Mount::objectName(other, Vxlan::kCounterTablePath).c_str());
+  EXPECT_NE(err.find(host.control()), std::string::npos) << err;
+  EXPECT_TRUE(host.stateOf(kVtiPath).contains("vtiStatus"));
+
+  ASSERT_EQ(::kill(host.child().pid(), SIGTERM), 0);
+  const std::optional<int> status = host.child().exitWithin(kExitBound);
+  ASSERT_TRUE(status) << "still running after SIGTERM";
+  ASSERT_TRUE(WIFEXITED(*status)) << "wait status " << *status;
+  EXPECT_EQ(WEXITSTATUS(*status), 0) << host.child().errors();
+  EXPECT_FALSE(std::filesystem::exists(host.control()));
 }
 
 // Guards against a counter table that other programs cannot find or read, a clear
@@ -130,19 +147,6 @@ TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
   EXPECT_EQ(after.vxlan.back().count, 1000u + Vxlan::kVxlanCounterIds - 1);
 }
 
-// Guards against a host that ignores SIGTERM, hangs in its cleanup, exits with a
-// failure status, or leaves its control socket behind.
-TEST(HostEndToEnd, SigtermEndsTheHostCleanly) {
-  Host host;
-  ASSERT_TRUE(host.ready()) << host.child().errors();
-  ASSERT_EQ(::kill(host.child().pid(), SIGTERM), 0);
-  const std::optional<int> status = host.child().exitWithin(kExitBound);
-  ASSERT_TRUE(status) << "still running after SIGTERM";
-  ASSERT_TRUE(WIFEXITED(*status)) << "wait status " << *status;
-  EXPECT_EQ(WEXITSTATUS(*status), 0) << host.child().errors();
-  EXPECT_FALSE(std::filesystem::exists(host.control()));
-}
-
 // Guards against a state file whose fault is found late, reported in several lines or
 // not named at all, or that leaves a counter table behind; and against what is no
 // file at all: a directory was reported as "empty input", a FIFO blocked the host
@@ -177,62 +181,10 @@ TEST(HostEndToEnd, BadStateFileEndsTheHostWithOneLine) {
     }
     Host host({.stateFile = file.string()});
 
-    const std::optional<int> status = host.child().exitWithin(kExitBound);
-    ASSERT_TRUE(status) << "the host runs with a bad state file";
-    ASSERT_TRUE(WIFEXITED(*status)) << "wait status " << *status;
-    EXPECT_NE(WEXITSTATUS(*status), 0);
-    const std::string err = host.child().errors();
-    EXPECT_EQ(err.rfind("vxrelay-host: ", 0), 0u) << err;
-    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
-    EXPECT_EQ(err.back(), '\n') << err;
+    const std::string err = refusalLine(host.child());
     for (const std::string& n : c.named) EXPECT_NE(err.find(n), std::string::npos) << err;
     EXPECT_FALSE(sharedObjectExists(host.counterObject()));
   }
-}
-
-// Guards against a second host that aborts, or takes over the socket of a running one,
-// when both are given the same control socket.
-TEST(HostEndToEnd, ControlSocketInUseEndsTheSecondHostOnly) {
-  Host first;
-  ASSERT_TRUE(first.ready()) << first.child().errors();
-  ChildProcess second({VXRELAY_HOST, "--name", first.name() + "-b", "--control", first.control()},
-                      (first.dir() / "second.out").string(), kChildEnv,
-                      (first.dir() / "second.err").string());
-  const std::optional<int> status = second.exitWithin(kExitBound);
-  ::shm_unlink(LumMemtab::Mount::objectName(first.name() + "-b", Vxlan::kCounterTablePath).c_str());
-  ASSERT_TRUE(status) << "the second host runs";
-  ASSERT_TRUE(WIFEXITED(*status)) << "wait status " << *status;
-  EXPECT_NE(WEXITSTATUS(*status), 0);
-  const std::string err = second.errors();
-  EXPECT_EQ(err.rfind("vxrelay-host: ", 0), 0u) << err;
-  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
-  EXPECT_NE(err.find(first.control()), std::string::npos) << err;
-  EXPECT_TRUE(first.stateOf(kVtiPath).contains("vtiStatus"));
-}
-
-// Guards against a change request that is taken in part, or refused without the tool
-// saying where.
-TEST(HostEndToEnd, RefusedChangeNamesThePathAndChangesNothing) {
-  Host host;
-  ASSERT_TRUE(host.ready()) << host.child().errors();
-  const json before = host.stateOf(kVtiPath);
-  ASSERT_TRUE(before.contains("vtiStatus")) << before.dump();
-
-  // A valid change beside the refused one: a request taken piecemeal shows in the get.
-  const ToolRun r = host.apply(
-      {{kVtiPath, {{"vtiStatus", {{"Vxlan1", {{"udpPort", 4790}, {"noSuchAttribute", 1}}}}}}}});
-  EXPECT_NE(r.exitCode, 0);
-  EXPECT_EQ(r.err.rfind("vxrelayctl: ", 0), 0u) << r.err;
-  EXPECT_NE(r.err.find("interface/status/eth/vxlan/vtiStatus/Vxlan1/noSuchAttribute"),
-            std::string::npos)
-      << r.err;
-
-  // Read directly as well, so that a fault of the tool's get cannot hide one of apply.
-  Statehub::ControlClient client(host.control());
-  const json direct = client.request({{"op", "get"}, {"path", kVtiPath}});
-  ASSERT_TRUE(direct.value("ok", false)) << direct.dump();
-  EXPECT_EQ(direct["state"], before);
-  EXPECT_EQ(host.stateOf(kVtiPath), before);
 }
 
 }  // namespace

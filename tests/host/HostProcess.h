@@ -4,10 +4,12 @@
 #pragma once
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
@@ -133,6 +135,19 @@ class Host {
   int toolRuns_ = 0;
   int docs_ = 0;
 };
+
+// What a host that must refuse to start wrote, after checking that it ended by itself,
+// within the bound, with a failure status and one line "vxrelay-host: <reason>".
+inline std::string refusalLine(ChildProcess& child) {
+  const std::optional<int> status = child.exitWithin(kExitBound);
+  EXPECT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) != 0)
+      << (status ? "wait status " + std::to_string(*status) : "still running");
+  const std::string err = child.errors();
+  EXPECT_EQ(err.rfind("vxrelay-host: ", 0), 0u) << err;
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+  EXPECT_TRUE(err.ends_with('\n')) << err;
+  return err;
+}
 
 inline bool sharedObjectExists(const std::string& name) {
   const int fd = ::shm_open(name.c_str(), O_RDONLY, 0);

@@ -58,7 +58,6 @@ class SwitchTopology {
   static constexpr const char* kTxRawDevice = "txraw";
   static constexpr const char* kTxRawPeer = "txraw-p";
   static constexpr const char* kVxlanDevice = "vxlan";
-  static constexpr const char* kVxlanPeer = "vxlan-p";
   static constexpr const char* kRemoteVxlanDevice = "vx0";
   static constexpr const char* kVtepAddr = "10.99.0.1";
 
@@ -72,7 +71,6 @@ class SwitchTopology {
   const SwitchTopologyConfig& config() const { return config_; }
   const std::string& switchNs() const { return switchNs_; }
   const std::string& remoteNs(size_t i) const { return remoteNs_.at(i); }
-  const std::string& fabricNs() const { return fabricNs_; }
   // Every namespace made, for checks that teardown left none.
   std::vector<std::string> namespaces() const;
   const std::string& underlayDevice() const { return switchUnderlay_; }

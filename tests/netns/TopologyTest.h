@@ -55,9 +55,7 @@ class TopologyTest : public ::testing::Test {
 
   SwitchTopology& topo() { return *topo_; }
 
-  uint64_t count(Vxlan::VxlanCounterId id) const {
-    return topo_->counters().count(id);
-  }
+  uint64_t count(Vxlan::VxlanCounterId id) const { return topo_->counters().count(id); }
   // Polls counter `id` until it exceeds `before` (counts are stored after the write
   // they count); its last value.
   uint64_t countAbove(Vxlan::VxlanCounterId id, uint64_t before) const {

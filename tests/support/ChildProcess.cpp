@@ -101,15 +101,6 @@ std::optional<int> ChildProcess::exitWithin(Bound bound) {
   return status_;
 }
 
-int ChildProcess::exitStatus() {
-  if (running() || !WIFEXITED(*status_)) return -1;
-  return WEXITSTATUS(*status_);
-}
-
-void ChildProcess::signal(int sig) const {
-  if (!status_) ::kill(pid_, sig);
-}
-
 void ChildProcess::stop(Bound bound) {
   if (!running()) return;
   ::kill(pid_, SIGTERM);

@@ -11,6 +11,16 @@
 
 namespace TestSupport {
 
+// Appends a number in network order.
+inline void push16(std::vector<uint8_t>& f, uint16_t v) {
+  f.push_back(static_cast<uint8_t>(v >> 8));
+  f.push_back(static_cast<uint8_t>(v));
+}
+inline void push32(std::vector<uint8_t>& f, uint32_t v) {
+  push16(f, static_cast<uint16_t>(v >> 16));
+  push16(f, static_cast<uint16_t>(v));
+}
+
 struct VxlanFrameBuilder {
   bool tagged = false;          // one 802.1Q tag on the outer frame
   uint16_t outerVlan = 7;       // VLAN of that tag
@@ -65,15 +75,6 @@ struct VxlanFrameBuilder {
     f.insert(f.end(), inner.begin(), inner.end());
     return f;
   }
-
-  static void push16(std::vector<uint8_t>& f, uint16_t v) {
-    f.push_back(static_cast<uint8_t>(v >> 8));
-    f.push_back(static_cast<uint8_t>(v));
-  }
-  static void push32(std::vector<uint8_t>& f, uint32_t v) {
-    push16(f, static_cast<uint16_t>(v >> 16));
-    push16(f, static_cast<uint16_t>(v));
-  }
 };
 
 // The "txraw" frame of an inner Ethernet frame: its MAC addresses, then tag 0x0008,
@@ -82,10 +83,10 @@ struct VxlanFrameBuilder {
 inline std::vector<uint8_t> txRawFrame(const std::vector<uint8_t>& inner, Bridging::VlanId vlan,
                                        Vxlan::HwPortId glort) {
   std::vector<uint8_t> f(inner.begin(), inner.begin() + 12);
-  VxlanFrameBuilder::push16(f, 0x0008);
-  VxlanFrameBuilder::push16(f, vlan.value());
-  VxlanFrameBuilder::push16(f, glort.value());
-  VxlanFrameBuilder::push16(f, 0);
+  push16(f, 0x0008);
+  push16(f, vlan.value());
+  push16(f, glort.value());
+  push16(f, 0);
   f.insert(f.end(), inner.begin() + 12, inner.end());
   return f;
 }

@@ -110,16 +110,6 @@ TEST(MemtabLayoutTest, ParseRejectsEachDamagedHeaderField) {
   EXPECT_THROW(Layout::plan({{"odd", 3, 1}}), Lum::RangeException);
 }
 
-// Guards the naming that readers rely on to find an agent's table.
-TEST(MemtabMountTest, ObjectNameJoinsAgentAndPath) {
-  EXPECT_EQ(Mount::objectName("a", "vxlan/counter"), "/vxrelay-a-vxlan-counter");
-  EXPECT_EQ(Mount::objectName("a", "/vxlan/counter"), "/vxrelay-a-vxlan-counter");
-  EXPECT_THROW(Mount::objectName("a/b", "c"), Lum::RangeException);
-  EXPECT_THROW(Mount::objectName("a", ""), Lum::RangeException);
-  EXPECT_THROW(Mount::objectName("a", std::string(300, 'p')), Lum::RangeException);
-  EXPECT_THROW(Mount(""), Lum::RangeException);
-}
-
 // Guards the zeroing rules for an existing table of the right size (the agent's tests
 // cover new, kept and resized tables): another layout or a damaged header is zeroed,
 // with a trace line, rather than read under the wrong ids.
@@ -242,9 +232,16 @@ TEST(MemtabTableTest, FailedSystemCallsNameTheStepAndCloseTheDescriptor) {
   }
 }
 
-// Guards the mount: the type's widths and factory are used, the mode is honoured, and
-// unknown types, foreign collections and a second mount of a path are refused.
+// Guards the mount: the object naming that readers rely on to find an agent's table,
+// the type's widths and factory used, the mode honoured, and unknown types, foreign
+// collections and a second mount of a path refused.
 TEST(MemtabMountTest, MountBuildsTheEntityOfTheType) {
+  EXPECT_EQ(Mount::objectName("a", "vxlan/counter"), "/vxrelay-a-vxlan-counter");
+  EXPECT_EQ(Mount::objectName("a", "/vxlan/counter"), "/vxrelay-a-vxlan-counter");
+  EXPECT_THROW(Mount::objectName("a/b", "c"), Lum::RangeException);
+  EXPECT_THROW(Mount::objectName("a", ""), Lum::RangeException);
+  EXPECT_THROW(Mount::objectName("a", std::string(300, 'p')), Lum::RangeException);
+  EXPECT_THROW(Mount(""), Lum::RangeException);
   const std::string agent = uniqueAgentName("mount");
   SharedObjectGuard guard(Mount::objectName(agent, "slots/a"));
   MountInfo info;

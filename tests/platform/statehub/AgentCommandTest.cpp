@@ -21,13 +21,16 @@ Lum::Ptr<AgentCommandRequest> request(const char* id, const char* type, const ch
   return r;
 }
 
-// Guards dispatch: only requests of the callback's type reach it, each once; every
-// request leaves the directory; nothing is handled while no callback exists, and
-// such requests are not replayed when one comes.
+// Guards dispatch: requests already in the directory are taken at the start; only
+// requests of the callback's type reach it, each once; every request leaves the
+// directory; nothing is handled while no callback exists, and such requests are not
+// replayed when one comes.
 TEST(AgentCommandTest, DispatchByTypeOnce) {
   Lum::Ptr<Lum::Dir> dir(new Lum::Dir("vxlan"));
+  dir->entityIs(request("0", "vxlan", "x"));
   Lum::Ptr<AgentCommandRequestStatus> status(new AgentCommandRequestStatus("vxlan"));
   Lum::Ptr<AgentCommandRequestDirSm> sm(new AgentCommandRequestDirSm(nullptr, dir));
+  EXPECT_EQ(dir->entities(), 0u) << "a request from before the start was left";
   sm->statusIs(status);
   dir->entityIs(request("1", "vxlan", "clearVarpCtr"));
   EXPECT_EQ(dir->entities(), 0u);
@@ -43,15 +46,6 @@ TEST(AgentCommandTest, DispatchByTypeOnce) {
   EXPECT_EQ(status->requests(), 3u);
   EXPECT_EQ(status->handled(), 1u);
   EXPECT_EQ(status->lastRequest(), Lum::Name("3"));
-}
-
-// Guards the start: requests already in the directory are handled when the machine
-// is built around it.
-TEST(AgentCommandTest, EarlierRequestsAreTakenAtStart) {
-  Lum::Ptr<Lum::Dir> dir(new Lum::Dir("vxlan"));
-  dir->entityIs(request("1", "vxlan", "x"));
-  Lum::Ptr<AgentCommandRequestDirSm> sm(new AgentCommandRequestDirSm(nullptr, dir));
-  EXPECT_EQ(dir->entities(), 0u);
 }
 
 }  // namespace

@@ -1,45 +1,32 @@
 #include "platform/trace/Trace.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <string>
 
 #include "platform/core/Exception.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TempDir.h"
 
 namespace Lum {
 namespace {
 
 // Every test leaves the process-wide trace state as it found it: nothing enabled, no
-// coverage stream, lines to stderr, and its output file removed.
+// coverage stream, lines to stderr, and its output folder removed.
 class TraceTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char path[] = "/tmp/vxrelay-trace-XXXXXX";
-    const int fd = ::mkstemp(path);
-    ASSERT_GE(fd, 0);
-    ::close(fd);
-    outPath_ = path;
-    traceAllDisabled();
-  }
+  void SetUp() override { traceAllDisabled(); }
   void TearDown() override {
     coverageStreamIs(nullptr);
     traceOutputFileIs(nullptr);
     traceAllDisabled();
-    ::unlink(outPath_.c_str());
   }
-  std::string output() const {
-    std::ifstream in(outPath_);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-  }
+  std::string output() const { return TestSupport::fileText(outPath_); }
 
-  std::string outPath_;
+  TestSupport::TempDir dir_{"vxr-trace"};
+  std::string outPath_ = dir_.file("trace.out");
 };
 
 int sideEffects = 0;
