@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "platform/core/Entity.h"
+#include "platform/core/Reactor.h"
 
 namespace Lum {
 
@@ -32,6 +33,11 @@ TypeInfo&& TypeInfo::attribute(std::string name, int id, TextAccess access) && {
 
 TypeInfo&& TypeInfo::operation(std::string name, std::function<void(Entity&)> op) && {
   operations_.emplace(std::move(name), std::move(op));
+  return std::move(*this);
+}
+
+TypeInfo&& TypeInfo::watcher(WatcherFactory factory) && {
+  watcher_ = factory;
   return std::move(*this);
 }
 
@@ -81,6 +87,10 @@ void TypeInfo::invoke(Entity& e, std::string_view op) const {
     if (it != t->operations_.end()) return it->second(e);
   }
   throwRangeException(lumTypeShortName(fullName_) + ": no operation " + std::string(op));
+}
+
+Ptr<ReactorBase> TypeInfo::watch(const Entity& e, std::function<void(int attrId)> seen) const {
+  return watcher_ ? watcher_(e, std::move(seen)) : Ptr<ReactorBase>();
 }
 
 const TypeInfo& TypeRegistry::add(TypeInfo type) {
@@ -197,6 +207,13 @@ std::optional<GenericRef> GenericRef::child(std::string_view attr) const {
 std::string lumTypeShortName(std::string_view fullName) {
   size_t colon = fullName.rfind("::");
   return std::string(colon == std::string_view::npos ? fullName : fullName.substr(colon + 2));
+}
+
+void throwNullParam(std::string_view param, std::string_view qualifiedName) {
+  if (qualifiedName.empty())
+    throwRangeException("an empty " + std::string(param) + " is not allowed");
+  throwRangeException("null _" + std::string(param) + " parameter to mutator for " +
+                      std::string(qualifiedName) + " not allowed\"");
 }
 
 void throwBadText(std::string_view typeName, std::string_view text) {

@@ -73,10 +73,10 @@ class R2LMembershipTest : public R2LManagerFixture {
 // Guards the join rule of a decapsulation group: multicast only, replication mode 2
 // or 3, not the MLAG secondary, interface up; each failing condition leaves.
 TEST_F(R2LMembershipTest, DecapGroupJoinRule) {
-  s_->mcastGrpDecapIs(ip("10.1.1.1"));
+  s_->mcastGrpDecapIs(ip("10.1.1.1"), true);
   EXPECT_FALSE(igmp_->intfConfig(kSrc));
 
-  s_->mcastGrpDecapIs(ip("239.1.1.1"));
+  s_->mcastGrpDecapIs(ip("239.1.1.1"), true);
   EXPECT_TRUE(joined("239.1.1.1"));
   mlag_->mlagStateIs(Mlag::MlagState::mlagStatePrimary);
   EXPECT_TRUE(joined("239.1.1.1"));
@@ -102,7 +102,7 @@ TEST_F(R2LMembershipTest, FloodGroup) {
   bum_->bumMcastGrpIs(VlanId(10), ip("239.0.0.10"));
   EXPECT_EQ(sm()->floodMcastGrp(), ip("239.0.0.10"));
   EXPECT_TRUE(joined("239.0.0.10"));
-  s_->mcastGrpDecapIs(ip("239.1.1.1"));
+  s_->mcastGrpDecapIs(ip("239.1.1.1"), true);
   s_->mcastGrpDecapDel(ip("239.1.1.1"));
   sm()->handleMcastGrpDecap();
   EXPECT_FALSE(joined("239.1.1.1"));
@@ -128,10 +128,10 @@ TEST_F(R2LMembershipTest, FloodGroup) {
 // Guards the PIM mode: set by the first join, kept as it is by later ones, removed
 // with the last group of the interface and not before.
 TEST_F(R2LMembershipTest, LastGroupTakesThePimMode) {
-  s_->mcastGrpDecapIs(ip("239.1.1.1"));
+  s_->mcastGrpDecapIs(ip("239.1.1.1"), true);
   EXPECT_EQ(pimMode(), Routing::Pim::Mode::pimModeSparse);
   pim_->intfModeIs(Lum::Name("Loopback1"), Routing::Pim::Mode::pimModeNone);
-  s_->mcastGrpDecapIs(ip("239.1.1.2"));
+  s_->mcastGrpDecapIs(ip("239.1.1.2"), true);
   EXPECT_EQ(pim_->intfMode().find(Lum::Name("Loopback1")),
             std::optional(Routing::Pim::Mode::pimModeNone));
   pim_->intfModeIs(Lum::Name("Loopback1"), Routing::Pim::Mode::pimModeSparse);
