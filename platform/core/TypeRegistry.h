@@ -115,6 +115,7 @@ class TypeInfo {
   // Registers a watcher of `e` (an entity of this type) that calls `seen` with the id
   // of every change; empty when the type has no watcher. It watches until released.
   Ptr<ReactorBase> watch(const Entity& e, std::function<void(int attrId)> seen) const;
+  bool hasWatcher() const { return watcher_ != nullptr; }
 
  private:
   std::string fullName_;
