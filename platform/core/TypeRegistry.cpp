@@ -209,6 +209,8 @@ std::string lumTypeShortName(std::string_view fullName) {
   return std::string(colon == std::string_view::npos ? fullName : fullName.substr(colon + 2));
 }
 
+// The closing double quote of the mutator's message looks stray; it is part of the
+// operators' vocabulary and stays as it stands.
 void throwNullParam(std::string_view param, std::string_view qualifiedName) {
   if (qualifiedName.empty())
     throwRangeException("an empty " + std::string(param) + " is not allowed");

@@ -76,6 +76,30 @@ class RegistryWalk {
   }
 
  private:
+  void walkValue(const GenericRef& ref, const AttributeInfo& a, std::vector<int>& seen) {
+    const Lum::TextAccess& acc = a.access;
+    const std::vector<int> once{a.id};
+    const std::string before = ref.attribute(a.name);
+    if (!acc.set) {
+      EXPECT_THROW(ref.attributeIs(a.name, before), Lum::Exception);
+      return;
+    }
+    std::string chosen;
+    for (const std::string& t : kTexts) {
+      const bool checked = accepted([&] { acc.checkValue(t); });
+      const bool written = accepted([&] { ref.attributeIs(a.name, t); });
+      EXPECT_EQ(checked, written) << '"' << t << '"';
+      if (checked && written && chosen.empty() && t != before) chosen = t;
+    }
+    ASSERT_FALSE(chosen.empty()) << "no text fits";
+    ref.attributeIs(a.name, before);
+    seen.clear();
+    ref.attributeIs(a.name, chosen);
+    ref.attributeIs(a.name, chosen);
+    EXPECT_EQ(ref.attribute(a.name), chosen);
+    EXPECT_EQ(seen, once);
+  }
+
   void walkAttribute(const Ptr<Entity>& e, const AttributeInfo& a, std::vector<int>& seen) {
     const Lum::TextAccess& acc = a.access;
     GenericRef ref{e};
@@ -87,28 +111,7 @@ class RegistryWalk {
       if (!walked.count(child->entity()->fwkType().fullName())) walk(acc.child(*e));
       return;
     }
-    if (acc.kind == AttrKind::value) {
-      const std::string before = ref.attribute(a.name);
-      if (!acc.set) {
-        EXPECT_THROW(ref.attributeIs(a.name, before), Lum::Exception);
-        return;
-      }
-      std::string chosen;
-      for (const std::string& t : kTexts) {
-        const bool checked = accepted([&] { acc.checkValue(t); });
-        const bool written = accepted([&] { ref.attributeIs(a.name, t); });
-        EXPECT_EQ(checked, written) << '"' << t << '"';
-        if (checked && written && chosen.empty() && t != before) chosen = t;
-      }
-      ASSERT_FALSE(chosen.empty()) << "no text fits";
-      ref.attributeIs(a.name, before);
-      seen.clear();
-      ref.attributeIs(a.name, chosen);
-      ref.attributeIs(a.name, chosen);
-      EXPECT_EQ(ref.attribute(a.name), chosen);
-      EXPECT_EQ(seen, once);
-      return;
-    }
+    if (acc.kind == AttrKind::value) return walkValue(ref, a, seen);
     ASSERT_TRUE(acc.kind == AttrKind::map || acc.kind == AttrKind::collection);
     const bool isMap = acc.kind == AttrKind::map;
     std::optional<std::pair<std::string, std::string>> chosen;
