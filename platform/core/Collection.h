@@ -43,15 +43,6 @@
 
 namespace Lum {
 
-template <class T>
-bool lumIsEmptyParam(const T& v) {
-  if constexpr (requires { v.ptr(); }) {
-    return !v;
-  } else {
-    return v == T{};
-  }
-}
-
 template <class Owner, class Elem, class Key, class First, class... Rest>
 class Collection : private NestedSlotBase {
   static constexpr size_t kParams = 1 + sizeof...(Rest);
@@ -115,10 +106,7 @@ class Collection : private NestedSlotBase {
   Iterator iterator(const Key& from) const { return Iterator(this, map_.lower_bound(from)); }
 
   const Ptr<Elem>& is(const First& first, const Rest&... rest) {
-    if (lumIsEmptyParam(first)) {
-      throwRangeException("null _" + std::string(paramNames_[0]) + " parameter to mutator for " +
-                          qualifiedName_ + " not allowed\"");
-    }
+    checkParam(first, paramNames_[0], qualifiedName_);
     const Key key = keyOf(first, rest...);
     auto it = map_.find(key);
     if (it != map_.end()) {

@@ -30,6 +30,8 @@ class Entity : public VFPtrInterface {
  public:
   // Attribute ids of every entity type start after these.
   enum : int { kAttrName = 0, kAttrEnd };
+  // The registered name of the type; entity types declared with LUM_ENTITY have one.
+  static constexpr const char* kTypeFullName = "Lum::Entity";
 
   const Name& name() const { return name_; }
   Entity* parent() const { return parent_; }
@@ -75,6 +77,16 @@ class Entity : public VFPtrInterface {
     if (store == v) return;
     store = std::forward<V>(v);
     notify<Fn>(attrId);
+  }
+
+  // Finds or creates the element `key` of the entity collection `c` (a
+  // Lum::Collection); only a new element is notified, through the keyed `Fn`.
+  template <auto Fn, class C, class K>
+  auto elementIs(C& c, const K& key, int attrId) {
+    const size_t before = c.size();
+    auto elem = c.is(key);
+    if (c.size() != before) notify<Fn>(attrId, key);
+    return elem;
   }
 
  private:

@@ -162,6 +162,10 @@ class NotifieeConst : public ReactorBase {
     }
   }
   virtual void onIsNondestructing() {}
+  // Where the handlers that the attribute tables generate (platform/core/Attributes.h)
+  // end when they are not overridden: a reactor that watches every attribute of an
+  // entity, whatever its type, overrides this one instead (Lum::Watcher).
+  virtual void onAnyAttribute(int attrId) { (void)attrId; }
 
  protected:
   ~NotifieeConst() override {

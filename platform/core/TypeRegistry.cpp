@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "platform/core/Entity.h"
+#include "platform/core/Reactor.h"
 
 namespace Lum {
 
@@ -44,6 +45,11 @@ TypeInfo&& TypeInfo::attributeNames(std::initializer_list<const char*> names, in
 
 TypeInfo&& TypeInfo::operation(std::string name, std::function<void(Entity&)> op) && {
   operations_.emplace(std::move(name), std::move(op));
+  return std::move(*this);
+}
+
+TypeInfo&& TypeInfo::watcher(WatcherFactory factory) && {
+  watcher_ = factory;
   return std::move(*this);
 }
 
@@ -93,6 +99,10 @@ void TypeInfo::invoke(Entity& e, std::string_view op) const {
     if (it != t->operations_.end()) return it->second(e);
   }
   throwRangeException(lumTypeShortName(fullName_) + ": no operation " + std::string(op));
+}
+
+Ptr<ReactorBase> TypeInfo::watch(const Entity& e, std::function<void(int attrId)> seen) const {
+  return watcher_ ? watcher_(e, std::move(seen)) : Ptr<ReactorBase>();
 }
 
 const TypeInfo& TypeRegistry::add(TypeInfo type) {
@@ -208,6 +218,15 @@ std::optional<GenericRef> GenericRef::child(std::string_view attr) const {
 std::string lumTypeShortName(std::string_view fullName) {
   size_t colon = fullName.rfind("::");
   return std::string(colon == std::string_view::npos ? fullName : fullName.substr(colon + 2));
+}
+
+// The closing double quote of the mutator's message looks stray; it is part of the
+// operators' vocabulary and stays as it stands.
+void throwNullParam(std::string_view param, std::string_view qualifiedName) {
+  if (qualifiedName.empty())
+    throwRangeException("an empty " + std::string(param) + " is not allowed");
+  throwRangeException("null _" + std::string(param) + " parameter to mutator for " +
+                      std::string(qualifiedName) + " not allowed\"");
 }
 
 void throwBadText(std::string_view typeName, std::string_view text) {

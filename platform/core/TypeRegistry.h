@@ -26,12 +26,14 @@
 #include <utility>
 #include <vector>
 
+#include "platform/core/Exception.h"
 #include "platform/core/Ptr.h"
 #include "platform/core/String8.h"
 
 namespace Lum {
 
 class Entity;
+class ReactorBase;
 class TypeInfo;
 
 // What kind of attribute the generic interface sees.
@@ -61,11 +63,14 @@ struct TextAccess {
   // child: the owned entity, or empty
   std::function<Ptr<Entity>(const Entity&)> child;
 
-  // Checks that parse a text without writing anything, so that a request can be
-  // refused whole before any of it is applied: the value of a plain attribute or of a
-  // map entry, and the key of a map or collection. Each throws as the write would.
+  // Checks that read a text without writing anything, so that a request can be
+  // refused whole before any of it is applied: the value of a plain attribute, the key
+  // of a map or collection, and a map entry as a whole (its key and value together,
+  // since an entity may refuse a pair of good texts). Each refuses exactly what the
+  // write would: the write reads its texts through the same function.
   std::function<void(std::string_view)> checkValue;
   std::function<void(std::string_view)> checkKey;
+  std::function<void(std::string_view key, std::string_view value)> checkEntry;
   // collection and child: the type of the elements. A function, because types
   // register from static initialisers in any order.
   std::function<const TypeInfo*()> elementType;
@@ -94,6 +99,10 @@ class TypeInfo {
   TypeInfo&& operation(std::string name, std::function<void(Entity&)> op) &&;
   // `argNames` is the one argument list the factory accepts.
   TypeInfo&& constructor(std::vector<std::string> argNames, Factory factory) &&;
+  // A notifiee of an entity of this type that reports the id of each change of any
+  // attribute, keyed or whole. Types declared with an attribute table have one.
+  using WatcherFactory = Ptr<ReactorBase> (*)(const Entity&, std::function<void(int attrId)>);
+  TypeInfo&& watcher(WatcherFactory factory) &&;
 
   const std::string& fullName() const { return fullName_; }
   const TypeInfo* base() const;
@@ -108,6 +117,10 @@ class TypeInfo {
   // rejected with a range exception naming the type's short name.
   Ptr<Entity> construct(const Args& args) const;
   void invoke(Entity& e, std::string_view op) const;
+  // Registers a watcher of `e` (an entity of this type) that calls `seen` with the id
+  // of every change; empty when the type has no watcher. It watches until released.
+  Ptr<ReactorBase> watch(const Entity& e, std::function<void(int attrId)> seen) const;
+  bool hasWatcher() const { return watcher_ != nullptr; }
 
  private:
   std::string fullName_;
@@ -116,6 +129,7 @@ class TypeInfo {
   std::map<std::string, std::function<void(Entity&)>, std::less<>> operations_;
   std::vector<std::string> argNames_;
   Factory factory_;
+  WatcherFactory watcher_ = nullptr;
 };
 
 class TypeRegistry {
@@ -185,12 +199,46 @@ long long parseSigned(std::string_view text, long long min, long long max);
 unsigned long long parseUnsigned(std::string_view text, unsigned long long max);
 double parseDouble(std::string_view text);
 
+// One named value of a closed enumeration. An enumeration is closed when a function
+// `lumEnumValues(E)` in its namespace lists its values (LUM_ENUM in Attributes.h
+// declares both); its text stays the number, but a number without a name is refused,
+// naming the values allowed. Other enumerations take any number of their width: their
+// publishers may use values that have no name here.
+template <class E>
+struct EnumValue {
+  E value;
+  const char* name;
+};
+template <class V>
+concept ClosedEnum = std::is_enum_v<V> && requires(V v) {
+  lumEnumValues(v);
+};
+
+template <class V>
+V fromText(std::string_view text);
+
+template <class V>
+V enumFromText(std::string_view text) {
+  using U = std::underlying_type_t<V>;
+  const V v = static_cast<V>(fromText<U>(text));
+  if constexpr (ClosedEnum<V>) {
+    std::string allowed;
+    for (const EnumValue<V>& e : lumEnumValues(v)) {
+      if (e.value == v) return v;
+      allowed += (allowed.empty() ? "" : ", ") + std::string(e.name) + " (" +
+                 toText(static_cast<U>(e.value)) + ")";
+    }
+    throwRangeException(std::string(text) + " is not one of " + allowed);
+  }
+  return v;
+}
+
 template <class V>
 V fromText(std::string_view text) {
   if constexpr (std::is_same_v<V, bool>) {
     return parseBool(text);
   } else if constexpr (std::is_enum_v<V>) {
-    return static_cast<V>(fromText<std::underlying_type_t<V>>(text));
+    return enumFromText<V>(text);
   } else if constexpr (std::is_integral_v<V> && std::is_signed_v<V>) {
     return static_cast<V>(
         parseSigned(text, std::numeric_limits<V>::min(), std::numeric_limits<V>::max()));
@@ -203,6 +251,26 @@ V fromText(std::string_view text) {
   } else {
     return V::fromString(text);
   }
+}
+
+// True for the value that stands for "none" as the key of an entity collection: the
+// default value of the type, or an empty reference.
+template <class T>
+bool lumIsEmptyParam(const T& v) {
+  if constexpr (requires { v.ptr(); }) {
+    return !v;
+  } else {
+    return v == T{};
+  }
+}
+
+// Refuses an empty key of the entity collection `qualifiedName` (built from `param`),
+// with the range exception that its mutator raises.
+[[noreturn]] void throwNullParam(std::string_view param, std::string_view qualifiedName);
+template <class T>
+const T& checkParam(const T& v, std::string_view param, std::string_view qualifiedName) {
+  if (lumIsEmptyParam(v)) throwNullParam(param, qualifiedName);
+  return v;
 }
 
 template <auto Get>
@@ -244,18 +312,23 @@ struct MapTypes<Map<K, V>> {
 };
 
 // Text access for a collection of plain values: `Map` reads the whole map (a
-// Lum::ValueMap), `Set` writes one key, `Del` removes one.
-template <auto Map, auto Set, auto Del>
+// Lum::ValueMap), `Set` writes one key, `Del` removes one. `Rule`, when given, is the
+// entity's own judgement of a pair, `void rule(const K&, const V&)`, which throws; the
+// check and the write both read an entry through readEntry(), so they refuse alike.
+template <auto Map, auto Set, auto Del, auto Rule = nullptr>
 TextAccess mapAttr() {
   using C = typename GetterOf<Map>::Class;
   using K = typename MapTypes<typename GetterOf<Map>::Value>::Key;
   using V = typename MapTypes<typename GetterOf<Map>::Value>::Value;
+  static constexpr auto readEntry = [](std::string_view key, std::string_view value) {
+    std::pair<K, V> kv(fromText<K>(key), fromText<V>(value));
+    if constexpr (!std::is_same_v<decltype(Rule), std::nullptr_t>) Rule(kv.first, kv.second);
+    return kv;
+  };
   TextAccess a;
   a.kind = AttrKind::map;
   a.checkKey = [](std::string_view t) { (void)fromText<K>(t); };
-  if constexpr (!std::is_invocable_v<decltype(Set), C&, K>) {
-    a.checkValue = [](std::string_view t) { (void)fromText<V>(t); };
-  }
+  a.checkEntry = [](std::string_view key, std::string_view value) { (void)readEntry(key, value); };
   a.keys = [](const Entity& e) {
     std::vector<std::string> keys;
     for (const auto& [k, v] : (static_cast<const C&>(e).*Map)()) keys.push_back(toText(k));
@@ -265,15 +338,32 @@ TextAccess mapAttr() {
     auto v = (static_cast<const C&>(e).*Map)().find(fromText<K>(key));
     return v ? toText(*v) : std::string();
   };
-  a.entryIs = [](Entity& e, std::string_view key, std::string_view value) {
-    if constexpr (std::is_invocable_v<decltype(Set), C&, K>) {
-      (static_cast<C&>(e).*Set)(fromText<K>(key));  // a set: the value is implied
-      (void)value;
-    } else {
-      (static_cast<C&>(e).*Set)(fromText<K>(key), fromText<V>(value));
-    }
-  };
+  if constexpr (!std::is_same_v<decltype(Set), std::nullptr_t>) {
+    a.entryIs = [](Entity& e, std::string_view key, std::string_view value) {
+      auto [k, v] = readEntry(key, value);
+      (static_cast<C&>(e).*Set)(k, v);
+    };
+  }
   a.entryDel = [](Entity& e, std::string_view key) { (static_cast<C&>(e).*Del)(fromText<K>(key)); };
+  return a;
+}
+
+// Text access for a set, a map to bool whose members are true: `Set` adds one key.
+// An entry's text must be true: a false one would read back as true.
+template <auto Map, auto Set, auto Del>
+TextAccess setAttr() {
+  using C = typename GetterOf<Map>::Class;
+  using K = typename MapTypes<typename GetterOf<Map>::Value>::Key;
+  static constexpr auto readMember = [](std::string_view key, std::string_view value) {
+    K k = fromText<K>(key);
+    if (!fromText<bool>(value)) throwRangeException("a member of a set is true; null removes it");
+    return k;
+  };
+  TextAccess a = mapAttr<Map, nullptr, Del>();
+  a.checkEntry = [](std::string_view key, std::string_view value) { (void)readMember(key, value); };
+  a.entryIs = [](Entity& e, std::string_view key, std::string_view value) {
+    (static_cast<C&>(e).*Set)(readMember(key, value));
+  };
   return a;
 }
 
@@ -286,14 +376,18 @@ struct KeyedFn<Fn> {
 };
 
 // Text access for a collection of entities keyed by value: `Get` looks an element up
-// by key, `Set` creates it from its key, `Del` removes it, `Iter` walks the keys.
+// by key, `Set` creates it from its key, `Del` removes it, `Iter` walks the keys. The
+// key check refuses the empty key as the collection's mutator does, in its words when
+// `qualifiedName` and `param` name the collection and its constructor parameter.
 template <auto Get, auto Set, auto Del, auto Iter>
-TextAccess collectionAttr() {
+TextAccess collectionAttr(std::string qualifiedName = "", std::string param = "key") {
   using C = typename KeyedFn<Get>::Class;
   using K = typename KeyedFn<Get>::Key;
   TextAccess a;
   a.kind = AttrKind::collection;
-  a.checkKey = [](std::string_view t) { (void)fromText<K>(t); };
+  a.checkKey = [qualifiedName, param](std::string_view t) {
+    (void)checkParam(fromText<K>(t), param, qualifiedName);
+  };
   a.elementType = [] {
     return &std::remove_cvref_t<decltype(*(std::declval<const C&>().*
                                            Get)(std::declval<K>()))>::kType;
@@ -303,8 +397,8 @@ TextAccess collectionAttr() {
     for (auto it = (static_cast<const C&>(e).*Iter)(); it; ++it) keys.push_back(toText(it.key()));
     return keys;
   };
-  a.entryIs = [](Entity& e, std::string_view key, std::string_view) {
-    (static_cast<C&>(e).*Set)(fromText<K>(key));
+  a.entryIs = [qualifiedName, param](Entity& e, std::string_view key, std::string_view) {
+    (static_cast<C&>(e).*Set)(checkParam(fromText<K>(key), param, qualifiedName));
   };
   a.entryDel = [](Entity& e, std::string_view key) { (static_cast<C&>(e).*Del)(fromText<K>(key)); };
   a.element = [](const Entity& e, std::string_view key) -> Ptr<Entity> {

@@ -75,7 +75,7 @@ void checkAttribute(const Lum::AttributeInfo& a, const Lum::TypeInfo& type,
         if (checkEntryKey(a, type, key, v, pk)) continue;
         if (!acc.entryIs) throw StateError(pk, qualified(type, a.name) + " is read-only");
         const std::string t = StateDocument::text(v, pk);
-        if (acc.checkValue) at(pk, [&] { acc.checkValue(t); });
+        if (acc.checkEntry) at(pk, [&] { acc.checkEntry(key, t); });
       }
       return;
     case Lum::AttrKind::collection:

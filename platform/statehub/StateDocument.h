@@ -12,9 +12,12 @@
 //   child attribute        "settings": {...}         the owned entity
 //
 // Writing is done in two passes so that a description is taken whole or not at all:
-// check() parses every key and value and walks the element types without writing;
-// apply() writes. A setter that refuses what its check accepted is the only way apply()
-// can stop half-way, and that is a fault of the type's registration.
+// check() reads every key and value through the checks of the type registry and walks
+// the element types without writing; apply() writes. The registry's checks refuse
+// exactly what its writers refuse (an empty collection key, a map entry the entity
+// refuses, a number outside a closed enumeration), so a setter that refuses what its
+// check accepted, the only way apply() can stop half-way, is a fault of the type's
+// registration.
 //
 // Errors are StateError, whose text names the path of the refused item and the reason:
 //   "interface/status/eth/vxlan/vtiStatus/Vxlan1/udpPort: value 70000 out of range"

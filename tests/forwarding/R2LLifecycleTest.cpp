@@ -203,7 +203,7 @@ TEST_F(R2LLifecycleTest, NewNotifierCatchesUp) {
   other->localVtepAddrIs(ip("10.0.0.1"));
   other->operStatusIs(IntfOperStatus::intfOperUp);
   other->vlanToVniMapIs(Bridging::VlanId(20), VniOrNone(6020));
-  other->mcastGrpDecapIs(ip("239.2.2.2"));
+  other->mcastGrpDecapIs(ip("239.2.2.2"), true);
   sm()->notifierIs(other);
   EXPECT_EQ(sm()->vniToVlanForVti()->notifier()->vniToVlanMap(Vni(6020)),
             Bridging::VlanIdOrNone(20));

@@ -74,16 +74,13 @@ class R2LMembershipTest : public R2LManagerFixture {
 // replication mode 2 or 3, not the MLAG secondary, interface up; each failing
 // condition leaves.
 TEST_F(R2LMembershipTest, DecapGroupJoinRule) {
-  s_->mcastGrpDecapIs(ip("10.1.1.1"));
+  s_->mcastGrpDecapIs(ip("10.1.1.1"), true);
   EXPECT_FALSE(igmp_->intfConfig(kSrc));
-  // A group a document lists with false. The status's setter keeps only true for now,
-  // so the value goes into its map directly.
-  const_cast<Lum::ValueMap<Wire::IpAddr, bool>&>(s_->mcastGrpDecap()).is(ip("239.1.1.9"), false);
-  sm()->handleMcastGrpDecap(ip("239.1.1.9"));
-  sm()->handleMcastGrpDecap();
+  // A group a document lists with false is not joined.
+  s_->mcastGrpDecapIs(ip("239.1.1.9"), false);
   EXPECT_FALSE(igmp_->intfConfig(kSrc));
 
-  s_->mcastGrpDecapIs(ip("239.1.1.1"));
+  s_->mcastGrpDecapIs(ip("239.1.1.1"), true);
   EXPECT_TRUE(joined("239.1.1.1"));
   mlag_->mlagStateIs(Mlag::MlagState::mlagStatePrimary);
   EXPECT_TRUE(joined("239.1.1.1"));
@@ -107,7 +104,7 @@ TEST_F(R2LMembershipTest, DecapGroupJoinRule) {
 // joined again in the same rebuild, never left by the decapsulation sweep, and a
 // changed first entry rebuilds the remote socket only when up.
 TEST_F(R2LMembershipTest, FloodGroup) {
-  s_->mcastGrpDecapIs(ip("239.1.1.1"));
+  s_->mcastGrpDecapIs(ip("239.1.1.1"), true);
   bum_->bumMcastGrpIs(VlanId(10), ip("239.0.0.10"));
   EXPECT_EQ(sm()->floodMcastGrp(), ip("239.0.0.10"));
   EXPECT_TRUE(joined("239.0.0.10"));
@@ -137,10 +134,10 @@ TEST_F(R2LMembershipTest, FloodGroup) {
 // Guards the PIM mode: set by the first join, kept as it is by later ones, removed
 // with the last group of the interface and not before.
 TEST_F(R2LMembershipTest, LastGroupTakesThePimMode) {
-  s_->mcastGrpDecapIs(ip("239.1.1.1"));
+  s_->mcastGrpDecapIs(ip("239.1.1.1"), true);
   EXPECT_EQ(pimMode(), Routing::Pim::Mode::pimModeSparse);
   pim_->intfModeIs(Lum::Name("Loopback1"), Routing::Pim::Mode::pimModeNone);
-  s_->mcastGrpDecapIs(ip("239.1.1.2"));
+  s_->mcastGrpDecapIs(ip("239.1.1.2"), true);
   EXPECT_EQ(pim_->intfMode().find(Lum::Name("Loopback1")),
             std::optional(Routing::Pim::Mode::pimModeNone));
   pim_->intfModeIs(Lum::Name("Loopback1"), Routing::Pim::Mode::pimModeSparse);

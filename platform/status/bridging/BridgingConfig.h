@@ -8,76 +8,38 @@
 // This agent only reads it.
 #pragma once
 
-#include "platform/core/Collection.h"
+#include "platform/core/Attributes.h"
 #include "platform/types/EthAddr.h"
 #include "platform/types/IntfId.h"
 #include "platform/types/SwitchportModeAndNativeVlan.h"
 
 namespace Bridging {
 
-class SwitchIntfConfig : public Lum::Entity {
- public:
-  enum : int { kSwitchportModeAndNativeVlan = Entity::kAttrEnd, kAttrEnd };
+#define BRIDGING_SWITCH_INTF_CONFIG_ATTRS(X)                                                      \
+  X(VALUE, SwitchportModeAndNativeVlan, switchportModeAndNativeVlan, SwitchportModeAndNativeVlan, \
+    {})
 
-  class NotifieeConst : public Lum::NotifieeConst<SwitchIntfConfig> {
-   public:
-    virtual void onSwitchportModeAndNativeVlan() {}
-  };
+class SwitchIntfConfig : public Lum::Entity {
+  LUM_ENTITY(Bridging::SwitchIntfConfig, Lum::Entity, BRIDGING_SWITCH_INTF_CONFIG_ATTRS)
 
   explicit SwitchIntfConfig(const Wire::IntfId& id)
       : Entity(Lum::Name(id.stringValue())), intfId_(id) {}
   const Wire::IntfId& intfId() const { return intfId_; }
-
-  const SwitchportModeAndNativeVlan& switchportModeAndNativeVlan() const {
-    return switchportModeAndNativeVlan_;
-  }
-  void switchportModeAndNativeVlanIs(const SwitchportModeAndNativeVlan& v) {
-    attrIs<&NotifieeConst::onSwitchportModeAndNativeVlan>(switchportModeAndNativeVlan_, v,
-                                                          kSwitchportModeAndNativeVlan);
-  }
   SwitchportMode switchportMode() const { return switchportModeAndNativeVlan_.mode(); }
   VlanId nativeVlan() const { return switchportModeAndNativeVlan_.nativeVlan(); }
 
-  const Lum::TypeInfo& fwkType() const override { return kType; }
-  static const Lum::TypeInfo& kType;
-
  private:
   Wire::IntfId intfId_;
-  SwitchportModeAndNativeVlan switchportModeAndNativeVlan_;
 };
 
-class Config : public Lum::Entity {
- public:
-  enum : int { kSwitchIntfConfig = Entity::kAttrEnd, kBridgeMacAddr, kAttrEnd };
+#define BRIDGING_CONFIG_ATTRS(X)                                                            \
+  X(COLLECTION, SwitchIntfConfig, switchIntfConfig, Wire::IntfId, SwitchIntfConfig, intfId) \
+  X(VALUE, BridgeMacAddr, bridgeMacAddr, Wire::EthAddr, {})
 
-  class NotifieeConst : public Lum::NotifieeConst<Config> {
-   public:
-    virtual void onSwitchIntfConfig(const Wire::IntfId&) {}
-    virtual void onSwitchIntfConfig() {}
-    virtual void onBridgeMacAddr() {}
-  };
+class Config : public Lum::Entity {
+  LUM_ENTITY(Bridging::Config, Lum::Entity, BRIDGING_CONFIG_ATTRS)
 
   explicit Config(const Lum::Name& name) : Entity(name) {}
-
-  Lum::Ptr<SwitchIntfConfig> switchIntfConfig(const Wire::IntfId& id) const {
-    return switchIntfConfig_(id);
-  }
-  Lum::Ptr<SwitchIntfConfig> switchIntfConfigIs(const Wire::IntfId& id);
-  void switchIntfConfigDel(const Wire::IntfId& id);
-  auto switchIntfConfigIterator() const { return switchIntfConfig_.iterator(); }
-
-  const Wire::EthAddr& bridgeMacAddr() const { return bridgeMacAddr_; }
-  void bridgeMacAddrIs(const Wire::EthAddr& v) {
-    attrIs<&NotifieeConst::onBridgeMacAddr>(bridgeMacAddr_, v, kBridgeMacAddr);
-  }
-
-  const Lum::TypeInfo& fwkType() const override { return kType; }
-  static const Lum::TypeInfo& kType;
-
- private:
-  Lum::Collection<Config, SwitchIntfConfig, Wire::IntfId, Wire::IntfId> switchIntfConfig_{
-      this, "Bridging::Config::switchIntfConfig", {"intfId"}};
-  Wire::EthAddr bridgeMacAddr_;
 };
 
 }  // namespace Bridging

@@ -2,13 +2,7 @@
 
 namespace Bridging {
 
-const Lum::TypeInfo& HwCapabilities::kType = Lum::TypeRegistry::add(
-    Lum::TypeInfo("Bridging::HwCapabilities", "Lum::Entity")
-        .attribute("vxlanTxRawSupported", kVxlanTxRawSupported,
-                   Lum::textAttr<&HwCapabilities::vxlanTxRawSupported,
-                                 &HwCapabilities::vxlanTxRawSupportedIs>())
-        .constructor({"name"}, [](const Lum::TypeInfo::Args& a) -> Lum::Ptr<Lum::Entity> {
-          return Lum::Ptr<Lum::Entity>(new HwCapabilities(Lum::Name(a[0].second)));
-        }));
+LUM_ENTITY_TYPE(HwCapabilities, BRIDGING_HW_CAPABILITIES_ATTRS,
+                .constructor({"name"}, &Lum::newByName<HwCapabilities>))
 
 }  // namespace Bridging

@@ -5,31 +5,17 @@
 // written to the local socket differs between the two.
 #pragma once
 
-#include "platform/core/Entity.h"
+#include "platform/core/Attributes.h"
 
 namespace Bridging {
 
-class HwCapabilities : public Lum::Entity {
- public:
-  enum : int { kVxlanTxRawSupported = Entity::kAttrEnd, kAttrEnd };
+#define BRIDGING_HW_CAPABILITIES_ATTRS(X) \
+  X(VALUE, VxlanTxRawSupported, vxlanTxRawSupported, bool, {false})
 
-  class NotifieeConst : public Lum::NotifieeConst<HwCapabilities> {
-   public:
-    virtual void onVxlanTxRawSupported() {}
-  };
+class HwCapabilities : public Lum::Entity {
+  LUM_ENTITY(Bridging::HwCapabilities, Lum::Entity, BRIDGING_HW_CAPABILITIES_ATTRS)
 
   explicit HwCapabilities(const Lum::Name& name) : Entity(name) {}
-
-  bool vxlanTxRawSupported() const { return vxlanTxRawSupported_; }
-  void vxlanTxRawSupportedIs(bool v) {
-    attrIs<&NotifieeConst::onVxlanTxRawSupported>(vxlanTxRawSupported_, v, kVxlanTxRawSupported);
-  }
-
-  const Lum::TypeInfo& fwkType() const override { return kType; }
-  static const Lum::TypeInfo& kType;
-
- private:
-  bool vxlanTxRawSupported_ = false;
 };
 
 }  // namespace Bridging

@@ -5,48 +5,28 @@
 // device name. This agent only reads it.
 #pragma once
 
-#include "platform/core/Collection.h"
+#include "platform/core/Attributes.h"
 #include "platform/status/interface/IntfStatus.h"
 
 namespace Interface {
 
 // Everything this agent reads of an Ethernet interface is in the common interface
 // status; the type exists so that its reactors and the directory name it.
-class EthIntfStatus : public IntfStatus {
- public:
-  enum : int { kAttrEnd = IntfStatus::kAttrEnd };
+#define INTERFACE_ETH_INTF_STATUS_ATTRS(X)
 
-  class NotifieeConst : public Lum::NotifieeConstOf<IntfStatus::NotifieeConst, EthIntfStatus> {};
+class EthIntfStatus : public IntfStatus {
+  LUM_ENTITY(Interface::EthIntfStatus, IntfStatus, INTERFACE_ETH_INTF_STATUS_ATTRS)
 
   explicit EthIntfStatus(const Wire::IntfId& id) : IntfStatus(id) {}
-
-  const Lum::TypeInfo& fwkType() const override { return kType; }
-  static const Lum::TypeInfo& kType;
 };
 
-class EthIntfStatusDir : public Lum::Entity {
- public:
-  enum : int { kIntfStatus = Entity::kAttrEnd, kAttrEnd };
+#define INTERFACE_ETH_INTF_STATUS_DIR_ATTRS(X) \
+  X(COLLECTION, IntfStatus, intfStatus, Wire::IntfId, EthIntfStatus, intfId)
 
-  class NotifieeConst : public Lum::NotifieeConst<EthIntfStatusDir> {
-   public:
-    virtual void onIntfStatus(const Wire::IntfId&) {}
-    virtual void onIntfStatus() {}
-  };
+class EthIntfStatusDir : public Lum::Entity {
+  LUM_ENTITY(Interface::EthIntfStatusDir, Lum::Entity, INTERFACE_ETH_INTF_STATUS_DIR_ATTRS)
 
   explicit EthIntfStatusDir(const Lum::Name& name) : Entity(name) {}
-
-  Lum::Ptr<EthIntfStatus> intfStatus(const Wire::IntfId& id) const { return intfStatus_(id); }
-  Lum::Ptr<EthIntfStatus> intfStatusIs(const Wire::IntfId& id);
-  void intfStatusDel(const Wire::IntfId& id);
-  auto intfStatusIterator() const { return intfStatus_.iterator(); }
-
-  const Lum::TypeInfo& fwkType() const override { return kType; }
-  static const Lum::TypeInfo& kType;
-
- private:
-  Lum::Collection<EthIntfStatusDir, EthIntfStatus, Wire::IntfId, Wire::IntfId> intfStatus_{
-      this, "Interface::EthIntfStatusDir::intfStatus", {"intfId"}};
 };
 
 }  // namespace Interface

@@ -3,63 +3,40 @@
 #pragma once
 
 #include <cstdint>
-#include <ostream>
 
-#include "platform/core/Entity.h"
+#include "platform/core/Attributes.h"
 #include "platform/core/String8.h"
 #include "platform/types/IntfId.h"
 
 namespace Interface {
 
-enum class IntfOperStatus : uint32_t {
-  intfOperUnknown = 0,
-  intfOperUp = 1,
-  intfOperDown = 2,
-  intfOperTesting = 3,
-  intfOperDormant = 5,
-  intfOperNotPresent = 6,
-  intfOperLowerLayerDown = 7,
-};
-inline std::ostream& operator<<(std::ostream& os, IntfOperStatus s) {
-  return os << static_cast<uint32_t>(s);
-}
+// The interface agents' numbers; 4 is not used. A number without a name is refused.
+#define INTERFACE_INTF_OPER_STATUS_VALUES(X) \
+  X(intfOperUnknown, 0)                      \
+  X(intfOperUp, 1)                           \
+  X(intfOperDown, 2)                         \
+  X(intfOperTesting, 3)                      \
+  X(intfOperDormant, 5)                      \
+  X(intfOperNotPresent, 6)                   \
+  X(intfOperLowerLayerDown, 7)
+LUM_ENUM(IntfOperStatus, uint32_t, INTERFACE_INTF_OPER_STATUS_VALUES)
+
+#define INTERFACE_INTF_STATUS_ATTRS(X)                                                \
+  X(VALUE, DeviceName, deviceName, Lum::String8, {})                                  \
+  X(VALUE, OperStatus, operStatus, IntfOperStatus, {IntfOperStatus::intfOperUnknown}) \
+  X(VALUE, Active, active, bool, {false})
 
 class IntfStatus : public Lum::Entity {
- public:
-  enum : int { kDeviceName = Entity::kAttrEnd, kOperStatus, kActive, kAttrEnd };
-
-  class NotifieeConst : public Lum::NotifieeConst<IntfStatus> {
-   public:
-    virtual void onDeviceName() {}
-    virtual void onOperStatus() {}
-    virtual void onActive() {}
-  };
+  LUM_ENTITY(Interface::IntfStatus, Lum::Entity, INTERFACE_INTF_STATUS_ATTRS)
 
   // The key: the interface id, which is also the entity's name.
   const Wire::IntfId& intfId() const { return intfId_; }
-
-  const Lum::String8& deviceName() const { return deviceName_; }
-  void deviceNameIs(const Lum::String8& v) {
-    attrIs<&NotifieeConst::onDeviceName>(deviceName_, v, kDeviceName);
-  }
-  IntfOperStatus operStatus() const { return operStatus_; }
-  void operStatusIs(IntfOperStatus v) {
-    attrIs<&NotifieeConst::onOperStatus>(operStatus_, v, kOperStatus);
-  }
-  bool active() const { return active_; }
-  void activeIs(bool v) { attrIs<&NotifieeConst::onActive>(active_, v, kActive); }
-
-  const Lum::TypeInfo& fwkType() const override { return kType; }
-  static const Lum::TypeInfo& kType;
 
  protected:
   explicit IntfStatus(const Wire::IntfId& id) : Entity(Lum::Name(id.stringValue())), intfId_(id) {}
 
  private:
   Wire::IntfId intfId_;
-  Lum::String8 deviceName_;
-  IntfOperStatus operStatus_ = IntfOperStatus::intfOperUnknown;
-  bool active_ = false;
 };
 
 }  // namespace Interface

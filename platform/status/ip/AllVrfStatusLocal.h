@@ -8,14 +8,15 @@
 #include <cstdint>
 #include <ostream>
 
-#include "platform/core/Collection.h"
+#include "platform/core/Attributes.h"
 #include "platform/types/NamespaceName.h"
 #include "platform/types/VrfName.h"
 
 namespace Ip {
 
 // Only active (1) opens a VRF's sockets; every other number is some stage of coming
-// up or going away. The text form is the number, so unnamed values pass unchanged.
+// up or going away in the IP agent's model. The enumeration is open: the text form is
+// the number, and numbers without a name here pass unchanged.
 enum class VrfState : uint32_t {
   vrfInactive = 0,
   vrfActive = 1,
@@ -24,59 +25,27 @@ inline std::ostream& operator<<(std::ostream& os, VrfState s) {
   return os << static_cast<uint32_t>(s);
 }
 
-class VrfStatusLocal : public Lum::Entity {
- public:
-  enum : int { kState = Entity::kAttrEnd, kNetworkNamespace, kAttrEnd };
+// The namespace is expected not to be empty once the VRF is active.
+#define IP_VRF_STATUS_LOCAL_ATTRS(X)                        \
+  X(VALUE, State, state, VrfState, {VrfState::vrfInactive}) \
+  X(VALUE, NetworkNamespace, networkNamespace, Wire::NamespaceName, {})
 
-  class NotifieeConst : public Lum::NotifieeConst<VrfStatusLocal> {
-   public:
-    virtual void onState() {}
-    virtual void onNetworkNamespace() {}
-  };
+class VrfStatusLocal : public Lum::Entity {
+  LUM_ENTITY(Ip::VrfStatusLocal, Lum::Entity, IP_VRF_STATUS_LOCAL_ATTRS)
 
   explicit VrfStatusLocal(const L3::VrfName& vrf) : Entity(Lum::Name(vrf.value())), vrf_(vrf) {}
   const L3::VrfName& vrf() const { return vrf_; }
 
-  VrfState state() const { return state_; }
-  void stateIs(VrfState v) { attrIs<&NotifieeConst::onState>(state_, v, kState); }
-  // Expected not to be empty once the VRF is active.
-  const Wire::NamespaceName& networkNamespace() const { return networkNamespace_; }
-  void networkNamespaceIs(const Wire::NamespaceName& v) {
-    attrIs<&NotifieeConst::onNetworkNamespace>(networkNamespace_, v, kNetworkNamespace);
-  }
-
-  const Lum::TypeInfo& fwkType() const override { return kType; }
-  static const Lum::TypeInfo& kType;
-
  private:
   L3::VrfName vrf_;
-  VrfState state_ = VrfState::vrfInactive;
-  Wire::NamespaceName networkNamespace_;
 };
 
-class AllVrfStatusLocal : public Lum::Entity {
- public:
-  enum : int { kVrf = Entity::kAttrEnd, kAttrEnd };
+#define IP_ALL_VRF_STATUS_LOCAL_ATTRS(X) X(COLLECTION, Vrf, vrf, L3::VrfName, VrfStatusLocal, vrf)
 
-  class NotifieeConst : public Lum::NotifieeConst<AllVrfStatusLocal> {
-   public:
-    virtual void onVrf(const L3::VrfName&) {}
-    virtual void onVrf() {}
-  };
+class AllVrfStatusLocal : public Lum::Entity {
+  LUM_ENTITY(Ip::AllVrfStatusLocal, Lum::Entity, IP_ALL_VRF_STATUS_LOCAL_ATTRS)
 
   explicit AllVrfStatusLocal(const Lum::Name& name) : Entity(name) {}
-
-  Lum::Ptr<VrfStatusLocal> vrf(const L3::VrfName& name) const { return vrf_(name); }
-  Lum::Ptr<VrfStatusLocal> vrfIs(const L3::VrfName& name);
-  void vrfDel(const L3::VrfName& name);
-  auto vrfIterator() const { return vrf_.iterator(); }
-
-  const Lum::TypeInfo& fwkType() const override { return kType; }
-  static const Lum::TypeInfo& kType;
-
- private:
-  Lum::Collection<AllVrfStatusLocal, VrfStatusLocal, L3::VrfName, L3::VrfName> vrf_{
-      this, "Ip::AllVrfStatusLocal::vrf", {"vrf"}};
 };
 
 }  // namespace Ip

@@ -3,34 +3,17 @@
 // entries it syncs to the peer; 0.0.0.0 while none is configured.
 #pragma once
 
-#include "platform/core/Entity.h"
+#include "platform/core/Attributes.h"
 #include "platform/types/IpAddr.h"
 
 namespace Mlag {
 
-class Config : public Lum::Entity {
- public:
-  enum : int { kPeerAddress = Entity::kAttrEnd, kAttrEnd };
+#define MLAG_CONFIG_ATTRS(X) X(VALUE, PeerAddress, peerAddress, Wire::IpAddr, {})
 
-  class NotifieeConst : public Lum::NotifieeConst<Config> {
-   public:
-    virtual void onPeerAddress() {}
-  };
+class Config : public Lum::Entity {
+  LUM_ENTITY(Mlag::Config, Lum::Entity, MLAG_CONFIG_ATTRS)
 
   explicit Config(const Lum::Name& name) : Entity(name) {}
-
-  Wire::IpAddr peerAddress() const { return peerAddress_; }
-  void peerAddressIs(Wire::IpAddr v) {
-    attrIs<&NotifieeConst::onPeerAddress>(peerAddress_, v, kPeerAddress);
-  }
-
-  // Out of line, as the key function: any use of the type, even a dynamic_cast,
-  // links the file that registers it.
-  const Lum::TypeInfo& fwkType() const override;
-  static const Lum::TypeInfo& kType;
-
- private:
-  Wire::IpAddr peerAddress_;
 };
 
 }  // namespace Mlag

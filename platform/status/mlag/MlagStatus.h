@@ -3,20 +3,22 @@
 // the forwarders decide from them whether this switch joins multicast groups and
 // which bridge MAC it answers with, virtual ARP whether to sync ARP entries to the
 // peer over the peer link, and the replication filter which MACs it captures.
+// peerLinkIntf is empty while there is no peer link; peerMacAddr, the peer's bridge
+// MAC, all zero while unknown.
 #pragma once
 
 #include <cstdint>
 #include <ostream>
 
-#include "platform/core/Entity.h"
+#include "platform/core/Attributes.h"
 #include "platform/types/EthAddr.h"
 #include "platform/types/IntfId.h"
 
 namespace Mlag {
 
 // The MLAG agent's state numbers. Only these are told apart here; the MLAG agent
-// may publish others (2, for one), which read as "not active". The generic text
-// form is the number.
+// publishes others (2, for one), which read as "not active", so the enumeration is
+// open: its text is the number, and any number of its width is taken.
 enum class MlagState : uint32_t {
   mlagStateDisabled = 0,
   mlagStateInactive = 1,
@@ -33,41 +35,15 @@ constexpr bool isMlagActive(MlagState s) {
   return s == MlagState::mlagStatePrimary || s == MlagState::mlagStateSecondary;
 }
 
-class Status : public Lum::Entity {
- public:
-  enum : int { kMlagState = Entity::kAttrEnd, kPeerLinkIntf, kPeerMacAddr, kAttrEnd };
+#define MLAG_STATUS_ATTRS(X)                                                \
+  X(VALUE, MlagState, mlagState, MlagState, {MlagState::mlagStateDisabled}) \
+  X(VALUE, PeerLinkIntf, peerLinkIntf, Wire::IntfId, {})                    \
+  X(VALUE, PeerMacAddr, peerMacAddr, Wire::EthAddr, {})
 
-  class NotifieeConst : public Lum::NotifieeConst<Status> {
-   public:
-    virtual void onMlagState() {}
-    virtual void onPeerLinkIntf() {}
-    virtual void onPeerMacAddr() {}
-  };
+class Status : public Lum::Entity {
+  LUM_ENTITY(Mlag::Status, Lum::Entity, MLAG_STATUS_ATTRS)
 
   explicit Status(const Lum::Name& name) : Entity(name) {}
-
-  MlagState mlagState() const { return mlagState_; }
-  void mlagStateIs(MlagState v) { attrIs<&NotifieeConst::onMlagState>(mlagState_, v, kMlagState); }
-  // Empty while there is no peer link.
-  const Wire::IntfId& peerLinkIntf() const { return peerLinkIntf_; }
-  void peerLinkIntfIs(const Wire::IntfId& v) {
-    attrIs<&NotifieeConst::onPeerLinkIntf>(peerLinkIntf_, v, kPeerLinkIntf);
-  }
-  // The peer's bridge MAC; all zero while unknown.
-  const Wire::EthAddr& peerMacAddr() const { return peerMacAddr_; }
-  void peerMacAddrIs(const Wire::EthAddr& v) {
-    attrIs<&NotifieeConst::onPeerMacAddr>(peerMacAddr_, v, kPeerMacAddr);
-  }
-
-  // Out of line, as the key function: any use of the type, even a dynamic_cast,
-  // links the file that registers it.
-  const Lum::TypeInfo& fwkType() const override;
-  static const Lum::TypeInfo& kType;
-
- private:
-  MlagState mlagState_ = MlagState::mlagStateDisabled;
-  Wire::IntfId peerLinkIntf_;
-  Wire::EthAddr peerMacAddr_;
 };
 
 }  // namespace Mlag

@@ -5,61 +5,32 @@
 // the PIM agent reads it.
 //
 // Keys are the interface's full name as text ("Vlan10"), not an IntfId: that is how
-// the PIM agent names interfaces. A join sets the mode only where the interface has
-// none yet; leaving the last group of an interface deletes its mode. The whole
-// configuration is this agent's: intfModeDelAll() clears every interface.
+// the PIM agent names interfaces. An interface without an entry reads as pimModeNone.
+// A join sets the mode only where the interface has none yet; leaving the last group
+// of an interface deletes its mode. The whole configuration is this agent's:
+// intfModeDelAll() clears every interface.
 #pragma once
 
 #include <cstdint>
-#include <ostream>
 
-#include "platform/core/Entity.h"
-#include "platform/core/ValueMap.h"
+#include "platform/core/Attributes.h"
 
 namespace Routing::Pim {
 
-// Interfaces without an entry read as pimModeNone. The text form is the number.
-enum class Mode : uint32_t {
-  pimModeNone = 0,
-  pimModeSparse = 1,
-};
-inline std::ostream& operator<<(std::ostream& os, Mode m) {
-  return os << static_cast<uint32_t>(m);
-}
+// The text form is the number; a number without a name is refused.
+#define ROUTING_PIM_MODE_VALUES(X) \
+  X(pimModeNone, 0)                \
+  X(pimModeSparse, 1)
+LUM_ENUM(Mode, uint32_t, ROUTING_PIM_MODE_VALUES)
 
 namespace Application {
 
-class Config : public Lum::Entity {
- public:
-  enum : int { kIntfMode = Entity::kAttrEnd, kAttrEnd };
+#define ROUTING_PIM_CONFIG_ATTRS(X) X(MAP, IntfMode, intfMode, Lum::Name, Mode)
 
-  class NotifieeConst : public Lum::NotifieeConst<Config> {
-   public:
-    virtual void onIntfMode(const Lum::Name&) {}
-    virtual void onIntfMode() {}
-  };
-  using Notifiee = Lum::NotifieeMutable<NotifieeConst, Config>;
+class Config : public Lum::Entity {
+  LUM_ENTITY(Routing::Pim::Application::Config, Lum::Entity, ROUTING_PIM_CONFIG_ATTRS)
 
   explicit Config(const Lum::Name& name) : Entity(name) {}
-
-  Mode intfMode(const Lum::Name& intf) const { return intfMode_(intf, Mode::pimModeNone); }
-  const Lum::ValueMap<Lum::Name, Mode>& intfMode() const { return intfMode_; }
-  void intfModeIs(const Lum::Name& intf, Mode m) {
-    if (intfMode_.is(intf, m)) notify<Lum::keyed(&NotifieeConst::onIntfMode)>(kIntfMode, intf);
-  }
-  void intfModeDel(const Lum::Name& intf) {
-    if (intfMode_.del(intf)) notify<Lum::keyed(&NotifieeConst::onIntfMode)>(kIntfMode, intf);
-  }
-  void intfModeDelAll() {
-    if (intfMode_.delAll().empty()) return;
-    notify<Lum::whole(&NotifieeConst::onIntfMode)>(kIntfMode);
-  }
-
-  const Lum::TypeInfo& fwkType() const override { return kType; }
-  static const Lum::TypeInfo& kType;
-
- private:
-  Lum::ValueMap<Lum::Name, Mode> intfMode_;
 };
 
 }  // namespace Application

@@ -2,13 +2,7 @@
 
 namespace Routing::Fhrp {
 
-const Lum::TypeInfo& VirtualRouterMacStatus::kType = Lum::TypeRegistry::add(
-    Lum::TypeInfo("Routing::Fhrp::VirtualRouterMacStatus", "Lum::Entity")
-        .attribute("varpVirtualMac", kVarpVirtualMac,
-                   Lum::textAttr<&VirtualRouterMacStatus::varpVirtualMac,
-                                 &VirtualRouterMacStatus::varpVirtualMacIs>())
-        .constructor({"name"}, [](const Lum::TypeInfo::Args& a) -> Lum::Ptr<Lum::Entity> {
-          return Lum::Ptr<Lum::Entity>(new VirtualRouterMacStatus(Lum::Name(a[0].second)));
-        }));
+LUM_ENTITY_TYPE(VirtualRouterMacStatus, ROUTING_VIRTUAL_ROUTER_MAC_STATUS_ATTRS,
+                .constructor({"name"}, &Lum::newByName<VirtualRouterMacStatus>))
 
 }  // namespace Routing::Fhrp

@@ -4,32 +4,19 @@
 // it. All zero while no shared MAC is set.
 #pragma once
 
-#include "platform/core/Entity.h"
+#include "platform/core/Attributes.h"
 #include "platform/types/EthAddr.h"
 
 namespace Routing::Fhrp {
 
-class VirtualRouterMacStatus : public Lum::Entity {
- public:
-  enum : int { kVarpVirtualMac = Entity::kAttrEnd, kAttrEnd };
+#define ROUTING_VIRTUAL_ROUTER_MAC_STATUS_ATTRS(X) \
+  X(VALUE, VarpVirtualMac, varpVirtualMac, Wire::EthAddr, {})
 
-  class NotifieeConst : public Lum::NotifieeConst<VirtualRouterMacStatus> {
-   public:
-    virtual void onVarpVirtualMac() {}
-  };
+class VirtualRouterMacStatus : public Lum::Entity {
+  LUM_ENTITY(Routing::Fhrp::VirtualRouterMacStatus, Lum::Entity,
+             ROUTING_VIRTUAL_ROUTER_MAC_STATUS_ATTRS)
 
   explicit VirtualRouterMacStatus(const Lum::Name& name) : Entity(name) {}
-
-  const Wire::EthAddr& varpVirtualMac() const { return varpVirtualMac_; }
-  void varpVirtualMacIs(const Wire::EthAddr& v) {
-    attrIs<&NotifieeConst::onVarpVirtualMac>(varpVirtualMac_, v, kVarpVirtualMac);
-  }
-
-  const Lum::TypeInfo& fwkType() const override { return kType; }
-  static const Lum::TypeInfo& kType;
-
- private:
-  Wire::EthAddr varpVirtualMac_;
 };
 
 }  // namespace Routing::Fhrp

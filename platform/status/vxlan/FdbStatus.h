@@ -6,62 +6,31 @@
 // element; a host whose VTEP is not known yet has remoteVtepAddr 0.0.0.0.
 #pragma once
 
-#include "platform/core/Collection.h"
+#include "platform/core/Attributes.h"
 #include "platform/status/vxlan/MacVlanPair.h"
 #include "platform/types/IpAddr.h"
 
 namespace Vxlan {
 
-class LearnedHost : public Lum::Entity {
- public:
-  enum : int { kRemoteVtepAddr = Entity::kAttrEnd, kAttrEnd };
+#define VXLAN_LEARNED_HOST_ATTRS(X) X(VALUE, RemoteVtepAddr, remoteVtepAddr, Wire::IpAddr, {})
 
-  class NotifieeConst : public Lum::NotifieeConst<LearnedHost> {
-   public:
-    virtual void onRemoteVtepAddr() {}
-  };
+class LearnedHost : public Lum::Entity {
+  LUM_ENTITY(Vxlan::LearnedHost, Lum::Entity, VXLAN_LEARNED_HOST_ATTRS)
 
   explicit LearnedHost(const MacVlanPair& key);
   const MacVlanPair& macVlan() const { return macVlan_; }
 
-  Wire::IpAddr remoteVtepAddr() const { return remoteVtepAddr_; }
-  void remoteVtepAddrIs(Wire::IpAddr v) {
-    attrIs<&NotifieeConst::onRemoteVtepAddr>(remoteVtepAddr_, v, kRemoteVtepAddr);
-  }
-
-  // Out of line, as the key function: any use of the type, even a dynamic_cast,
-  // links the file that registers it.
-  const Lum::TypeInfo& fwkType() const override;
-  static const Lum::TypeInfo& kType;
-
  private:
   MacVlanPair macVlan_;
-  Wire::IpAddr remoteVtepAddr_;
 };
 
-class FdbStatus : public Lum::Entity {
- public:
-  enum : int { kLearnedHost = Entity::kAttrEnd, kAttrEnd };
+#define VXLAN_FDB_STATUS_ATTRS(X) \
+  X(COLLECTION, LearnedHost, learnedHost, MacVlanPair, LearnedHost, macVlan)
 
-  class NotifieeConst : public Lum::NotifieeConst<FdbStatus> {
-   public:
-    virtual void onLearnedHost(const MacVlanPair&) {}
-    virtual void onLearnedHost() {}
-  };
+class FdbStatus : public Lum::Entity {
+  LUM_ENTITY(Vxlan::FdbStatus, Lum::Entity, VXLAN_FDB_STATUS_ATTRS)
 
   explicit FdbStatus(const Lum::Name& name) : Entity(name) {}
-
-  Lum::Ptr<LearnedHost> learnedHost(const MacVlanPair& key) const { return learnedHost_(key); }
-  Lum::Ptr<LearnedHost> learnedHostIs(const MacVlanPair& key);
-  void learnedHostDel(const MacVlanPair& key);
-  auto learnedHostIterator() const { return learnedHost_.iterator(); }
-
-  const Lum::TypeInfo& fwkType() const override;
-  static const Lum::TypeInfo& kType;
-
- private:
-  Lum::Collection<FdbStatus, LearnedHost, MacVlanPair, MacVlanPair> learnedHost_{
-      this, "Vxlan::FdbStatus::learnedHost", {"macVlan"}};
 };
 
 }  // namespace Vxlan

@@ -12,9 +12,8 @@
 #include <iosfwd>
 #include <string_view>
 
-#include "platform/core/Collection.h"
+#include "platform/core/Attributes.h"
 #include "platform/core/String8.h"
-#include "platform/core/ValueMap.h"
 #include "platform/types/EthAddr.h"
 #include "platform/types/IpAddr.h"
 #include "platform/types/Vni.h"
@@ -46,72 +45,28 @@ class VarpIpMacEntry {
 
 std::ostream& operator<<(std::ostream& os, const VarpIpMacEntry& e);
 
-class VarpIpMacTable : public Lum::Entity {
- public:
-  enum : int { kVarpIpMacEntry = Entity::kAttrEnd, kAttrEnd };
+// Entries are stored under their own address (checkEntry): a key that differs from
+// the entry's address, or an entry without address (it would read back as absent),
+// is a range exception. The one-argument varpIpMacEntryIs takes the key from the entry.
+#define VXLAN_VARP_IP_MAC_TABLE_ATTRS(X) \
+  X(MAP_CHECKED, VarpIpMacEntry, varpIpMacEntry, Wire::IpGenAddr, VarpIpMacEntry, checkEntry)
 
-  class NotifieeConst : public Lum::NotifieeConst<VarpIpMacTable> {
-   public:
-    virtual void onVarpIpMacEntry(const Wire::IpGenAddr&) {}
-    virtual void onVarpIpMacEntry() {}
-  };
-  using Notifiee = Lum::NotifieeMutable<NotifieeConst, VarpIpMacTable>;
+class VarpIpMacTable : public Lum::Entity {
+  LUM_ENTITY(Vxlan::VarpIpMacTable, Lum::Entity, VXLAN_VARP_IP_MAC_TABLE_ATTRS)
 
   explicit VarpIpMacTable(const Lum::String8& name) : Entity(Lum::Name(name)) {}
-
-  // The default entry when `ipAddr` is absent.
-  VarpIpMacEntry varpIpMacEntry(const Wire::IpGenAddr& ipAddr) const {
-    return varpIpMacEntry_(ipAddr);
-  }
-  const Lum::ValueMap<Wire::IpGenAddr, VarpIpMacEntry>& varpIpMacEntry() const {
-    return varpIpMacEntry_;
-  }
-  // Stores `entry` under its own address, replacing an older one. An entry without
-  // an address is a range exception: it would read back as absent.
-  void varpIpMacEntryIs(const VarpIpMacEntry& entry);
-  // The same, for writers that name the key apart (the generic interface): a key
-  // other than the entry's address is a range exception.
-  void varpIpMacEntryIs(const Wire::IpGenAddr& ipAddr, const VarpIpMacEntry& entry);
-  void varpIpMacEntryDel(const Wire::IpGenAddr& ipAddr);
-  // One whole-map notification, not one per address.
-  void varpIpMacEntryDelAll();
-
-  // Out of line, as the key function: any use of the type, even a dynamic_cast,
-  // links the file that registers it.
-  const Lum::TypeInfo& fwkType() const override;
-  static const Lum::TypeInfo& kType;
-
- private:
-  Lum::ValueMap<Wire::IpGenAddr, VarpIpMacEntry> varpIpMacEntry_;
+  void varpIpMacEntryIs(const VarpIpMacEntry& entry) { varpIpMacEntryIs(entry.ipAddr(), entry); }
+  static void checkEntry(const Wire::IpGenAddr& ipAddr, const VarpIpMacEntry& entry);
 };
 
-class VarpIpMacTableCol : public Lum::Entity {
- public:
-  enum : int { kVarpIpMacTable = Entity::kAttrEnd, kAttrEnd };
+// Tables in name order, stable between changes: lookups take the first match.
+#define VXLAN_VARP_IP_MAC_TABLE_COL_ATTRS(X) \
+  X(COLLECTION, VarpIpMacTable, varpIpMacTable, Lum::String8, VarpIpMacTable, name)
 
-  class NotifieeConst : public Lum::NotifieeConst<VarpIpMacTableCol> {
-   public:
-    virtual void onVarpIpMacTable(const Lum::String8&) {}
-    virtual void onVarpIpMacTable() {}
-  };
-  using Notifiee = Lum::NotifieeMutable<NotifieeConst, VarpIpMacTableCol>;
+class VarpIpMacTableCol : public Lum::Entity {
+  LUM_ENTITY(Vxlan::VarpIpMacTableCol, Lum::Entity, VXLAN_VARP_IP_MAC_TABLE_COL_ATTRS)
 
   explicit VarpIpMacTableCol(const Lum::Name& name) : Entity(name) {}
-
-  Lum::Ptr<VarpIpMacTable> varpIpMacTable(const Lum::String8& name) const {
-    return varpIpMacTable_(name);
-  }
-  Lum::Ptr<VarpIpMacTable> varpIpMacTableIs(const Lum::String8& name);
-  void varpIpMacTableDel(const Lum::String8& name);
-  // Tables in name order, stable between changes: lookups take the first match.
-  auto varpIpMacTableIterator() const { return varpIpMacTable_.iterator(); }
-
-  const Lum::TypeInfo& fwkType() const override;
-  static const Lum::TypeInfo& kType;
-
- private:
-  Lum::Collection<VarpIpMacTableCol, VarpIpMacTable, Lum::String8, Lum::String8> varpIpMacTable_{
-      this, "Vxlan::VarpIpMacTableCol::varpIpMacTable", {"name"}};
 };
 
 }  // namespace Vxlan

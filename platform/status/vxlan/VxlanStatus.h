@@ -12,9 +12,8 @@
 #include <iosfwd>
 #include <string_view>
 
-#include "platform/core/Collection.h"
+#include "platform/core/Attributes.h"
 #include "platform/core/String8.h"
-#include "platform/core/ValueMap.h"
 #include "platform/types/EthAddr.h"
 #include "platform/types/IntfId.h"
 #include "platform/types/IpAddr.h"
@@ -47,98 +46,40 @@ class IpPortEntry {
 
 std::ostream& operator<<(std::ostream& os, const IpPortEntry& e);
 
-class IpPortTable : public Lum::Entity {
- public:
-  enum : int { kIpPortEntry = Entity::kAttrEnd, kAttrEnd };
+// Entries are stored under their own address (checkEntry): a key that differs from
+// the entry's address, or an entry without address (it would read back as absent),
+// is a range exception. The one-argument ipPortEntryIs takes the key from the entry.
+#define VXLAN_IP_PORT_TABLE_ATTRS(X) \
+  X(MAP_CHECKED, IpPortEntry, ipPortEntry, Wire::IpGenAddrWithMask, IpPortEntry, checkEntry)
 
-  class NotifieeConst : public Lum::NotifieeConst<IpPortTable> {
-   public:
-    virtual void onIpPortEntry(const Wire::IpGenAddrWithMask&) {}
-    virtual void onIpPortEntry() {}
-  };
-  using Notifiee = Lum::NotifieeMutable<NotifieeConst, IpPortTable>;
+class IpPortTable : public Lum::Entity {
+  LUM_ENTITY(Vxlan::IpPortTable, Lum::Entity, VXLAN_IP_PORT_TABLE_ATTRS)
 
   explicit IpPortTable(const Lum::String8& name) : Entity(Lum::Name(name)) {}
-
-  // The default entry when `ipAddr` is absent.
-  IpPortEntry ipPortEntry(const Wire::IpGenAddrWithMask& ipAddr) const {
-    return ipPortEntry_(ipAddr);
-  }
-  const Lum::ValueMap<Wire::IpGenAddrWithMask, IpPortEntry>& ipPortEntry() const {
-    return ipPortEntry_;
-  }
-  // Stores `entry` under its own address, replacing an older one. An entry without
-  // an address is a range exception: it would read back as absent.
-  void ipPortEntryIs(const IpPortEntry& entry);
-  // The same, for writers that name the key apart (the generic interface): a key
-  // other than the entry's address is a range exception.
-  void ipPortEntryIs(const Wire::IpGenAddrWithMask& ipAddr, const IpPortEntry& entry);
-  void ipPortEntryDel(const Wire::IpGenAddrWithMask& ipAddr);
-
-  // Out of line, as the key function: any use of the type, even a dynamic_cast,
-  // links the file that registers it.
-  const Lum::TypeInfo& fwkType() const override;
-  static const Lum::TypeInfo& kType;
-
- private:
-  Lum::ValueMap<Wire::IpGenAddrWithMask, IpPortEntry> ipPortEntry_;
+  void ipPortEntryIs(const IpPortEntry& entry) { ipPortEntryIs(entry.ipAddr(), entry); }
+  static void checkEntry(const Wire::IpGenAddrWithMask& ipAddr, const IpPortEntry& entry);
 };
 
-class VxlanStatus : public Lum::Entity {
- public:
-  enum : int { kVccIpPortTable = Entity::kAttrEnd, kAttrEnd };
+#define VXLAN_VXLAN_STATUS_ATTRS(X) \
+  X(COLLECTION, VccIpPortTable, vccIpPortTable, Lum::String8, IpPortTable, name)
 
-  class NotifieeConst : public Lum::NotifieeConst<VxlanStatus> {
-   public:
-    virtual void onVccIpPortTable(const Lum::String8&) {}
-    virtual void onVccIpPortTable() {}
-  };
-  using Notifiee = Lum::NotifieeMutable<NotifieeConst, VxlanStatus>;
+class VxlanStatus : public Lum::Entity {
+  LUM_ENTITY(Vxlan::VxlanStatus, Lum::Entity, VXLAN_VXLAN_STATUS_ATTRS)
 
   explicit VxlanStatus(const Wire::IntfId& id) : Entity(Lum::Name(id.stringValue())), intfId_(id) {}
   const Wire::IntfId& intfId() const { return intfId_; }
 
-  Lum::Ptr<IpPortTable> vccIpPortTable(const Lum::String8& name) const {
-    return vccIpPortTable_(name);
-  }
-  Lum::Ptr<IpPortTable> vccIpPortTableIs(const Lum::String8& name);
-  void vccIpPortTableDel(const Lum::String8& name);
-  auto vccIpPortTableIterator() const { return vccIpPortTable_.iterator(); }
-  size_t vccIpPortTableSize() const { return vccIpPortTable_.size(); }
-
-  const Lum::TypeInfo& fwkType() const override;
-  static const Lum::TypeInfo& kType;
-
  private:
   Wire::IntfId intfId_;
-  Lum::Collection<VxlanStatus, IpPortTable, Lum::String8, Lum::String8> vccIpPortTable_{
-      this, "Vxlan::VxlanStatus::vccIpPortTable", {"name"}};
 };
 
-class VxlanStatusDir : public Lum::Entity {
- public:
-  enum : int { kVxlanStatus = Entity::kAttrEnd, kAttrEnd };
+#define VXLAN_VXLAN_STATUS_DIR_ATTRS(X) \
+  X(COLLECTION, VxlanStatus, vxlanStatus, Wire::IntfId, VxlanStatus, intfId)
 
-  class NotifieeConst : public Lum::NotifieeConst<VxlanStatusDir> {
-   public:
-    virtual void onVxlanStatus(const Wire::IntfId&) {}
-    virtual void onVxlanStatus() {}
-  };
-  using Notifiee = Lum::NotifieeMutable<NotifieeConst, VxlanStatusDir>;
+class VxlanStatusDir : public Lum::Entity {
+  LUM_ENTITY(Vxlan::VxlanStatusDir, Lum::Entity, VXLAN_VXLAN_STATUS_DIR_ATTRS)
 
   explicit VxlanStatusDir(const Lum::Name& name) : Entity(name) {}
-
-  Lum::Ptr<VxlanStatus> vxlanStatus(const Wire::IntfId& id) const { return vxlanStatus_(id); }
-  Lum::Ptr<VxlanStatus> vxlanStatusIs(const Wire::IntfId& id);
-  void vxlanStatusDel(const Wire::IntfId& id);
-  auto vxlanStatusIterator() const { return vxlanStatus_.iterator(); }
-
-  const Lum::TypeInfo& fwkType() const override;
-  static const Lum::TypeInfo& kType;
-
- private:
-  Lum::Collection<VxlanStatusDir, VxlanStatus, Wire::IntfId, Wire::IntfId> vxlanStatus_{
-      this, "Vxlan::VxlanStatusDir::vxlanStatus", {"intfId"}};
 };
 
 }  // namespace Vxlan

@@ -2,15 +2,10 @@
 
 namespace Demo {
 
-const Lum::TypeInfo& Link::kType = Lum::TypeRegistry::add(
-    Lum::TypeInfo("Demo::Link", "Lum::Entity")
-        .attribute("operStatus", kOperStatus,
-                   Lum::textAttr<&Link::operStatus, &Link::operStatusIs>())
-        .attribute("mtu", kMtu, Lum::textAttr<&Link::mtu, &Link::mtuIs>())
-        .attribute("vlanVni", kVlanVni)
-        .operation("down", [](Lum::Entity& e) { static_cast<Link&>(e).operStatusIs(0); })
-        .constructor({"name"}, [](const Lum::TypeInfo::Args& a) -> Ptr<Lum::Entity> {
-          return Ptr<Lum::Entity>(new Link(Lum::Name(a[0].second)));
-        }));
+LUM_ENTITY_TYPE(Link, DEMO_LINK_ATTRS, .operation("down", [](Lum::Entity& e) {
+                                         static_cast<Link&>(e).operStatusIs(0);
+                                       }).constructor({"name"}, &Lum::newByName<Link>))
+LUM_ENTITY_TYPE(LinkDir, DEMO_LINK_DIR_ATTRS, .constructor({"name"}, &Lum::newByName<LinkDir>))
+LUM_ENTITY_TYPE(Settings, DEMO_SETTINGS_ATTRS, .constructor({"name"}, &Lum::newByName<Settings>))
 
 }  // namespace Demo

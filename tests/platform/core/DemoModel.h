@@ -1,16 +1,14 @@
 // A small status model and state machine written against the framework the way the
-// agent's own are: two entity types, a directory entity with a keyed collection, and a
-// state machine with nested reactors and a keyed collection of sub-machines. The
-// tests drive it and read the calls it records in `log`.
+// agent's own are: entity types declared with attribute tables (a directory entity
+// with a keyed collection among them), and a state machine with nested reactors and a keyed
+// collection of sub-machines. The tests drive it and read the calls it records in `log`.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "platform/core/Collection.h"
-#include "platform/core/Entity.h"
+#include "platform/core/Attributes.h"
 #include "platform/core/Instance.h"
-#include "platform/core/ValueMap.h"
 
 namespace Demo {
 
@@ -18,78 +16,30 @@ using Lum::Ptr;
 
 inline std::vector<std::string> log;
 
+#define DEMO_LINK_ATTRS(X)                   \
+  X(VALUE, OperStatus, operStatus, int, {0}) \
+  X(VALUE, Mtu, mtu, unsigned, {1500})       \
+  X(MAP, VlanVni, vlanVni, int, int)
+
 class Link : public Lum::Entity {
- public:
-  enum : int { kOperStatus = Entity::kAttrEnd, kMtu, kVlanVni, kAttrEnd };
-  class NotifieeConst : public Lum::NotifieeConst<Link> {
-   public:
-    virtual void onOperStatus() {}
-    virtual void onMtu() {}
-    virtual void onVlanVni(int) {}
-    virtual void onVlanVni() {}
-  };
-
+  LUM_ENTITY(Demo::Link, Lum::Entity, DEMO_LINK_ATTRS)
   explicit Link(const Lum::Name& name) : Entity(name) {}
-  int operStatus() const { return operStatus_; }
-  void operStatusIs(int v) { attrIs<&NotifieeConst::onOperStatus>(operStatus_, v, kOperStatus); }
-  unsigned mtu() const { return mtu_; }
-  void mtuIs(unsigned v) { attrIs<&NotifieeConst::onMtu>(mtu_, v, kMtu); }
-  int vlanVni(int vlan) const { return vlanVni_(vlan); }
-  void vlanVniIs(int vlan, int vni) {
-    if (vlanVni_.is(vlan, vni)) notify<Lum::keyed(&NotifieeConst::onVlanVni)>(kVlanVni, vlan);
-  }
-  void vlanVniDel(int vlan) {
-    if (vlanVni_.del(vlan)) notify<Lum::keyed(&NotifieeConst::onVlanVni)>(kVlanVni, vlan);
-  }
-
-  const Lum::TypeInfo& fwkType() const override { return kType; }
-  static const Lum::TypeInfo& kType;
-
- private:
-  int operStatus_ = 0;
-  unsigned mtu_ = 1500;
-  Lum::ValueMap<int, int> vlanVni_;
 };
+
+#define DEMO_LINK_DIR_ATTRS(X) X(COLLECTION, Link, link, Lum::Name, Link, name)
 
 class LinkDir : public Lum::Entity {
- public:
-  enum : int { kLink = Entity::kAttrEnd, kAttrEnd };
-  class NotifieeConst : public Lum::NotifieeConst<LinkDir> {
-   public:
-    virtual void onLink(const Lum::Name&) {}
-  };
-
+  LUM_ENTITY(Demo::LinkDir, Lum::Entity, DEMO_LINK_DIR_ATTRS)
   explicit LinkDir(const Lum::Name& name) : Entity(name) {}
-  Ptr<Link> link(const Lum::Name& n) const { return link_(n); }
-  Ptr<Link> linkIs(const Lum::Name& n) {
-    size_t before = link_.size();
-    Ptr<Link> l = link_.is(n);
-    if (link_.size() != before) notify<&NotifieeConst::onLink>(kLink, n);
-    return l;
-  }
-  void linkDel(const Lum::Name& n) {
-    if (link_.del(n)) notify<&NotifieeConst::onLink>(kLink, n);
-  }
-  auto linkIterator() const { return link_.iterator(); }
-  auto linkIterator(const Lum::Name& from) const { return link_.iterator(from); }
-
- private:
-  Lum::Collection<LinkDir, Link, Lum::Name, Lum::Name> link_{this, "Demo::LinkDir::link", {"name"}};
+  // The walk from the first key at or after `from`.
+  auto linkIteratorFrom(const Lum::Name& from) const { return link_.iterator(from); }
 };
 
-class Settings : public Lum::Entity {
- public:
-  enum : int { kEnabled = Entity::kAttrEnd, kAttrEnd };
-  class NotifieeConst : public Lum::NotifieeConst<Settings> {
-   public:
-    virtual void onEnabled() {}
-  };
-  explicit Settings(const Lum::Name& name) : Entity(name) {}
-  bool enabled() const { return enabled_; }
-  void enabledIs(bool v) { attrIs<&NotifieeConst::onEnabled>(enabled_, v, kEnabled); }
+#define DEMO_SETTINGS_ATTRS(X) X(VALUE, Enabled, enabled, bool, {false})
 
- private:
-  bool enabled_ = false;
+class Settings : public Lum::Entity {
+  LUM_ENTITY(Demo::Settings, Lum::Entity, DEMO_SETTINGS_ATTRS)
+  explicit Settings(const Lum::Name& name) : Entity(name) {}
 };
 
 // The state machine: one LumLinkSm per link of the directory, and a reactor on the

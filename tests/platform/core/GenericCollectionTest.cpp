@@ -31,7 +31,7 @@ TEST(GenericCollectionTest, MapsByText) {
   EXPECT_THROW(ref.entryIs("vlanToVniMap", "30", "16777217"), Lum::RangeException);
   EXPECT_EQ(vti->vlanToVniMap().size(), 2u);
 
-  ref.entryIs("mcastGrpDecap", "239.0.0.1", "");
+  ref.entryIs("mcastGrpDecap", "239.0.0.1", "true");
   EXPECT_TRUE(vti->mcastGrpDecap(Wire::IpAddr::fromString("239.0.0.1")));
   ref.entryDel("vlanToVniMap", "10");
   EXPECT_EQ(watch->vlans.back(), 10);

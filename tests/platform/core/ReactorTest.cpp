@@ -156,7 +156,7 @@ TEST_F(ReactorTest, DeletingWhileIterating) {
   EXPECT_EQ(seen, (std::vector<std::string>{"a", "b", "d"}));
   EXPECT_EQ(sm->linkSms(), 2u);
   EXPECT_FALSE(sm->linkSm("a"));
-  EXPECT_FALSE(dir_->linkIterator(Name("zz")).hasBookmark());
+  EXPECT_FALSE(dir_->linkIteratorFrom(Name("zz")).hasBookmark());
 }
 
 // Guards reactions: per attribute and per key, and nothing from a zombie.

@@ -1,0 +1,157 @@
+// The rules of single status entities and of their composite texts; what every
+// attribute shares is walked in StatusRegistryTest.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/status/StatusModel.h"
+#include "tests/platform/types/ValueTestHelpers.h"
+
+namespace {
+
+using Lum::GenericRef;
+using Lum::Ptr;
+using ValueTest::rangeText;
+using ValueTest::textOf;
+using Wire::EthAddr;
+using Wire::IntfId;
+using Wire::IpAddr;
+
+IpAddr ip(const char* text) {
+  return IpAddr::fromString(text);
+}
+
+// The text of the range exception that reading `text` as a T raises.
+template <class T>
+std::string refusal(const std::string& text) {
+  return rangeText([&] { T::fromString(text); });
+}
+
+// Guards the composite texts that state documents write as keys and values: the
+// no-pair key is not the all-zero MAC of a VLAN (the default flood list), unnamed
+// switchport modes pass (a newer configuration is carried), half a source-group pair
+// is not "any source", and a malformed text names the part that is wrong.
+TEST(StatusRulesTest, CompositeTextForms) {
+  EXPECT_NE(Vxlan::MacVlanPair(EthAddr(), Bridging::VlanId(1)), Vxlan::MacVlanPair());
+  EXPECT_EQ(textOf(Vxlan::MacVlanPair()), "");
+  EXPECT_EQ(textOf(Vxlan::IpPortEntry()), ",16777216,00:00:00:00:00:00");
+  EXPECT_EQ(Bridging::SwitchportModeAndNativeVlan::fromString("9,1").mode(),
+            static_cast<Bridging::SwitchportMode>(9));
+  EXPECT_TRUE(Routing::Igmp::SourceGroup::fromString("0.0.0.0,239.1.2.3").isAnySource());
+  using Pair = Vxlan::MacVlanPair;
+  EXPECT_EQ(refusal<Pair>("00:11:22:33:44:55"),
+            "MacVlanPair: malformed text \"00:11:22:33:44:55\"");
+  EXPECT_EQ(refusal<Pair>("00:11:22:33:44/10"), "EthAddr: malformed text \"00:11:22:33:44\"");
+  EXPECT_EQ(refusal<Pair>("00:11:22:33:44:55/4095"), "VlanId::value < 1 or > 4094 not allowed");
+  EXPECT_EQ(refusal<Vxlan::VarpIpMacEntry>("10.0.0.1,5000"),
+            "VarpIpMacEntry: malformed text \"10.0.0.1,5000\"");
+  EXPECT_EQ(refusal<Bridging::SwitchportModeAndNativeVlan>("4294967296,1"),
+            "SwitchportModeAndNativeVlan: malformed text \"4294967296,1\"");
+  EXPECT_EQ(refusal<Routing::Igmp::SourceGroup>("0.0.0.0,"),
+            "SourceGroup: malformed text \"0.0.0.0,\"");
+}
+
+// Guards what readers take for "not written yet": the VXLAN port and TTL a VTI uses,
+// unknown port ids, a BFD record that counts as absent, and absent map keys.
+TEST(StatusRulesTest, DefaultsReadersRelyOn) {
+  Ptr<Vxlan::VtiStatus> vti(new Vxlan::VtiStatus(IntfId("Vxlan1")));
+  EXPECT_EQ(vti->udpPort(), 4789);
+  EXPECT_EQ(vti->ttl(), 64);
+  EXPECT_EQ(vti->operStatus(), Interface::IntfOperStatus::intfOperUnknown);
+  EXPECT_TRUE(vti->vlanToVniMap(Bridging::VlanId(10)).isNone());
+  vti->mcastGrpDecapIs(IpAddr::fromString("239.1.1.1"), false);
+  EXPECT_FALSE(vti->mcastGrpDecap(IpAddr::fromString("239.1.1.1")));
+  EXPECT_EQ(vti->mcastGrpDecap().size(), 1u) << "a group flagged false is kept as such";
+  Vxlan::VxlanHwStatus hw(IntfId("Vxlan1"));
+  EXPECT_TRUE(hw.portId().isUnknown() && hw.cpuSourcePortId().isUnknown());
+  VxlanController::BfdPeerStatusV2 peer(IpAddr::fromString("10.0.0.2"));
+  EXPECT_TRUE(peer.isDefault());
+  EXPECT_FALSE(peer.isUp());
+  peer.stateIs(VxlanController::BfdPeerStatusV2::kStateUp);
+  EXPECT_TRUE(peer.isUp() && !peer.isDefault());
+  EXPECT_TRUE(Vxlan::VniToVlanMap(IntfId("Vxlan1")).vniToVlanMap(Vxlan::Vni(5000)).isNone());
+  EXPECT_EQ(Routing::Pim::Application::Config("pim").intfMode("Vlan10"),
+            Routing::Pim::Mode::pimModeNone);
+}
+
+// Guards the enumerations: a closed one refuses a number without a name and lists
+// the allowed values; MLAG and VRF states are open, since their publishers use more
+// numbers than this agent names (MLAG state 2 reads as not active).
+TEST(StatusRulesTest, ClosedAndOpenEnumerations) {
+  Ptr<Vxlan::VtiStatus> vti(new Vxlan::VtiStatus(IntfId("Vxlan1")));
+  GenericRef ref{Ptr<Lum::Entity>(vti)};
+  EXPECT_EQ(rangeText([&] { ref.attributeIs("operStatus", "99"); }),
+            "99 is not one of intfOperUnknown (0), intfOperUp (1), intfOperDown (2), "
+            "intfOperTesting (3), intfOperDormant (5), intfOperNotPresent (6), "
+            "intfOperLowerLayerDown (7)");
+  EXPECT_THROW(ref.attributeIs("operStatus", "4"), Lum::RangeException);
+  ref.attributeIs("operStatus", "1");
+  EXPECT_EQ(vti->operStatus(), Interface::IntfOperStatus::intfOperUp);
+  EXPECT_THROW(Lum::TypeRegistry::type("Routing::Pim::Application::Config")
+                   ->attribute("intfMode")
+                   ->access.checkEntry("Vlan10", "2"),
+               Lum::RangeException);
+
+  Ptr<Mlag::Status> mlag(new Mlag::Status("status"));
+  GenericRef{Ptr<Lum::Entity>(mlag)}.attributeIs("mlagState", "2");
+  EXPECT_FALSE(Mlag::isMlagActive(mlag->mlagState()));
+  EXPECT_TRUE(Mlag::isMlagActive(Mlag::MlagState::mlagStatePrimary));
+  EXPECT_TRUE(Mlag::isMlagActive(Mlag::MlagState::mlagStateSecondary));
+  Ip::VrfStatusLocal vrf(L3::VrfName("red"));
+  EXPECT_NO_THROW(vrf.fwkType().attribute("state")->access.checkValue("5"));
+}
+
+// Guards the two tables keyed by the entry's own address: an entry without address
+// would read back as absent, and a key other than the address would store it where
+// no lookup finds it; the check of a document refuses both, as the write does.
+TEST(StatusRulesTest, EntriesKeyedByTheirOwnAddress) {
+  Ptr<Vxlan::IpPortTable> table(new Vxlan::IpPortTable("tenantA"));
+  GenericRef ref{Ptr<Lum::Entity>(table)};
+  const Lum::TextAccess& acc = table->fwkType().attribute("ipPortEntry")->access;
+  EXPECT_EQ(rangeText([&] { acc.checkEntry("10.1.1.6/32", "10.1.1.5/32,5000,00:11:22:33:44:55"); }),
+            "IpPortTable: key 10.1.1.6/32 differs from the entry's address 10.1.1.5/32");
+  EXPECT_THROW(table->ipPortEntryIs(Vxlan::IpPortEntry()), Lum::RangeException);
+  ref.entryIs("ipPortEntry", "10.1.1.5/32", "10.1.1.5/32,5000,00:11:22:33:44:55");
+  EXPECT_EQ(table->ipPortEntry(Wire::IpGenAddrWithMask::fromString("10.1.1.5/32")).vni(),
+            Vxlan::VniOrNone(5000));
+  EXPECT_EQ(table->ipPortEntry(Wire::IpGenAddrWithMask::fromString("10.1.1.6/32")),
+            Vxlan::IpPortEntry());
+
+  Vxlan::VarpIpMacTable varp("a");
+  EXPECT_THROW(varp.varpIpMacEntryIs(Vxlan::VarpIpMacEntry()), Lum::RangeException);
+  EXPECT_THROW(varp.fwkType()
+                   .attribute("varpIpMacEntry")
+                   ->access.checkEntry("10.1.1.8", "10.1.1.7,5000,00:00:00:00:00:03"),
+               Lum::RangeException);
+}
+
+// Guards the hardware directory's owned entities (named under it, and unlinked when
+// readers hold them longer than it), the one whole notification of a delete-all, and
+// the shared virtual router lookup (flagged addresses of router 256 of that interface).
+TEST(StatusRulesTest, OwnedEntitiesDeleteAllAndSharedRouter) {
+  Ptr<Vxlan::VxlanHwStatusDir> dir(new Vxlan::VxlanHwStatusDir("hw"));
+  Ptr<Vxlan::BumStatus> bum = dir->bumStatus();
+  EXPECT_EQ(bum->fullName(), "hw/bumStatus");
+  std::vector<int> seen;
+  Ptr<Lum::ReactorBase> w = bum->fwkType().watch(*bum, [&](int id) { seen.push_back(id); });
+  bum->bumMcastGrpIs(Bridging::VlanId(10), IpAddr::fromString("239.1.1.1"));
+  bum->bumMcastGrpIs(Bridging::VlanId(20), IpAddr::fromString("239.1.1.2"));
+  bum->bumMcastGrpDelAll();
+  bum->bumMcastGrpDelAll();
+  EXPECT_EQ(seen.size(), 3u);
+  dir = nullptr;
+  EXPECT_EQ(bum->parent(), nullptr);
+
+  Routing::Fhrp::StatusV4 fhrp("fhrp");
+  auto intf = fhrp.intfStatusIs(IntfId("Vlan10"));
+  intf->vrStatusIs(Routing::Fhrp::kSharedVirtualRouterVrId)->ipAddrsIs(ip("10.0.0.254"), true);
+  intf->vrStatusIs(Routing::Fhrp::kSharedVirtualRouterVrId)->ipAddrsIs(ip("10.0.0.253"), false);
+  intf->vrStatusIs(Routing::Fhrp::VrId(7))->ipAddrsIs(ip("10.0.0.252"), true);
+  EXPECT_TRUE(fhrp.isSharedVirtualAddr(IntfId("Vlan10"), ip("10.0.0.254")));
+  EXPECT_FALSE(fhrp.isSharedVirtualAddr(IntfId("Vlan10"), ip("10.0.0.253")));
+  EXPECT_FALSE(fhrp.isSharedVirtualAddr(IntfId("Vlan10"), ip("10.0.0.252")));
+  EXPECT_FALSE(fhrp.isSharedVirtualAddr(IntfId("Vlan20"), ip("10.0.0.254")));
+}
+
+}  // namespace
