@@ -70,7 +70,11 @@ void checkAttribute(const Lum::AttributeInfo& a, const Lum::TypeInfo& type,
     }
     case Lum::AttrKind::map:
       requireObject(value, p, "a map");
-      for (const auto& [key, v] : value.items()) {
+      // Named rather than bound: lambdas below capture the key, and a structured
+      // binding cannot be captured by every compiler we build with.
+      for (const auto& item : value.items()) {
+        const std::string& key = item.key();
+        const nlohmann::json& v = item.value();
         const std::string pk = p + "/" + key;
         if (checkEntryKey(a, type, key, v, pk)) continue;
         if (!acc.entryIs) throw StateError(pk, qualified(type, a.name) + " is read-only");
@@ -80,7 +84,9 @@ void checkAttribute(const Lum::AttributeInfo& a, const Lum::TypeInfo& type,
       return;
     case Lum::AttrKind::collection:
       requireObject(value, p, "a collection");
-      for (const auto& [key, v] : value.items()) {
+      for (const auto& item : value.items()) {
+        const std::string& key = item.key();
+        const nlohmann::json& v = item.value();
         const std::string pk = p + "/" + key;
         if (checkEntryKey(a, type, key, v, pk)) continue;
         Lum::Ptr<Lum::Entity> elem;
@@ -117,7 +123,9 @@ void applyAttribute(const Lum::AttributeInfo& a, Lum::Entity& e, const json& val
       return;
     }
     case Lum::AttrKind::map:
-      for (const auto& [key, v] : value.items()) {
+      for (const auto& item : value.items()) {
+        const std::string& key = item.key();
+        const nlohmann::json& v = item.value();
         const std::string pk = p + "/" + key;
         if (v.is_null()) {
           at(pk, [&] { acc.entryDel(e, key); });
@@ -128,7 +136,9 @@ void applyAttribute(const Lum::AttributeInfo& a, Lum::Entity& e, const json& val
       }
       return;
     case Lum::AttrKind::collection:
-      for (const auto& [key, v] : value.items()) {
+      for (const auto& item : value.items()) {
+        const std::string& key = item.key();
+        const nlohmann::json& v = item.value();
         const std::string pk = p + "/" + key;
         if (v.is_null()) {
           at(pk, [&] { acc.entryDel(e, key); });
