@@ -1,0 +1,308 @@
+// The frame loop of the local-to-remote machine: the three readable handlers and their
+// priority scheme, handleFrames (read, L2R::encapFrame, send to each destination),
+// the one exit of a dropped frame, and the copy to the ARP resolver.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ostream>
+
+#include "forwarding/L2RTrace.h"
+#include "forwarding/L2RVtiStatusSm.h"
+#include "forwarding/TestMode.h"
+#include "frames/ArpResolverMsg.h"
+#include "platform/os/TimeSource.h"
+#include "platform/trace/RingLog.h"
+
+namespace Vxlan {
+
+namespace {
+
+using L2R::Drop;
+using Sm = Local2RemoteForwarderSm::LumVtiStatusSm;
+using Id = VxlanCounterId;
+
+// The name the ARP resolver listens on: the switch's vocabulary, it stays as it is.
+constexpr const char* kArpResolverName = "VeltraArpResolver";
+constexpr uint32_t kNoCounter = kVxlanCounterIds;
+
+struct DropRow {
+  Drop why;
+  uint32_t counter;  // +1 per drop, kNoCounter for none
+  int level;
+  // The words are the operators' vocabulary: their filters and scripts look for them,
+  // so they stay as they stand, " max 10000" for a limit of 9999 included.
+  const char* words;
+  const char* after;
+};
+
+// clang-format off
+constexpr DropRow kDropRows[L2R::kDropReasons] = {
+    {Drop::none,           kNoCounter,                                  0, "", ""},
+    {Drop::badLength,      static_cast<uint32_t>(Id::l2rBadLength),     0, " frame check failure, got ", " min 24 max 10000"},
+    {Drop::badType,        kNoCounter,                                  0, " received a frame with unexpected ether type: ", ""},
+    {Drop::badVlan,        static_cast<uint32_t>(Id::l2rBadVlan),       0, " user vlan out of range ", ". Discarding frame"},
+    {Drop::noVni,          static_cast<uint32_t>(Id::l2rNoVni),         0, " no vni for vlan ", ". Discarding frame"},
+    {Drop::peerLink,       static_cast<uint32_t>(Id::l2rPeerLinkDrops), 0, " received on mlag peer link ", ". Discarding frame"},
+    {Drop::arpNotRequired, static_cast<uint32_t>(Id::l2rArpHerDrops),   7, " arp request for an own address not flooded, vlan ", ""},
+    {Drop::readError,      static_cast<uint32_t>(Id::l2rReadErrors),    0, "read error:", ""},
+    {Drop::noDestination,  static_cast<uint32_t>(Id::l2rNoDestination), 7, " no destination, vlan ", ""},
+};
+// clang-format on
+
+constexpr bool rowsInOrder() {
+  for (int i = 0; i < L2R::kDropReasons; ++i) {
+    if (kDropRows[i].why != static_cast<Drop>(i)) return false;
+  }
+  return true;
+}
+static_assert(rowsInOrder());
+
+struct DropText {
+  const DropRow& row;
+  uint32_t detail;
+  int err;
+};
+
+std::ostream& operator<<(std::ostream& os, const DropText& t) {
+  os << t.row.words;
+  if (t.row.why == Drop::readError) return os << " " << std::strerror(t.err);
+  if (t.row.why == Drop::badType) return os << "0x" << std::hex << t.detail << std::dec;
+  return os << t.detail << t.row.after;
+}
+
+}  // namespace
+
+void Sm::vxlanCounterInc(VxlanCounterId id, uint32_t count) {
+  if (VxlanAgentCounter* c = owner_ ? owner_->vxAgentCounter() : nullptr) {
+    c->vxlanCounterAdd(id, count);
+  }
+}
+
+void Sm::dropFrame(Drop why, uint32_t detail, int err) {
+  const DropRow& row = kDropRows[static_cast<size_t>(why)];
+  L2R_TRACE(row.level, (DropText{row, detail, err}));
+  RINGLOG(row.level, "L2RSm(%s)::handleFrames%s%u errno %d", intfId_.stringValue().charPtr(),
+          row.words, detail, err);
+  if (row.counter != kNoCounter) vxlanCounterInc(static_cast<Id>(row.counter), 1);
+}
+
+void Sm::handleFileDescriptorHi() {
+  L2R_TRACE(7, "Received packet on local socket with high priority, sock: " << localSockHi_);
+  handleFrames(localSockHi_, remoteSockHi_);
+}
+
+void Sm::handleFileDescriptorLo() {
+  L2R_TRACE(7, "Received packet on local socket with low priority, sock:" << localSockLo_);
+  if (highPriorityNotFinished_) {
+    L2R_TRACE(7, "Work not finished on High Priority Socket");
+    L2R_TRACE(7, "Calling handleFrames for High prio socket");
+    handleFrames(localSockHi_, remoteSockHi_);
+    return;
+  }
+  handleFrames(localSockLo_, remoteSockLo_);
+}
+
+void Sm::handleFileDescriptorArpInspect() {
+  L2R_TRACE(7, "Received packet on arp inspect socket");
+  if (highPriorityNotFinished_) {
+    L2R_TRACE(7, "Work not finished on High Priority Socket");
+    L2R_TRACE(7, "Calling handleFrames for High prio socket");
+    handleFrames(localSockHi_, remoteSockHi_);
+    return;
+  }
+  handleFrames(arpInspectSock_, remoteSockLo_);
+}
+
+L2R::EncapFilter Sm::encapFilter() {
+  L2R::EncapFilter f;
+  if (const VtiStatus* s = status()) {
+    f.vlanToVni = &s->vlanToVniMap();
+    f.localVtep = s->localVtepAddr();
+    f.vArpVtep = s->vArpVtepAddr();
+    f.ttl = s->ttl();
+    f.udpPort = s->udpPort();
+  }
+  if (owner_ && owner_->inputs().fhrpVarpMacStatus) {
+    f.varpVirtualMac = owner_->inputs().fhrpVarpMacStatus->varpVirtualMac();
+  }
+  f.tunnelPorts = &dot1QTunnelIfIndex_;
+  f.peerLinkIfIndex = peerLinkIfIndex_;
+  f.arp = this;
+  return f;
+}
+
+void Sm::handleFrames(int32_t localSock, int32_t remoteSock) {
+  if (!initialized_) return;
+  if (localSock == -1 || remoteSock == -1) {
+    L2R_TRACE(8, "() invalid socket");
+    return;
+  }
+  if (!operUp()) return;
+  const bool hi = localSock == localSockHi_;
+  const double deadline = Lum::now() + (hi ? maxProcessTimeHi_ : maxProcessTimeLo_);
+  const L2R::EncapFilter filter = encapFilter();
+  Lum::SysCalls& sys = Lum::sysCalls();
+  L2R::FrameBuffer buf;
+  for (;;) {
+    const Lum::SysResult got = sys.read(localSock, buf.read, sizeof buf.read);
+    L2R_TRACE(7, "() read " << got.rc << " bytes");
+    if (got.failed()) {
+      if (got.err == EAGAIN || got.err == EWOULDBLOCK) {
+        if (hi) highPriorityNotFinishedIs(false);
+      } else {
+        dropFrame(Drop::readError, 0, got.err);
+      }
+      return;
+    }
+    const uint32_t len = static_cast<uint32_t>(got.rc);
+    vxlanCounterInc(Id::l2rRxFrames, 1);
+    vxlanCounterInc(Id::l2rRxBytes, len);
+    vxlanCounterInc(hi ? Id::l2rRxHiFrames : Id::l2rRxLoFrames, 1);
+    vxlanCounterInc(hi ? Id::l2rRxHiBytes : Id::l2rRxLoBytes, len);
+
+    const L2R::Encap e = L2R::encapFrame(buf, len, filter);
+    if (!e.forwarded()) {
+      dropFrame(e.drop, e.detail, 0);
+      continue;
+    }
+    traceAccepted(e);
+    uint8_t* frame = buf.bytes() + e.frameOffset();
+    uint32_t hostIp = 0;
+    const Lum::Ptr<const BumVtepList> list =
+        getRemoteVtepAddr(Wire::EthAddr::fromBytes(frame), e.vlan, hostIp);
+    const size_t listSize = list ? list->remoteVtepAddrSize() : 0;
+    L2R_TRACE(7, "L2RSm() total dest vteps: " << listSize + (hostIp != 0 ? 1 : 0));
+    if (hostIp == 0 && listSize == 0) {
+      dropFrame(Drop::noDestination, e.vlan, 0);
+      continue;
+    }
+    vxlanCounterInc(Id::l2rForwardFrames, 1);
+    vxlanCounterInc(Id::l2rForwardBytes, len);
+    const Wire::IpAddr host = Wire::IpAddr::fromHostOrder(hostIp);
+    sendToDestinations(buf.bytes(), e, remoteSock, hostIp != 0 ? &host : nullptr, list.ptr());
+
+    // Only a forwarded frame looks at the clock; what is left waits in the socket.
+    if (Lum::now() > deadline) {
+      vxlanCounterInc(Id::l2rTimeBudgetExpired, 1);
+      L2R_TRACE(7, "Timeout");
+      if (hi) highPriorityNotFinishedIs(true);
+      return;
+    }
+  }
+}
+
+void Sm::traceAccepted(const L2R::Encap& e) {
+  if (e.tagsRemoved & L2R::Encap::kStripped) {
+    L2R_TRACE(0, " vlan " << e.vlan << " removing vlan tag vlan " << e.strippedVlan);
+  }
+  if (e.tunnelPort) {
+    vxlanCounterInc(Id::l2rDot1qTunnelFrames, 1);
+    L2R_TRACE(0, " vlan " << e.vlan << " received on dot1q tunnel port " << e.srcIfIndex
+                          << " dot1q flag " << e.tunnelPort);
+  }
+  if (e.tagsRemoved & L2R::Encap::kStrippedInTrunk) {
+    L2R_TRACE(0, " vlan " << e.vlan << " removing vlan tag vlan in trunk " << e.strippedTrunkVlan);
+  }
+  L2R_TRACE(7, " vlan " << e.vlan << " vni " << e.vni << " arpFlag:" << e.arpFlag << " srcIfIndex "
+                        << e.srcIfIndex);
+}
+
+uint32_t Sm::sendToDestinations(uint8_t* buf, const L2R::Encap& e, int32_t remoteSock,
+                                const Wire::IpAddr* hostIp, const BumVtepList* list) {
+  uint8_t* hdr = buf + e.offset;
+  uint32_t reached = 0;
+  if (hostIp && sendToVtep(hdr, e, remoteSock, *hostIp)) ++reached;
+  if (!list) return reached;
+  for (auto it = list->remoteVtepAddr().begin(); it != list->remoteVtepAddr().end(); ++it) {
+    if (sendToVtep(hdr, e, remoteSock, it->first)) ++reached;
+  }
+  return reached;
+}
+
+bool Sm::sendToVtep(uint8_t* hdr, const L2R::Encap& e, int32_t remoteSock, Wire::IpAddr addr) {
+  const VtiStatus* s = status();
+  if (s && addr == s->localVtepAddr()) {
+    L2R_TRACE(7, "L2RSm() skipped sendto localVtep " << addr);
+    return false;
+  }
+  if (s && addr == s->vArpVtepAddr()) {
+    L2R_TRACE(7, "L2RSm() skipped sendto vArpVtep " << addr);
+    return false;
+  }
+  L2R::destinationIs(hdr, addr);
+  sockaddr_in to;
+  std::memset(&to, 0, sizeof to);
+  to.sin_family = AF_INET;
+  std::memcpy(&to.sin_port, hdr + 22, sizeof to.sin_port);
+  to.sin_addr.s_addr = addr.value();
+  dumpBuf("L2RSm encaped frame", hdr, e.length);
+  const Lum::SysResult sent = Lum::sysCalls().sendto(
+      remoteSock, hdr, e.length, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+  L2R_TRACE(7, "L2RSm() sendto " << addr << " returned " << sent.rc);
+  if (sent.failed()) {
+    const Id id = sent.err != ENOBUFS           ? Id::l2rSendErrors
+                  : remoteSock == remoteSockHi_ ? Id::l2rSendNoBufHi
+                                                : Id::l2rSendNoBufLo;
+    vxlanCounterInc(id, 1);
+    L2R_TRACE(0, "send error: " << std::strerror(sent.err));
+    RINGLOG(0, "L2RSm(%s) send error to %08x: %d", intfId_.stringValue().charPtr(),
+            addr.hostOrder(), sent.err);
+    return false;
+  }
+  vxlanCounterInc(Id::l2rTxFrames, 1);
+  vxlanCounterInc(Id::l2rTxBytes, e.length);
+  if (e.arpFlag) sendToArpResolver(hdr, e);
+  return true;
+}
+
+void Sm::sendToArpResolver(const uint8_t* hdr, const L2R::Encap& e) {
+  ArpResolverMsg msg{};
+  msg.tag.valueIs(ArpResolverMsg::kTag);
+  msg.vlan.valueIs(static_cast<uint16_t>(e.vlan));
+  msg.eth.typeOrLen.valueIs(Wire::kEthTypeIpv4);
+  std::memcpy(msg.packet, hdr, std::min<uint32_t>(e.length, ArpResolverMsg::kPacketBytes));
+  vxlanCounterInc(Id::l2rArpResolverFrames, 1);
+  sockaddr_un addr;
+  socklen_t addrLen;
+  if (L2R_TEST) {
+    addrLen = testModeAddress(addr, "./VxlanL2RSM-arp-%d");
+  } else {
+    std::memset(&addr, 0, sizeof addr);
+    addr.sun_family = AF_UNIX;
+    std::snprintf(addr.sun_path, sizeof addr.sun_path, "%c%s", 0, kArpResolverName);
+    addrLen = sizeof addr;
+  }
+  const Lum::SysResult sent = Lum::sysCalls().sendto(
+      arpSock_, &msg, sizeof msg, 0, reinterpret_cast<const sockaddr*>(&addr), addrLen);
+  L2R_TRACE(8, "L2RSm() arp sent : " << sent.rc);
+  if (sent.failed()) {
+    const char* path = addr.sun_path[0] ? addr.sun_path : kArpResolverName;
+    L2R_TRACE(0, "arp send error to " << path << " : " << std::strerror(sent.err));
+    vxlanCounterInc(Id::l2rArpResolverSendErrors, 1);
+  }
+}
+
+void Sm::dumpBuf(const char* label, const uint8_t* buf, uint32_t len) {
+  if (!L2R::trace.enabled(9)) return;
+  L2R_TRACE(9, label << " buf start. len is " << len);
+  char line[128];
+  size_t used = 0;
+  for (uint32_t i = 0; i < len; ++i) {
+    used += static_cast<size_t>(std::snprintf(line + used, sizeof line - used, "%02x", buf[i]));
+    if ((i + 1) % 32 == 0) {
+      L2R_TRACE(9, line);
+      used = 0;
+    }
+  }
+  line[used] = '\0';
+  L2R_TRACE(9, line);
+  L2R_TRACE(9, label << " buf end ");
+}
+
+}  // namespace Vxlan

@@ -1,0 +1,178 @@
+#include "forwarding/L2RFramePath.h"
+
+#include <cstddef>
+#include <cstring>
+
+#include "frames/EthArpIpHdr.h"
+#include "frames/EthHdr.h"
+#include "frames/LocalFrameHdr.h"
+#include "frames/VxlanOuterHdr.h"
+
+namespace Vxlan::L2R {
+
+namespace {
+
+constexpr uint8_t kIpProtoTcp = 6;
+
+// Bounded loads of a frame of `len` bytes: a field that does not lie wholly inside
+// the frame reads as zero.
+struct Bytes {
+  const uint8_t* p;
+  uint32_t len;
+
+  uint8_t u8(uint32_t at) const { return at < len ? p[at] : 0; }
+  // Network order, as a number.
+  uint16_t be16(uint32_t at) const {
+    return at + 2 <= len ? static_cast<uint16_t>(p[at] << 8 | p[at + 1]) : 0;
+  }
+  uint32_t be32(uint32_t at) const {
+    return at + 4 <= len ? uint32_t{be16(at)} << 16 | be16(at + 2) : 0;
+  }
+  // As the memory holds it: the flow hash mixes words without byte swaps.
+  uint16_t host16(uint32_t at) const {
+    uint16_t w = 0;
+    if (at + 2 <= len) std::memcpy(&w, p + at, 2);
+    return w;
+  }
+  uint16_t xorHost16(uint32_t at, int words) const {
+    uint16_t h = 0;
+    for (int i = 0; i < words; ++i) h ^= host16(at + 2 * static_cast<uint32_t>(i));
+    return h;
+  }
+};
+
+Encap dropped(Encap e, Drop why, uint32_t detail) {
+  e.drop = why;
+  e.detail = detail;
+  return e;
+}
+
+// Takes a leading tag out of the frame at `frame` (MAC addresses first) when it has a
+// complete one: the MAC addresses move forward by 4. Returns the tag's VLAN id, or -1.
+int stripTag(uint8_t*& frame, uint32_t& len) {
+  const Bytes b{frame, len};
+  if (b.be16(Wire::kEthMacBytes) != Wire::kEthTypeDot1q || len < Wire::kEthHdrLen + 2) return -1;
+  const int vlan = Wire::Dot1qHdr::vlanFromTci(b.be16(Wire::kEthHdrLen));
+  std::memmove(frame + Wire::kDot1qTagLen, frame, Wire::kEthMacBytes);
+  frame += Wire::kDot1qTagLen;
+  len -= Wire::kDot1qTagLen;
+  return vlan;
+}
+
+// The 16-bit flow hash of the user frame: addresses and ports of IPv4 and IPv6,
+// read at their untagged offsets even in a tagged frame.
+uint16_t flowHash(const Bytes& f, uint16_t type) {
+  if (type == Wire::kEthTypeIpv4) {
+    uint16_t h = f.xorHost16(26, 4);
+    const uint8_t proto = f.u8(23);
+    if (proto == kIpProtoTcp || proto == Wire::kIpProtoUdp) {
+      h ^= f.xorHost16(14 + 4u * (f.u8(14) & 0x0fu), 2);
+    }
+    return h;
+  }
+  if (type == Wire::kEthTypeIpv6) {
+    uint16_t h = f.xorHost16(22, 8) ^ f.xorHost16(38, 8);
+    const uint8_t next = f.u8(20);
+    if (next == kIpProtoTcp || next == Wire::kIpProtoUdp) h ^= f.xorHost16(54, 2);
+    return h;
+  }
+  return 0;
+}
+
+// A MAC address's three words as numbers (bytes 2i, 2i+1), XORed.
+uint16_t macWords(const uint8_t* mac) {
+  uint16_t h = 0;
+  for (int i = 0; i < 3; ++i) h ^= static_cast<uint16_t>(mac[2 * i] << 8 | mac[2 * i + 1]);
+  return h;
+}
+
+void writeHeader(uint8_t* hdrAt, const uint8_t* frame, uint32_t frameLen, uint16_t hash,
+                 uint32_t vni, const EncapFilter& f) {
+  std::memset(hdrAt, 0, kOuterHdrLen);
+  VxlanOuterHdr* hdr = Wire::hdrAt<VxlanOuterHdr>(hdrAt);
+  hdr->ip.verIhl = 0x45;
+  hdr->ip.fragOff.valueIs(0x4000);  // don't fragment
+  hdr->ip.ttl = f.ttl;
+  hdr->ip.protocol = Wire::kIpProtoUdp;
+  const bool fromVirtualMac = Wire::EthAddr::fromBytes(frame + 6) == f.varpVirtualMac;
+  hdr->ip.saddrIs(!f.vArpVtep.isZero() && fromVirtualMac ? f.vArpVtep : f.localVtep);
+  // The source port is the flow hash as it stands, not byte-swapped and not confined to
+  // a range: a flow keeps its port, which is all the underlay's load sharing needs.
+  const uint16_t sport = hash ^ macWords(frame) ^ macWords(frame + 6);
+  std::memcpy(hdrAt + offsetof(VxlanOuterHdr, udp), &sport, sizeof sport);
+  hdr->udp.dstPort.valueIs(f.udpPort);
+  hdr->udp.len.valueIs(static_cast<uint16_t>(frameLen + 16));
+  hdr->vxlan.flagsVniValidIs(true);
+  hdr->vxlan.vniIs(Vni(vni));
+}
+
+}  // namespace
+
+Encap encapFrame(FrameBuffer& buf, uint32_t len, const EncapFilter& f) {
+  Encap e;
+  if (len < kMinFrameLen || len > kMaxFrameLen) return dropped(e, Drop::badLength, len);
+  uint8_t* read = buf.read;
+  const LocalFrameHdr* local = Wire::hdrAt<LocalFrameHdr>(read);
+  const uint16_t type = local->encapType.value();
+  if (type != kEncapTypeHi && type != kEncapTypeLo) return dropped(e, Drop::badType, type);
+  const uint16_t flags = local->encapFlags.value();
+  e.vlan = local->userVlan.value();
+  e.srcIfIndex = local->srcIfIndex.value();
+  if (e.vlan == 0 || e.vlan > Bridging::VlanId::kMax) return dropped(e, Drop::badVlan, e.vlan);
+  const VniOrNone vni =
+      f.vlanToVni ? (*f.vlanToVni)(Bridging::VlanId(static_cast<uint16_t>(e.vlan))) : VniOrNone();
+  if (vni.isNone()) return dropped(e, Drop::noVni, e.vlan);
+  e.vni = vni.value();
+  e.arpFlag = (flags & LocalFrameHdr::kArpFlag) != 0;
+  if (e.srcIfIndex != 0 && e.srcIfIndex == f.peerLinkIfIndex) {
+    return dropped(e, Drop::peerLink, e.srcIfIndex);
+  }
+
+  // The user frame: its MAC addresses over the local header.
+  std::memmove(read + kLocalHdrLen, read, Wire::kEthMacBytes);
+  uint8_t* frame = read + kLocalHdrLen;
+  uint32_t frameLen = len - kLocalHdrLen;
+  if (flags & LocalFrameHdr::kStripTag) {
+    const int vlan = stripTag(frame, frameLen);
+    if (vlan >= 0) {
+      e.tagsRemoved |= Encap::kStripped;
+      e.strippedVlan = static_cast<uint16_t>(vlan);
+    }
+  }
+  e.tunnelPort = (e.srcIfIndex != 0 && f.tunnelPorts && (*f.tunnelPorts)(e.srcIfIndex)) ||
+                 (flags & LocalFrameHdr::kDot1qFlag) != 0;
+  // A tunnel port's frame keeps its tag inside the tunnel.
+  if (!e.tunnelPort && (flags & LocalFrameHdr::kStripTagInTrunk)) {
+    const int vlan = stripTag(frame, frameLen);
+    if (vlan >= 0) {
+      e.tagsRemoved |= Encap::kStrippedInTrunk;
+      e.strippedTrunkVlan = static_cast<uint16_t>(vlan);
+    }
+  }
+
+  const Bytes user{frame, frameLen};
+  const bool tagged = user.be16(Wire::kEthMacBytes) == Wire::kEthTypeDot1q;
+  const uint16_t innerType = user.be16(tagged ? Wire::kEthHdrLen + 2 : Wire::kEthMacBytes);
+  const uint16_t hash = flowHash(user, innerType);
+  if (innerType == Wire::kEthTypeArp && f.arp) {
+    const uint32_t l2 = tagged ? Wire::kEthHdrLen + Wire::kDot1qTagLen : Wire::kEthHdrLen;
+    if (user.be16(l2 + offsetof(Wire::EthArpIpHdr, op)) == Wire::EthArpIpHdr::kOpRequest) {
+      if (!f.arp->herRequired(e.vlan, user.be32(l2 + offsetof(Wire::EthArpIpHdr, targetIpBytes)))) {
+        return dropped(e, Drop::arpNotRequired, e.vlan);
+      }
+      f.arp->rewriteNakedRequest(frame, l2, vni);
+    }
+  }
+
+  uint8_t* hdr = frame - kOuterHdrLen;
+  writeHeader(hdr, frame, frameLen, hash, e.vni, f);
+  e.offset = static_cast<uint32_t>(hdr - buf.bytes());
+  e.length = frameLen + kOuterHdrLen;
+  return e;
+}
+
+void destinationIs(uint8_t* hdr, Wire::IpAddr addr) {
+  Wire::hdrAt<VxlanOuterHdr>(hdr)->ip.daddrIs(addr);
+}
+
+}  // namespace Vxlan::L2R

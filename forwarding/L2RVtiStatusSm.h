@@ -1,0 +1,208 @@
+// Vxlan::Local2RemoteForwarderSm::LumVtiStatusSm: the local-to-remote machine of one
+// VXLAN tunnel interface. See Local2RemoteForwarderSm.h for the whole direction.
+//
+// Its six sockets, -1 while closed:
+//   localSockHi, localSockLo   packet sockets on "vxlan", frames of type 0x0041 (high)
+//                              and 0x0033 (low);
+//   remoteSockHi, remoteSockLo raw IPv4 sockets (protocol 255, IP_HDRINCL) that the
+//                              encapsulated packets of each priority leave by;
+//   arpSock                    Unix datagram socket to the ARP resolver;
+//   arpInspectSock             Unix datagram socket bound to "VeltraVxlanArpInspect",
+//                              a third source of frames, served with the low budget.
+#pragma once
+
+#include "forwarding/Local2RemoteForwarderSm.h"
+
+namespace Vxlan {
+
+class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
+                                                private L2R::ArpRequestHook {
+ public:
+  static constexpr double kDefaultMaxProcessTime = 0.1;
+
+  // Reactors that hold an entity and react to nothing (yet).
+  template <class N>
+  class Holder : public Lum::NestedReactor<LumVtiStatusSm, N> {};
+  // The flood group: the first group of bumMcastGrp, whichever VLAN it is for.
+  class LumVxBumStatus : public Lum::NestedReactor<LumVtiStatusSm, BumStatus::NotifieeConst> {
+   public:
+    void onBumMcastGrp(Bridging::VlanId vlan) override { s()->handleBumMcastGrp(vlan); }
+    void onBumMcastGrp() override { s()->handleBumMcastGrp(); }
+  };
+  // The kernel devices: the local sockets follow "vxlan".
+  class LumKernelNetworkInfoRoot
+      : public Lum::NestedReactor<LumVtiStatusSm, KernelNetworkInfo::Root::NotifieeConst> {
+   public:
+    void onInterfaceByName(const Lum::String8& name) override { s()->handleKernelDevice(name); }
+    void onNotifier() override { s()->handleKernelDevice(); }
+  };
+  // The readable watches of the three sockets that frames come from.
+  class LumFileDescriptorHi
+      : public Lum::NestedReactor<LumVtiStatusSm, Lum::FileDescriptor::Notifiee> {
+   public:
+    void onReadableCount() override { s()->handleFileDescriptorHi(); }
+  };
+  class LumFileDescriptorLo
+      : public Lum::NestedReactor<LumVtiStatusSm, Lum::FileDescriptor::Notifiee> {
+   public:
+    void onReadableCount() override { s()->handleFileDescriptorLo(); }
+  };
+  class LumFileDescriptorArpInspect
+      : public Lum::NestedReactor<LumVtiStatusSm, Lum::FileDescriptor::Notifiee> {
+   public:
+    void onReadableCount() override { s()->handleFileDescriptorArpInspect(); }
+  };
+
+  LumVtiStatusSm(const Lum::Ptr<Lum::ActivityConfig>& activity,
+                 const Lum::Ptr<const VtiStatus>& status, Local2RemoteForwarderSm* owner);
+  // The form the manager's collection builds, in the manager's activity.
+  LumVtiStatusSm(const Lum::Ptr<const VtiStatus>& status, Local2RemoteForwarderSm* owner)
+      : LumVtiStatusSm(owner ? owner->lumFwkActivity() : nullptr, status, owner) {}
+  static Wire::IntfId lumKeyOf(const Lum::Ptr<const VtiStatus>& s) { return s->intfId(); }
+
+  const Wire::IntfId& intfId() const { return intfId_; }
+  Local2RemoteForwarderSm* local2RemoteForwarderSm() const { return owner_; }
+  void parentIs(Local2RemoteForwarderSm* owner) { owner_ = owner; }
+
+  bool initialized() const { return initialized_; }
+  void initializedIs(bool v) { initialized_ = v; }
+  int32_t localSockHi() const { return localSockHi_; }
+  void localSockHiIs(int32_t s) { localSockHi_ = s; }
+  int32_t localSockLo() const { return localSockLo_; }
+  void localSockLoIs(int32_t s) { localSockLo_ = s; }
+  int32_t remoteSockHi() const { return remoteSockHi_; }
+  void remoteSockHiIs(int32_t s) { remoteSockHi_ = s; }
+  int32_t remoteSockLo() const { return remoteSockLo_; }
+  void remoteSockLoIs(int32_t s) { remoteSockLo_ = s; }
+  int32_t arpSock() const { return arpSock_; }
+  void arpSockIs(int32_t s) { arpSock_ = s; }
+  int32_t arpInspectSock() const { return arpInspectSock_; }
+  void arpInspectSockIs(int32_t s) { arpInspectSock_ = s; }
+  double maxProcessTimeHi() const { return maxProcessTimeHi_; }
+  void maxProcessTimeHiIs(double t) { maxProcessTimeHi_ = t; }
+  double maxProcessTimeLo() const { return maxProcessTimeLo_; }
+  void maxProcessTimeLoIs(double t) { maxProcessTimeLo_ = t; }
+  bool highPriorityNotFinished() const { return highPriorityNotFinished_; }
+  void highPriorityNotFinishedIs(bool v) { highPriorityNotFinished_ = v; }
+  Wire::IpAddr floodMcastGrp() const { return floodMcastGrp_; }
+  void floodMcastGrpIs(Wire::IpAddr g) { floodMcastGrp_ = g; }
+  uint32_t peerLinkIfIndex() const { return peerLinkIfIndex_; }
+  void peerLinkIfIndexIs(uint32_t i) { peerLinkIfIndex_ = i; }
+  const L2R::IfIndexTable& dot1QTunnelIfIndex() const { return dot1QTunnelIfIndex_; }
+  void dot1QTunnelIfIndexIs(uint32_t ifindex, bool v) { dot1QTunnelIfIndex_.is(ifindex, v); }
+  void dot1QTunnelIfIndexDel(uint32_t ifindex) { dot1QTunnelIfIndex_.del(ifindex); }
+  void dot1QTunnelIfIndexDelAll() { dot1QTunnelIfIndex_.delAll(); }
+  Lum::FileDescriptor* fileDescriptorHi() const { return descriptorOf(fileDescriptorHi_.get()); }
+  void fileDescriptorHiIs(const Lum::Ptr<Lum::FileDescriptor>& fd) { fileDescriptorHi_.is(fd); }
+  Lum::FileDescriptor* fileDescriptorLo() const { return descriptorOf(fileDescriptorLo_.get()); }
+  void fileDescriptorLoIs(const Lum::Ptr<Lum::FileDescriptor>& fd) { fileDescriptorLo_.is(fd); }
+  Lum::FileDescriptor* fileDescriptorArpInspect() const {
+    return descriptorOf(fileDescriptorArpInspect_.get());
+  }
+  void fileDescriptorArpInspectIs(const Lum::Ptr<Lum::FileDescriptor>& fd) {
+    fileDescriptorArpInspect_.is(fd);
+  }
+
+  // The lifecycle.
+  void handleInitialized();
+  void handleOperStatus();
+  void handleControllerMode();
+  void handleLocalVtepAddr();
+  void handleBumMcastGrp();
+  void handleBumMcastGrp(Bridging::VlanId vlanId);
+  void handleKernelDevice(const Lum::String8& name);
+  void handleKernelDevice();
+  void doPrepareToDie() override;
+
+  void onOperStatus() override { handleOperStatus(); }
+  void onControllerClientMode() override { handleControllerMode(); }
+  void onLocalVtepAddr() override { handleLocalVtepAddr(); }
+  void onFloodMcastGrp() override { handleBumMcastGrp(); }
+
+  // The sockets.
+  static int32_t closeAndCheck(int32_t sock);
+  void createLocalSocket();
+  void createRemoteSocket();
+  void createArpSocket();
+  void createArpInspectSocket();
+  void doConnectSockets();
+  void doDisconnectSockets();
+
+  // The frame path.
+  void handleFileDescriptorHi();
+  void handleFileDescriptorLo();
+  void handleFileDescriptorArpInspect();
+  void handleFrames(int32_t localSock, int32_t remoteSock);
+  void vxlanCounterInc(VxlanCounterId id, uint32_t count);
+  // What the frame path checks a frame against and builds its header from, as it
+  // stands now.
+  L2R::EncapFilter encapFilter();
+
+  // Destination selection: a flood list, or one address in host order (0: none).
+  Lum::Ptr<const BumVtepList> getRemoteVtepAddr(const Wire::EthAddr& dst, uint32_t vlan,
+                                                uint32_t& hostIp);
+  Lum::Ptr<const BumVtepList> getHostIPOrVtepList(const Wire::EthAddr& dst, uint32_t vlan,
+                                                  uint32_t& hostIp);
+  uint32_t getVtepSendToAny(const Lum::Ptr<const BumVtepList>& vteps);
+
+  // ARP on the frame path: whether a request is to be flooded, and the rewrite of a
+  // flooded one.
+  bool arpHERRequired(uint32_t vlan, uint32_t arpTargetIp);
+  void checkAndRewriteNakedArpRequest(uint8_t* frame, uint32_t l2Offset, VniOrNone vni);
+
+ private:
+  static Lum::FileDescriptor* descriptorOf(const Lum::FileDescriptor::Notifiee* r) {
+    return r ? r->notifier().ptr() : nullptr;
+  }
+  bool herRequired(uint32_t vlan, uint32_t targetIp) override {
+    return arpHERRequired(vlan, targetIp);
+  }
+  void rewriteNakedRequest(uint8_t* frame, uint32_t l2Offset, VniOrNone vni) override {
+    checkAndRewriteNakedArpRequest(frame, l2Offset, vni);
+  }
+  bool operUp() const;
+  // The one exit of a dropped frame: traces, writes the ring record and counts, as the
+  // drop table's row for `why` says.
+  void dropFrame(L2R::Drop why, uint32_t detail, int err);
+  void traceAccepted(const L2R::Encap& e);
+  // Sends the packet that encapFrame built to each destination; the ones reached.
+  uint32_t sendToDestinations(uint8_t* buf, const L2R::Encap& e, int32_t remoteSock,
+                              const Wire::IpAddr* hostIp, const BumVtepList* list);
+  bool sendToVtep(uint8_t* hdr, const L2R::Encap& e, int32_t remoteSock, Wire::IpAddr addr);
+  void sendToArpResolver(const uint8_t* hdr, const L2R::Encap& e);
+  void dumpBuf(const char* label, const uint8_t* buf, uint32_t len);
+  // Closes both remote sockets without checking, after a multicast step failed.
+  void dropRemoteSockets();
+  void setRemoteOption(int level, int name, int value, const char* what);
+  Lum::Ptr<Lum::FileDescriptor> newFileDescriptor(const char* name, int32_t sock);
+  const VtiStatus* status() const { return notifier().ptr(); }
+
+  Local2RemoteForwarderSm* owner_;
+  Wire::IntfId intfId_;
+  Lum::Nested<Holder<VxlanHwStatusDir::NotifieeConst>> vxHwStatus_{this};
+  Lum::Nested<Holder<FdbStatus::NotifieeConst>> vxFdbStatus_{this};
+  Lum::Nested<LumVxBumStatus> vxBumStatus_{this};
+  Lum::Nested<Holder<Mlag::Status::NotifieeConst>> mlagStatus_{this};
+  Lum::Nested<Holder<Bridging::Config::NotifieeConst>> bridgingConfig_{this};
+  Lum::Nested<Holder<Interface::EthIntfStatusDir::NotifieeConst>> intfStatusDir_{this};
+  Lum::Nested<Holder<VxlanStatusDir::NotifieeConst>> vxStatusDir_{this};
+  Lum::Nested<LumKernelNetworkInfoRoot> kernelNetworkInfoRoot_{this};
+  int32_t localSockHi_ = -1;
+  int32_t localSockLo_ = -1;
+  int32_t remoteSockHi_ = -1;
+  int32_t remoteSockLo_ = -1;
+  int32_t arpSock_ = -1;
+  int32_t arpInspectSock_ = -1;
+  double maxProcessTimeHi_ = kDefaultMaxProcessTime;
+  double maxProcessTimeLo_ = kDefaultMaxProcessTime;
+  bool highPriorityNotFinished_ = false;
+  Lum::Nested<LumFileDescriptorHi> fileDescriptorHi_{this};
+  Lum::Nested<LumFileDescriptorLo> fileDescriptorLo_{this};
+  Lum::Nested<LumFileDescriptorArpInspect> fileDescriptorArpInspect_{this};
+  Wire::IpAddr floodMcastGrp_;
+  uint32_t peerLinkIfIndex_ = 0;
+  L2R::IfIndexTable dot1QTunnelIfIndex_;
+  bool initialized_ = false;
+};
+
+}  // namespace Vxlan
