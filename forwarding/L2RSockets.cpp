@@ -214,7 +214,7 @@ void Sm::createRemoteSocket() {
     const Wire::IpAddr vtep = status()->localVtepAddr();
     L2R_TRACE(0, "() localVtepAddr:" << vtep);
     in_addr ifAddr{vtep.value()};
-    const unsigned char loop = 1;
+    const int loop = 1;
     for (int s : {remoteSockHi_, remoteSockLo_}) {
       if (sys.setsockopt(s, IPPROTO_IP, IP_MULTICAST_IF, &ifAddr, sizeof ifAddr) < 0) {
         L2R_TRACE(0, "() setsockopt IP_MCST_IF: " << std::strerror(errno));

@@ -6,6 +6,18 @@
 
 namespace Vxlan {
 
+namespace {
+
+// Whether a VTI's status still has a table of this name.
+bool sharedTable(const VxlanStatusDir& dir, const Lum::String8& name) {
+  for (auto it = dir.vxlanStatusIterator(); it; ++it) {
+    if (it->vccIpPortTable(name)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 #define VX_TRACE(level, message) \
   LUM_TRACE(::Vxlan::L2R::trace, level, "L2RSm::" << __func__ << message)
 
@@ -81,6 +93,21 @@ void Local2RemoteForwarderSm::VxStatusSm::onVccIpPortTable(const Lum::String8& v
   handleIpPortTable(vrfName);
   const Lum::Ptr<const VxlanStatus> status = notifier();
   Lum::reconcileKey(ipPortTable_, vrfName, status ? status->vccIpPortTable(vrfName) : nullptr);
+}
+
+void Local2RemoteForwarderSm::VxStatusSm::doPrepareToDie() {
+  VarpIpMacTableCol* col = varpIpMacTableCol();
+  const VxlanStatusDir* dir = owner_ ? owner_->inputs().vxStatusDir.ptr() : nullptr;
+  if (!col) return;
+  for (auto it = ipPortTable_.iterator(); it; ++it) {
+    const Lum::String8 name = it.key();
+    if (dir && sharedTable(*dir, name)) continue;
+    if (const Lum::Ptr<VarpIpMacTable> mirror = col->varpIpMacTable(name)) {
+      mirror->varpIpMacEntryDelAll();
+    }
+    col->varpIpMacTableDel(name);
+    VX_TRACE(8, " Deleted VarpIpMacTable for: " << name);
+  }
 }
 
 // ---- One table -------------------------------------------------------------------

@@ -62,6 +62,9 @@ class Local2RemoteForwarderSm::VxStatusSm : public VxlanStatus::NotifieeConst {
   void handleIpPortTable(const Lum::String8& vrfName);
   void onVccIpPortTable(const Lum::String8& vrfName) override;
   void onVccIpPortTable() override { syncIpPortTable(); }
+  // A VTI's status gone: its tables leave the mirror, unless another VTI has a table
+  // of the same name.
+  void doPrepareToDie() override;
 
  protected:
   void onNotifier() override { syncIpPortTable(); }

@@ -91,4 +91,18 @@ inline std::vector<uint8_t> txRawFrame(const std::vector<uint8_t>& inner, Bridgi
   return f;
 }
 
+// The local frame that the forwarding plane hands to the agent on "vxlan" for a user
+// frame: its MAC addresses, the type field (0x0041 high, 0x0033 low), the flags, the
+// 32-bit VLAN and source interface index, then the user frame from its type on.
+inline std::vector<uint8_t> localFrame(const std::vector<uint8_t>& user, uint16_t type,
+                                       uint16_t flags, uint32_t vlan, uint32_t srcIfIndex = 0) {
+  std::vector<uint8_t> f(user.begin(), user.begin() + 12);
+  push16(f, type);
+  push16(f, flags);
+  push32(f, vlan);
+  push32(f, srcIfIndex);
+  f.insert(f.end(), user.begin() + 12, user.end());
+  return f;
+}
+
 }  // namespace TestSupport

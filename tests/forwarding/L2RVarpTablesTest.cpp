@@ -1,0 +1,79 @@
+// The mirror of the controller's virtual IP and MAC tables and its lookup.
+#include <gtest/gtest.h>
+
+#include "forwarding/Local2RemoteForwarderSm.h"
+
+namespace Vxlan {
+namespace {
+
+Wire::IpGenAddr addr(const char* text) {
+  return Wire::IpGenAddr::fromString(text);
+}
+Wire::EthAddr mac(const char* text) {
+  return Wire::EthAddr::fromString(text);
+}
+
+TEST(L2RVarpTablesTest, LookupTakesTheFirstTableWithTheVni) {
+  Lum::Ptr<VarpIpMacTableCol> col = new VarpIpMacTableCol("col");
+  const Lum::Ptr<const VarpIpMacTableCol> c = col;
+  col->varpIpMacTableIs("a")->varpIpMacEntryIs(
+      VarpIpMacEntry(addr("10.1.1.5"), VniOrNone(Vni(100)), mac("00:00:00:00:00:0a")));
+  col->varpIpMacTableIs("b")->varpIpMacEntryIs(
+      VarpIpMacEntry(addr("10.1.1.5"), VniOrNone(Vni(200)), mac("00:00:00:00:00:0b")));
+  EXPECT_EQ(
+      ipPortTableVarpMacLookup(c, VniOrNone(Vni(200)), addr("10.1.1.5"), mac("00:00:00:00:00:0b")),
+      2);
+  EXPECT_EQ(
+      ipPortTableVarpMacLookup(c, VniOrNone(Vni(200)), addr("10.1.1.5"), mac("00:00:00:00:00:0a")),
+      1)
+      << "same address and VNI, another MAC";
+  EXPECT_EQ(ipPortTableVarpMacLookup(c, VniOrNone(Vni(300)), addr("10.1.1.5"), Wire::EthAddr()), 0);
+  EXPECT_EQ(
+      ipPortTableVarpMacLookup(c, VniOrNone(Vni(0)), addr("10.1.1.5"), mac("00:00:00:00:00:0a")), 0)
+      << "VNI 0 never matches";
+  // VNI none matches the default entry of a table without the address.
+  EXPECT_EQ(ipPortTableVarpMacLookup(c, VniOrNone(), addr("10.9.9.9"), Wire::EthAddr()), 2);
+  EXPECT_EQ(ipPortTableVarpMacLookup(c, VniOrNone(), addr("10.9.9.9"), mac("00:00:00:00:00:01")),
+            1);
+}
+
+TEST(L2RVarpTablesTest, TablesAndEntriesFollowTheControllerStatus) {
+  Lum::Ptr<VxlanStatusDir> dir = new VxlanStatusDir("vxlan/status");
+  Lum::Ptr<VarpIpMacTableCol> col = new VarpIpMacTableCol("col");
+  const Lum::Ptr<VxlanStatus> vti = dir->vxlanStatusIs(Wire::IntfId("Vxlan1"));
+  // A table that exists, with an entry, before the mirror starts.
+  vti->vccIpPortTableIs("early")->ipPortEntryIs(
+      IpPortEntry(Wire::IpGenAddrWithMask(addr("10.1.1.1"), 32), VniOrNone(Vni(100)),
+                  mac("00:00:00:00:00:01")));
+  Local2RemoteForwarderSm::Inputs in;
+  in.vxStatusDir = dir;
+  in.l2rVarpIpMacTableCol = col;
+  Lum::Ptr<Local2RemoteForwarderSm> l2r = new Local2RemoteForwarderSm(in);
+  ASSERT_TRUE(l2r->vxStatus(Wire::IntfId("Vxlan1")));
+  ASSERT_TRUE(col->varpIpMacTable("early"));
+  EXPECT_EQ(col->varpIpMacTable("early")->varpIpMacEntry(addr("10.1.1.1")).vni(),
+            VniOrNone(Vni(100)));
+
+  const Lum::Ptr<IpPortTable> late = vti->vccIpPortTableIs("late");
+  const Wire::IpGenAddrWithMask key(addr("10.2.2.2"), 32);
+  late->ipPortEntryIs(IpPortEntry(key, VniOrNone(Vni(200)), mac("00:00:00:00:00:02")));
+  ASSERT_TRUE(col->varpIpMacTable("late"));
+  EXPECT_EQ(col->varpIpMacTable("late")->varpIpMacEntry(addr("10.2.2.2")).mac(),
+            mac("00:00:00:00:00:02"));
+  late->ipPortEntryDel(key);
+  EXPECT_EQ(col->varpIpMacTable("late")->varpIpMacEntrySize(), 0u);
+
+  const Lum::Ptr<VarpIpMacTable> early = col->varpIpMacTable("early");
+  vti->vccIpPortTableDel("early");
+  EXPECT_FALSE(col->varpIpMacTable("early"));
+  EXPECT_EQ(early->varpIpMacEntrySize(), 0u) << "the entries go before the table";
+  dir->vxlanStatusIs(Wire::IntfId("Vxlan2"))->vccIpPortTableIs("late");
+  dir->vxlanStatusDel(Wire::IntfId("Vxlan1"));
+  EXPECT_FALSE(l2r->vxStatus(Wire::IntfId("Vxlan1")));
+  EXPECT_TRUE(col->varpIpMacTable("late")) << "still Vxlan2's";
+  dir->vxlanStatusDel(Wire::IntfId("Vxlan2"));
+  EXPECT_EQ(col->varpIpMacTableSize(), 0u) << "a gone VTI leaves no stale hosts behind";
+}
+
+}  // namespace
+}  // namespace Vxlan

@@ -1,0 +1,459 @@
+// The local-to-remote machine of one VTI in test mode, on a system-call fake: packet,
+// raw and Unix sockets are socket pairs, socket options and requests are recorded (and
+// fail on demand), and every sendto is captured. Frames are written into the peers of
+// the local sockets; time moves only when a send costs it.
+#include <arpa/inet.h>
+#include <linux/filter.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "forwarding/Local2RemoteForwarderSm.h"
+#include "forwarding/TestMode.h"
+#include "platform/os/TimeSource.h"
+#include "tests/support/VxlanFrameBuilder.h"
+
+namespace Vxlan {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using Id = VxlanCounterId;
+using Sm = Local2RemoteForwarderSm::LumVtiStatusSm;
+
+Wire::IpAddr ip(const char* text) {
+  return Wire::IpAddr::fromString(text);
+}
+
+struct FakeNet : Lum::SysCalls {
+  struct Sent {
+    int fd;
+    Bytes bytes;
+    std::string to;  // dotted IPv4, or the Unix path
+    socklen_t toLen;
+  };
+  struct Option {
+    int fd, level, name, value;
+  };
+
+  ~FakeNet() override {
+    for (int fd : peers) ::close(fd);
+  }
+  int socket(int domain, int type, int) override {
+    if (failSocket.count(domain)) {
+      errno = EPERM;
+      return -1;
+    }
+    int pair[2];
+    ::socketpair(AF_UNIX, SOCK_DGRAM, 0, pair);
+    peers.push_back(pair[1]);
+    (domain == AF_PACKET ? localPeers : others).push_back(pair[1]);
+    (void)type;
+    return pair[0];
+  }
+  int setsockopt(int fd, int level, int name, const void* v, socklen_t len) override {
+    options.push_back({fd, level, name, len == sizeof(int) ? *static_cast<const int*>(v) : -1});
+    if (level == failOption.first && name == failOption.second) {
+      errno = EPERM;
+      return -1;
+    }
+    return 0;
+  }
+  int ioctl(int, unsigned long request, void* arg) override {
+    requests.push_back(request);
+    if (request == SIOCGIFINDEX && noVxlan) return errno = ENODEV, -1;
+    if (request == failRequest) return errno = EPERM, -1;
+    if (request == SIOCGIFINDEX) static_cast<ifreq*>(arg)->ifr_ifindex = 7;
+    return 0;
+  }
+  int bind(int fd, const sockaddr* a, socklen_t) override {
+    if (a->sa_family == AF_PACKET)
+      boundIndex[fd] = reinterpret_cast<const sockaddr_ll*>(a)->sll_ifindex;
+    options.push_back({fd, -1, -1, 0});  // the bind's place among the options
+    return 0;
+  }
+  Lum::SysResult sendto(int fd, const void* buf, size_t len, int, const sockaddr* to,
+                        socklen_t toLen) override {
+    std::string where;
+    if (to->sa_family == AF_INET) {
+      char text[INET_ADDRSTRLEN];
+      ::inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(to)->sin_addr, text, sizeof text);
+      where = text;
+    } else {
+      where = reinterpret_cast<const sockaddr_un*>(to)->sun_path;
+    }
+    const auto* p = static_cast<const uint8_t*>(buf);
+    sent.push_back({fd, Bytes(p, p + len), where, toLen});
+    if (clock) clock->advance(sendCost);
+    const auto err = sendError.find(fd);
+    if (err != sendError.end()) return {-1, err->second};
+    return {static_cast<ssize_t>(len), 0};
+  }
+
+  std::set<int> failSocket;
+  std::pair<int, int> failOption{-2, -2};
+  unsigned long failRequest = 0;
+  bool noVxlan = false;
+  std::map<int, int> sendError;
+  std::map<int, int> boundIndex;
+  Lum::ManualTimeSource* clock = nullptr;
+  double sendCost = 0;
+  std::vector<int> peers, localPeers, others;
+  std::vector<Option> options;
+  std::vector<unsigned long> requests;
+  std::vector<Sent> sent;
+};
+
+class L2RTestModeTest : public ::testing::Test {
+ protected:
+  L2RTestModeTest() {
+    net_.clock = &clock_;
+    status_->localVtepAddrIs(ip("10.99.0.1"));
+    status_->srcIntfKernelNameIs("under0");
+    status_->vlanToVniMapIs(Bridging::VlanId(10), VniOrNone(Vni(5010)));
+    status_->operStatusIs(Interface::IntfOperStatus::intfOperUp);
+    Local2RemoteForwarderSm::Inputs in;
+    in.vxHwStatusDir = hw_;
+    in.vxBumStatus = hw_->bumStatus();
+    in.vxAgentCounter = counter_;
+    in.vtepStatusDirV2 = vteps_;
+    owner_ = new Local2RemoteForwarderSm(in);
+    sm_ = new Sm(nullptr, status_, owner_.ptr());
+  }
+  ~L2RTestModeTest() override { sm_->doDisconnectSockets(); }
+
+  BumStatus& bum() { return *hw_->bumStatus(); }
+  void floodList(const char* mac, std::vector<const char*> vteps, uint32_t type = 0) {
+    const Lum::Ptr<BumVtepList> l =
+        bum().bumVtepListIs(MacVlanPair(Wire::EthAddr::fromString(mac), Bridging::VlanId(10)));
+    for (const char* v : vteps) l->remoteVtepAddrIs(ip(v));
+    l->listTypeIs(type);
+  }
+  // Writes a local frame for `dst` into the high (or low) socket and runs its handler.
+  void forward(const char* dst, bool high = true, uint16_t flags = 0) {
+    write(dst, high, flags);
+    high ? sm_->handleFileDescriptorHi() : sm_->handleFileDescriptorLo();
+  }
+  void write(const char* dst, bool high = true, uint16_t flags = 0, size_t pad = 40) {
+    Bytes user(12);
+    const Wire::EthAddr d = Wire::EthAddr::fromString(dst);
+    std::copy(d.bytes().begin(), d.bytes().end(), user.begin());
+    user[6] = 0x02;
+    user[11] = 0x02;
+    TestSupport::push16(user, 0x0800);
+    user.resize(user.size() + pad, 0x33);
+    const Bytes f = TestSupport::localFrame(user, high ? 0x0041 : 0x0033, flags, 10);
+    // The newest pair: low is opened first, then high.
+    const int peer = net_.localPeers[net_.localPeers.size() - (high ? 1 : 2)];
+    ASSERT_EQ(::send(peer, f.data(), f.size(), 0), ssize_t(f.size()));
+  }
+  // The VTEPs that packets went to, in order (resolver messages left out).
+  std::vector<std::string> vtepsReached() const {
+    std::vector<std::string> to;
+    for (const auto& s : net_.sent) {
+      if (s.fd == sm_->remoteSockHi() || s.fd == sm_->remoteSockLo()) to.push_back(s.to);
+    }
+    return to;
+  }
+  uint64_t count(Id id) const { return counter_->storage().vxlanCount(static_cast<uint16_t>(id)); }
+  std::vector<FakeNet::Option> optionsOn(int fd) const {
+    std::vector<FakeNet::Option> o;
+    for (const auto& x : net_.options) {
+      if (x.fd == fd) o.push_back(x);
+    }
+    return o;
+  }
+  int optionValue(int fd, int level, int name) const {
+    for (const auto& x : optionsOn(fd)) {
+      if (x.level == level && x.name == name) return x.value;
+    }
+    return -999;
+  }
+
+  Lum::ManualTimeSource clock_{100.0};
+  Lum::ScopedTimeSource clockGuard_{clock_};
+  FakeNet net_;
+  Lum::ScopedSysCalls netGuard_{net_};
+  Lum::Ptr<VtiStatus> status_{new VtiStatus(Wire::IntfId("Vxlan1"))};
+  Lum::Ptr<VxlanHwStatusDir> hw_{new VxlanHwStatusDir("hw")};
+  Lum::Ptr<VxlanController::VtepStatusDirV2> vteps_{new VxlanController::VtepStatusDirV2("v2")};
+  Lum::Ptr<VxlanAgentCounter> counter_{
+      new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>())};
+  Lum::Ptr<Local2RemoteForwarderSm> owner_;
+  Lum::Ptr<Sm> sm_;
+};
+
+TEST_F(L2RTestModeTest, SocketsAreMadeWithEveryOption) {
+  ASSERT_TRUE(L2R_TEST);
+  for (int s : {sm_->localSockHi(), sm_->localSockLo(), sm_->remoteSockHi(), sm_->remoteSockLo(),
+                sm_->arpSock(), sm_->arpInspectSock()}) {
+    EXPECT_NE(s, -1);
+  }
+  for (int s : {sm_->localSockHi(), sm_->localSockLo()}) {
+    const auto o = optionsOn(s);
+    EXPECT_EQ(optionValue(s, SOL_SOCKET, SO_RCVBUF), 0x200000) << "test mode";
+    ASSERT_FALSE(o.empty());
+    EXPECT_EQ(o.back().level, -1) << "the bind comes after the type filter";
+    EXPECT_EQ(o[o.size() - 2].name, SO_ATTACH_FILTER);
+    EXPECT_EQ(net_.boundIndex[s], 7);
+  }
+  const int hi = sm_->remoteSockHi();
+  const int lo = sm_->remoteSockLo();
+  for (int s : {hi, lo}) {
+    EXPECT_EQ(optionValue(s, IPPROTO_IP, IP_HDRINCL), 1);
+    EXPECT_EQ(optionValue(s, SOL_SOCKET, SO_RCVBUF), 0);
+    EXPECT_EQ(optionValue(s, SOL_SOCKET, SO_SNDBUFFORCE), 0x800000);
+    EXPECT_EQ(optionValue(s, IPPROTO_IP, IP_RECVERR), 1);
+    EXPECT_EQ(optionValue(s, IPPROTO_IP, IP_MULTICAST_IF), -999) << "no flood group";
+  }
+  EXPECT_EQ(optionValue(hi, SOL_SOCKET, SO_PRIORITY), 0);
+  EXPECT_EQ(optionValue(lo, SOL_SOCKET, SO_PRIORITY), 2);
+  EXPECT_EQ(sm_->maxProcessTimeHi(), 0.01);
+  EXPECT_EQ(sm_->maxProcessTimeLo(), 0.05);
+  EXPECT_EQ(std::count(net_.requests.begin(), net_.requests.end(), SIOCSIFFLAGS), 0);
+
+  // A flood group turns multicast on, except in controller client mode.
+  bum().bumMcastGrpIs(Bridging::VlanId(10), ip("239.1.1.1"));
+  EXPECT_EQ(sm_->floodMcastGrp(), ip("239.1.1.1"));
+  EXPECT_EQ(std::count(net_.requests.begin(), net_.requests.end(), SIOCSIFFLAGS), 1);
+  EXPECT_EQ(optionValue(sm_->remoteSockLo(), IPPROTO_IP, IP_MULTICAST_LOOP), 1);
+  net_.options.clear();  // descriptor numbers come back with the new sockets
+  status_->controllerClientModeIs(true);
+  EXPECT_EQ(optionValue(sm_->remoteSockLo(), IPPROTO_IP, IP_MULTICAST_IF), -999);
+}
+
+TEST_F(L2RTestModeTest, SocketFailuresThrowOrStopAsTheirStepSays) {
+  struct Case {
+    int level, name;
+    const char* text;
+  } throwing[] = {{IPPROTO_IP, IP_HDRINCL, "IP_HDRINCL"},
+                  {SOL_SOCKET, SO_RCVBUF, "SO_RCVBUF"},
+                  {SOL_SOCKET, SO_SNDBUFFORCE, "SO_SNDBUF"},
+                  {IPPROTO_IP, IP_RECVERR, "IP_RECVERR"},
+                  {SOL_SOCKET, SO_PRIORITY, "SO_PRIORITY"}};
+  for (const Case& c : throwing) {
+    net_.failOption = {c.level, c.name};
+    try {
+      sm_->createRemoteSocket();
+      ADD_FAILURE() << c.text << " did not throw";
+    } catch (const Lum::ErrnoException& e) {
+      EXPECT_NE(std::string(e.what()).find(c.text), std::string::npos) << e.what();
+    }
+  }
+  net_.failOption = {-2, -2};
+  net_.failSocket = {AF_INET};
+  EXPECT_THROW(sm_->createRemoteSocket(), Lum::ErrnoException);
+  EXPECT_EQ(sm_->remoteSockHi(), -1);
+  net_.failSocket = {AF_PACKET};
+  EXPECT_THROW(sm_->createLocalSocket(), Lum::ErrnoException);
+  net_.failSocket.clear();
+
+  // No "vxlan": the local sockets stay open, bound deaf with index 0.
+  net_.noVxlan = true;
+  sm_->createLocalSocket();
+  EXPECT_NE(sm_->localSockHi(), -1);
+  EXPECT_EQ(net_.boundIndex[sm_->localSockHi()], 0);
+
+  // A refused interface flag: both remote sockets closed, no exception, budgets kept,
+  // and frames wait unread.
+  sm_->createLocalSocket();
+  sm_->maxProcessTimeHiIs(0.5);
+  net_.failRequest = SIOCSIFFLAGS;
+  bum().bumMcastGrpIs(Bridging::VlanId(10), ip("239.1.1.1"));
+  EXPECT_EQ(sm_->remoteSockHi(), -1);
+  EXPECT_EQ(sm_->remoteSockLo(), -1);
+  EXPECT_EQ(sm_->maxProcessTimeHi(), 0.5);
+}
+
+TEST_F(L2RTestModeTest, DestinationsFollowListsLearnedHostsAndGroups) {
+  const Lum::Ptr<LearnedHost> host = hw_->fdbStatus()->learnedHostIs(
+      MacVlanPair(Wire::EthAddr::fromString("02:00:00:00:00:09"), Bridging::VlanId(10)));
+  host->remoteVtepAddrIs(ip("10.99.0.9"));
+  floodList("00:00:00:00:00:00", {"10.99.0.2", "10.99.0.3"});
+  floodList("01:00:5e:00:00:01", {});  // exists but empty: the search goes on
+  floodList("01:00:00:00:00:00", {"10.99.0.4"});
+  floodList("01:00:5e:00:00:02", {"10.99.0.5"});
+  struct Case {
+    const char* dst;
+    std::vector<std::string> to;
+  } headEnd[] = {{"ff:ff:ff:ff:ff:ff", {"10.99.0.4"}},
+                 {"01:00:5e:00:00:02", {"10.99.0.5"}},
+                 {"01:00:5e:00:00:01", {"10.99.0.4"}},
+                 {"02:00:00:00:00:09", {"10.99.0.9"}},
+                 {"02:00:00:00:00:0a", {"10.99.0.2", "10.99.0.3"}}};
+  for (const Case& c : headEnd) {
+    net_.sent.clear();
+    forward(c.dst);
+    EXPECT_EQ(vtepsReached(), c.to) << c.dst;
+  }
+
+  bum().bumReplicationModeIs(BumStatus::kMulticastReplication);
+  net_.sent.clear();
+  const uint64_t none = count(Id::l2rNoDestination);
+  forward("ff:ff:ff:ff:ff:ff");
+  EXPECT_TRUE(vtepsReached().empty()) << "no group for the VLAN: the lists do not count";
+  EXPECT_EQ(count(Id::l2rNoDestination), none + 1);
+  bum().bumMcastGrpIs(Bridging::VlanId(10), ip("239.1.1.1"));
+  forward("ff:ff:ff:ff:ff:ff");
+  forward("02:00:00:00:00:09");
+  forward("02:00:00:00:00:0a");
+  EXPECT_EQ(vtepsReached(), (std::vector<std::string>{"239.1.1.1", "10.99.0.9", "239.1.1.1"}));
+}
+
+TEST_F(L2RTestModeTest, SendToAnyTakesTheFirstVtepWhoseBfdIsUp) {
+  status_->vArpVtepAddrIs(ip("10.99.0.100"));
+  floodList("00:00:00:00:00:00", {"10.99.0.1", "10.99.0.100", "10.99.0.3", "10.99.0.4"}, 1);
+  forward("ff:ff:ff:ff:ff:ff");
+  EXPECT_TRUE(vtepsReached().empty()) << "no BFD status for the VTI";
+  EXPECT_EQ(count(Id::l2rNoBfdVtepUp) + count(Id::l2rNoBfdConfigured), 0u);
+
+  const Lum::Ptr<VxlanController::VtepStatusV2> vti = vteps_->vtepStatusV2Is(Lum::Name("Vxlan1"));
+  forward("ff:ff:ff:ff:ff:ff");
+  EXPECT_EQ(vtepsReached(), std::vector<std::string>{"10.99.0.3"}) << "no BFD: any, own skipped";
+  EXPECT_EQ(count(Id::l2rNoBfdConfigured), 1u);
+
+  vti->bfdPeerStatusIs(ip("10.99.0.3"));  // a record at its defaults counts as none
+  vti->bfdPeerStatusIs(ip("10.99.0.4"))->stateIs(VxlanController::BfdPeerStatusV2::kStateUp);
+  net_.sent.clear();
+  forward("ff:ff:ff:ff:ff:ff");
+  vti->bfdPeerStatus(ip("10.99.0.4"))->stateIs(1);
+  forward("ff:ff:ff:ff:ff:ff");
+  EXPECT_EQ(vtepsReached(), std::vector<std::string>{"10.99.0.4"});
+  EXPECT_EQ(count(Id::l2rNoBfdVtepUp), 1u);
+}
+
+TEST_F(L2RTestModeTest, OwnAddressesAreSkippedAndFailedSendsCostOneDestination) {
+  status_->vArpVtepAddrIs(ip("10.99.0.100"));
+  floodList("00:00:00:00:00:00", {"10.99.0.1", "10.99.0.100"});
+  forward("ff:ff:ff:ff:ff:ff");
+  EXPECT_EQ(count(Id::l2rForwardFrames), 1u) << "a frame with destinations, even if all own";
+  EXPECT_EQ(count(Id::l2rTxFrames), 0u);
+
+  floodList("00:00:00:00:00:00", {"10.99.0.2", "10.99.0.3"});
+  net_.sendError[sm_->remoteSockHi()] = ENOBUFS;
+  forward("ff:ff:ff:ff:ff:ff");
+  net_.sendError = {{sm_->remoteSockLo(), ENOBUFS}};
+  forward("ff:ff:ff:ff:ff:ff", false);
+  net_.sendError = {{sm_->remoteSockLo(), EPERM}};
+  forward("ff:ff:ff:ff:ff:ff", false);
+  EXPECT_EQ(count(Id::l2rSendNoBufHi), 2u);
+  EXPECT_EQ(count(Id::l2rSendNoBufLo), 2u);
+  EXPECT_EQ(count(Id::l2rSendErrors), 2u);
+  EXPECT_EQ(vtepsReached().size(), 6u) << "each failure still tries the next destination";
+  net_.sendError.clear();
+  forward("ff:ff:ff:ff:ff:ff");
+  EXPECT_EQ(count(Id::l2rTxFrames), 2u);
+  EXPECT_EQ(count(Id::l2rTxBytes), 2u * (40 + 14 + 36));
+  EXPECT_EQ(count(Id::l2rRxFrames), 5u);
+  EXPECT_EQ(count(Id::l2rRxHiFrames) + count(Id::l2rRxLoFrames), 5u);
+}
+
+TEST_F(L2RTestModeTest, HighBurstOverBudgetStarvesLowUntilHighIsDrained) {
+  floodList("00:00:00:00:00:00", {"10.99.0.2"});
+  net_.sendCost = 0.006;  // two sends outrun the 0.01 s budget of test mode
+  for (int i = 0; i < 5; ++i) write("ff:ff:ff:ff:ff:ff");
+  write("ff:ff:ff:ff:ff:ff", false);
+  auto sentOn = [&](int fd) {
+    return std::count_if(net_.sent.begin(), net_.sent.end(), [&](auto& s) { return s.fd == fd; });
+  };
+  sm_->handleFileDescriptorHi();
+  EXPECT_EQ(sentOn(sm_->remoteSockHi()), 2);
+  EXPECT_TRUE(sm_->highPriorityNotFinished());
+  sm_->handleFileDescriptorLo();  // serves high: two more, budget out again
+  EXPECT_EQ(sentOn(sm_->remoteSockHi()), 4);
+  sm_->handleFileDescriptorLo();  // the last high frame, then EAGAIN clears the flag
+  EXPECT_EQ(sentOn(sm_->remoteSockHi()), 5);
+  EXPECT_FALSE(sm_->highPriorityNotFinished());
+  EXPECT_EQ(sentOn(sm_->remoteSockLo()), 0);
+  sm_->handleFileDescriptorLo();
+  EXPECT_EQ(sentOn(sm_->remoteSockLo()), 1);
+  EXPECT_EQ(count(Id::l2rTimeBudgetExpired), 2u);
+}
+
+TEST_F(L2RTestModeTest, ArpFlaggedFramesReachTheResolverOncePerDestination) {
+  floodList("00:00:00:00:00:00", {"10.99.0.2", "10.99.0.3"});
+  net_.sendError[sm_->arpSock()] = ECONNREFUSED;
+  forward("ff:ff:ff:ff:ff:ff", true, 0x8000);
+  std::vector<FakeNet::Sent> msgs;
+  Bytes lastPacket;
+  for (const auto& s : net_.sent) {
+    if (s.fd == sm_->arpSock()) msgs.push_back(s);
+  }
+  ASSERT_EQ(msgs.size(), 2u);
+  EXPECT_EQ(count(Id::l2rArpResolverFrames), 2u);
+  EXPECT_EQ(count(Id::l2rArpResolverSendErrors), 2u);
+  EXPECT_EQ(count(Id::l2rTxFrames), 2u) << "a resolver failure costs only its message";
+  const std::string path = "./VxlanL2RSM-arp-" + std::to_string(::getpid());
+  for (size_t i = 0; i < msgs.size(); ++i) {
+    const Bytes& m = msgs[i].bytes;
+    EXPECT_EQ(msgs[i].to, path);
+    EXPECT_EQ(msgs[i].toLen, 110u);
+    ASSERT_EQ(m.size(), 146u);
+    EXPECT_EQ(Bytes(m.begin(), m.begin() + 32),
+              (Bytes{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x00, 0x2b, 0,    10,
+                     0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,    0,    0x08, 0x00}));
+    // The packet from its IPv4 header on (90 bytes), with its own destination, then zero.
+    EXPECT_EQ(m[32 + 19], i == 0 ? 2 : 3);
+    EXPECT_EQ(m[32], 0x45);
+    EXPECT_EQ(Bytes(m.begin() + 32 + 90, m.end()), Bytes(146 - 32 - 90, 0));
+  }
+}
+
+TEST_F(L2RTestModeTest, LifecycleFollowsStatusGroupAndDevice) {
+  floodList("00:00:00:00:00:00", {"10.99.0.2"});
+  status_->operStatusIs(Interface::IntfOperStatus::intfOperDown);
+  EXPECT_EQ(sm_->localSockHi(), -1);
+  EXPECT_EQ(sm_->arpInspectSock(), -1);
+  EXPECT_EQ(sm_->fileDescriptorHi()->descriptor(), -1);
+  bum().bumMcastGrpIs(Bridging::VlanId(10), ip("239.1.1.1"));
+  EXPECT_EQ(sm_->floodMcastGrp(), ip("239.1.1.1")) << "a group while down opens nothing";
+  EXPECT_EQ(sm_->remoteSockHi(), -1);
+  status_->operStatusIs(Interface::IntfOperStatus::intfOperUp);
+  EXPECT_NE(sm_->localSockHi(), -1);
+  EXPECT_EQ(sm_->fileDescriptorHi()->descriptor(), sm_->localSockHi());
+
+  bum().bumMcastGrpDel(Bridging::VlanId(10));
+  EXPECT_TRUE(sm_->floodMcastGrp().isZero()) << "the last group gone through its VLAN";
+  EXPECT_NE(sm_->remoteSockHi(), -1);
+
+  status_->localVtepAddrIs(Wire::IpAddr());
+  EXPECT_EQ(sm_->remoteSockHi(), -1);
+  forward("ff:ff:ff:ff:ff:ff");
+  EXPECT_EQ(count(Id::l2rRxFrames), 0u) << "no remote socket: the frame waits unread";
+  status_->localVtepAddrIs(ip("10.99.0.1"));
+  sm_->handleFileDescriptorHi();
+  EXPECT_EQ(vtepsReached(), std::vector<std::string>{"10.99.0.2"});
+
+  // "vxlan" gone, then back.
+  Lum::Ptr<KernelNetworkInfo::Root> kni = new KernelNetworkInfo::Root("kni");
+  Local2RemoteForwarderSm::Inputs in = owner_->inputs();
+  in.kernelNetInfoRoot = kni;
+  sm_->doDisconnectSockets();
+  sm_ = nullptr;
+  owner_ = new Local2RemoteForwarderSm(in);
+  sm_ = new Sm(nullptr, status_, owner_.ptr());
+  EXPECT_EQ(count(Id::l2rTxFrames), 0u) << "a machine starts its direction's counters at 0";
+  sm_->handleKernelDevice("vxlan");
+  EXPECT_EQ(sm_->localSockHi(), -1);
+  KernelNetworkInfo::InterfaceState vxlan;
+  vxlan.ifindex = Wire::IfIndex(7);
+  vxlan.name = "vxlan";
+  kni->interfaceIs(vxlan);
+  EXPECT_NE(sm_->localSockHi(), -1);
+}
+
+}  // namespace
+}  // namespace Vxlan
