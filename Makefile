@@ -31,6 +31,7 @@ asan-test: asan
 
 bench: build
 	./build/release/bench/r2l_frame_path_bench
+	./build/release/bench/l2r_frame_path_bench
 	./build/release/bench/counter_add_bench
 
 # New inputs go to build/fuzz/corpus/<name>, never into the committed seeds; a failing

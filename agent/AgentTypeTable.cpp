@@ -88,7 +88,8 @@ namespace {
         .attributeNames({"vtiStatusDir", "vxHwStatusDir", "vxBumStatus", "fhrpStatus",
                          "fhrpVarpMacStatus", "kernelNetInfoRoot", "mlagStatus", "bridgingConfig",
                          "intfStatusDir", "vxAgentCounter", "vtepStatusDir", "vxStatusDir",
-                         "ipStatus", "l2rVarpIpMacTableCol"}));
+                         "ipStatus", "l2rVarpIpMacTableCol", "vxlanUnixDomainName", "vtiStatusSm",
+                         "vxStatus"}));
 
 [[maybe_unused]] const Lum::TypeInfo& remote2LocalForwarderSmType = Lum::TypeRegistry::add(
     Lum::TypeInfo("Vxlan::Remote2LocalForwarderSm")
