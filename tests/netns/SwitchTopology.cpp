@@ -93,8 +93,9 @@ void SwitchTopology::build() {
                " sysctl -qw net.ipv6.conf.default.disable_ipv6=1 net.ipv6.conf.all.disable_ipv6=1");
     ip(ns, "link set lo up");
   }
-  // A bridge without spanning tree forwards as soon as a port is up.
-  ip(fabricNs_, "link add name br0 type bridge stp_state 0");
+  // A bridge without spanning tree forwards as soon as a port is up; without snooping
+  // it floods multicast to every VTEP, whoever has joined.
+  ip(fabricNs_, "link add name br0 type bridge stp_state 0 mcast_snooping 0");
   ip(fabricNs_, "link set br0 up");
 
   addVtep(switchNs_, switchUnderlay_, deviceName("f" + tag_ + "s"), kVtepAddr);
@@ -109,6 +110,13 @@ void SwitchTopology::build() {
     const std::string& ns = remoteNs_[i];
     addVtep(ns, remoteUnderlayDevice(i), deviceName("f" + tag_ + "r" + std::to_string(i)),
             remoteVtepAddr(i));
+    if (config_.remoteHosts) {
+      ip(ns, "link add name brh type bridge stp_state 0");
+      ip(ns, std::string("link add name h0 type veth peer name ") + kRemoteHostPeer);
+      ip(ns, "link set h0 master brh up");
+      ip(ns, std::string("link set ") + kRemoteHostPeer + " up");
+      ip(ns, "link set brh up");
+    }
     addRemoteVxlanDevice(i, config_.vni, config_.udpPort);
   }
 }
@@ -119,10 +127,16 @@ std::string SwitchTopology::remoteUnderlayDevice(size_t i) const {
 
 void SwitchTopology::addRemoteVxlanDevice(size_t i, Vxlan::Vni vni, uint16_t udpPort) const {
   const std::string& ns = remoteNs_.at(i);
+  const std::string peer = config_.remoteGroup.empty() ? std::string(" remote ") + kVtepAddr
+                                                       : " group " + config_.remoteGroup;
   ip(ns, std::string("link add name ") + kRemoteVxlanDevice + " type vxlan id " +
-             std::to_string(vni.value()) + " remote " + kVtepAddr + " local " + remoteVtepAddr(i) +
-             " dstport " + std::to_string(udpPort) + " dev " + remoteUnderlayDevice(i));
-  ip(ns, "addr add " + remoteOverlayAddr(i) + "/24 dev " + kRemoteVxlanDevice);
+             std::to_string(vni.value()) + peer + " local " + remoteVtepAddr(i) + " dstport " +
+             std::to_string(udpPort) + " dev " + remoteUnderlayDevice(i));
+  if (config_.remoteHosts) {
+    ip(ns, std::string("link set ") + kRemoteVxlanDevice + " master brh");
+  } else {
+    ip(ns, "addr add " + remoteOverlayAddr(i) + "/24 dev " + kRemoteVxlanDevice);
+  }
   ip(ns, std::string("link set ") + kRemoteVxlanDevice + " up");
 }
 
@@ -146,7 +160,7 @@ nlohmann::json SwitchTopology::stateDocument() const {
             {"srcIpIntf", "Loopback0"},
             {"srcIntfKernelName", switchUnderlay_},
             {"udpPort", config_.udpPort},
-            {"ttl", 64},
+            {"ttl", config_.ttl},
             {"floodMcastGrp", "0.0.0.0"},
             {"vlanToVniMap", {{vlan, config_.vni.value()}}}}}}}}},
       {"vxlan/hardware/status",

@@ -15,7 +15,9 @@
 //               "txraw" <-> "txraw-p" and "vxlan" <-> "vxlan-p", veth pairs whose
 //               peers the test reads and writes
 //   remote i:   underlay veth end 10.99.0.(2+i)/24; kernel VXLAN device "vx0"
-//               (VNI, remote = the switch VTEP, port 4789) with 192.168.10.(2+i)/24
+//               (VNI, remote = the switch VTEP or a group, port 4789) with
+//               192.168.10.(2+i)/24, or as a port of bridge "brh" beside host veth
+//               "h0" <-> "h0-p" (remoteHosts)
 //   IPv6 is off in every namespace, so no device sends traffic of its own accord.
 //
 // The host gets a state file made from the parameters (VTI "Vxlan1" up on the
@@ -51,6 +53,13 @@ struct SwitchTopologyConfig {
   Vxlan::Vni vni{5010};
   Vxlan::HwPortId portId{16};
   uint16_t udpPort = 4789;
+  uint8_t ttl = 64;
+  // Each remote's kernel VXLAN device is a port of a bridge "brh" with a host veth
+  // "h0" whose peer "h0-p" the test reads: what a host behind that VTEP would get.
+  bool remoteHosts = false;
+  // A group (for example "239.1.1.1") that the remotes' kernel VXLAN devices join and
+  // flood to, instead of sending to the switch's VTEP address.
+  std::string remoteGroup;
 };
 
 class SwitchTopology {
@@ -60,6 +69,8 @@ class SwitchTopology {
   static constexpr const char* kVxlanDevice = "vxlan";
   static constexpr const char* kRemoteVxlanDevice = "vx0";
   static constexpr const char* kVtepAddr = "10.99.0.1";
+  static constexpr const char* kVxlanPeer = "vxlan-p";
+  static constexpr const char* kRemoteHostPeer = "h0-p";
 
   // Builds the namespaces and devices; on failure removes what it made and throws
   // Lum::Exception with the refused command and its output.

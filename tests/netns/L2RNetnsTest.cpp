@@ -1,0 +1,283 @@
+// The local-to-remote direction of the agent host against the real kernel: frames
+// written in the local form into the peer of the switch's "vxlan" device leave as
+// VXLAN datagrams that Linux kernel VXLAN devices in the remote namespaces take and
+// deliver to a host veth behind a bridge. Needs root; skipped without it.
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/VxlanCounterId.h"
+#include "tests/netns/NamespaceSwitch.h"
+#include "tests/netns/OverlayFrames.h"
+#include "tests/netns/PacketSocket.h"
+#include "tests/netns/TopologyTest.h"
+#include "tests/support/VxlanFrameBuilder.h"
+
+namespace TestSupport {
+namespace {
+
+using namespace std::chrono_literals;
+using Id = Vxlan::VxlanCounterId;
+
+constexpr auto kQuietWait = 500ms;
+constexpr auto kSettleLimit = 5s;
+constexpr uint16_t kHigh = 0x0041;
+constexpr uint16_t kLow = 0x0033;
+constexpr uint16_t kArpFlag = 0x8000;
+constexpr uint8_t kTtl = 33;
+
+// A user frame of a type no host stack answers, marked with `mark` so that each test
+// frame is told apart from every other.
+Frame userFrame(const char* dst, uint32_t mark) {
+  Frame f;
+  unsigned b[6];
+  std::sscanf(dst, "%x:%x:%x:%x:%x:%x", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5]);
+  for (unsigned x : b) f.push_back(static_cast<uint8_t>(x));
+  f.insert(f.end(), {0x02, 0x00, 0x00, 0x00, 0x10, 0x01});
+  push16(f, 0x88b5);
+  push32(f, mark);
+  f.resize(60, 0xa5);
+  return f;
+}
+
+class L2RNetnsTest : public TopologyTest {
+ protected:
+  SwitchTopologyConfig topologyConfig() const override {
+    SwitchTopologyConfig c;
+    c.remotes = 2;
+    c.remoteHosts = true;
+    c.ttl = kTtl;
+    return c;
+  }
+
+  void sendLocal(const Frame& user, uint16_t type = kHigh, uint16_t flags = 0) {
+    PacketSocket(topo_->switchNs(), SwitchTopology::kVxlanPeer, PacketSocket::Mode::sendOnly)
+        .send(localFrame(user, type, flags, topo_->config().vlan.value()));
+  }
+  // Writes fresh frames for `dst` until the host behind remote `first` gets one (the
+  // agent may still be opening its sockets or taking a change in); then which remotes
+  // got the last frame. Empty when remote `first` got none within `limit`.
+  std::vector<bool> deliveries(const char* dst, size_t first,
+                               std::chrono::milliseconds limit = kSettleLimit,
+                               uint16_t type = kHigh) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (std::chrono::steady_clock::now() < deadline) {
+      std::vector<std::unique_ptr<PacketSocket>> hosts;
+      for (size_t i = 0; i < topo_->config().remotes; ++i) {
+        hosts.push_back(std::make_unique<PacketSocket>(
+            topo_->remoteNs(i), SwitchTopology::kRemoteHostPeer, PacketSocket::Mode::capture));
+      }
+      const Frame f = userFrame(dst, ++mark_);
+      sendLocal(f, type);
+      const auto same = [&f](const Frame& got) { return got == f; };
+      if (!hosts[first]->receive(same, kQuietWait)) continue;
+      std::vector<bool> got(hosts.size());
+      for (size_t i = 0; i < hosts.size(); ++i) {
+        got[i] = i == first || hosts[i]->receive(same, kQuietWait).has_value();
+      }
+      return got;
+    }
+    return {};
+  }
+  // Whether frames for `dst` stop reaching remote 0 within the settle limit.
+  bool forwardingStops(const char* dst) {
+    const auto deadline = std::chrono::steady_clock::now() + kSettleLimit;
+    while (std::chrono::steady_clock::now() < deadline) {
+      PacketSocket host(topo_->remoteNs(0), SwitchTopology::kRemoteHostPeer,
+                        PacketSocket::Mode::capture);
+      const Frame f = userFrame(dst, ++mark_);
+      sendLocal(f);
+      if (!host.receive([&f](const Frame& got) { return got == f; }, kQuietWait)) return true;
+    }
+    return false;
+  }
+  nlohmann::json applyHw(const nlohmann::json& attrs) {
+    return topo_->apply({{"vxlan/hardware/status", attrs}});
+  }
+  nlohmann::json defaultFloodList(const nlohmann::json& vteps, int type) {
+    return applyHw(
+        {{"bumStatus",
+          {{"bumVtepList",
+            {{"00:00:00:00:00:00/10", {{"remoteVtepAddr", vteps}, {"listType", type}}}}}}}});
+  }
+
+  uint32_t mark_ = 0;
+};
+
+const std::vector<bool> kBoth = {true, true};
+
+// Guards the path end to end on both priorities: a broadcast reaches both remotes'
+// hosts unchanged, each type field is read by its own socket only, and the datagrams
+// carry the VTI's TTL, don't-fragment and the source port the frame's MACs give.
+TEST_F(L2RNetnsTest, BroadcastReachesEveryRemoteWithTheVtisHeader) {
+  ASSERT_TRUE(topo_);
+  ASSERT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), kBoth);
+  ASSERT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 1, kSettleLimit, kLow), kBoth);
+
+  const uint64_t hi = count(Id::l2rRxHiFrames);
+  const uint64_t lo = count(Id::l2rRxLoFrames);
+  PacketSocket underlay(topo().remoteNs(0), topo().remoteUnderlayDevice(0),
+                        PacketSocket::Mode::capture);
+  const Frame f = userFrame("ff:ff:ff:ff:ff:ff", 0xfeed);
+  sendLocal(f, kHigh);
+  sendLocal(f, kLow);
+  sendLocal(f, 0x0800);  // an ordinary frame on "vxlan" is no local frame at all
+  const auto datagram = underlay.receive(
+      [&f](const Frame& g) {
+        return g.size() == 14 + 36 + f.size() && g[23] == 17 &&
+               std::equal(f.begin(), f.end(), g.begin() + 50);
+      },
+      kFrameWait);
+  ASSERT_TRUE(datagram.has_value());
+  const Frame& d = *datagram;
+  EXPECT_EQ(d[14 + 8], kTtl);
+  EXPECT_EQ(d[14 + 6] & 0x40, 0x40) << "don't fragment";
+  EXPECT_EQ(get16(d, 14 + 22), 4789);
+  // A type without flow hash: the MAC words (ffff^ffff^ffff^0200^0000^1001 = 0xedfe)
+  // as the host stores the number.
+  EXPECT_EQ(d[14 + 20], 0xfe);
+  EXPECT_EQ(d[14 + 21], 0xed);
+  EXPECT_EQ(countAbove(Id::l2rRxLoFrames, lo), lo + 1);
+  std::this_thread::sleep_for(kQuietWait);
+  EXPECT_EQ(count(Id::l2rRxHiFrames), hi + 1);
+  EXPECT_EQ(count(Id::l2rRxLoFrames), lo + 1);
+
+  // Every frame read is forwarded or counted as a drop, and each forwarded broadcast
+  // reached both VTEPs.
+  uint64_t accounted = 0;
+  for (Id id : {Id::l2rForwardFrames, Id::l2rBadLength, Id::l2rBadVlan, Id::l2rNoVni,
+                Id::l2rPeerLinkDrops, Id::l2rNoDestination, Id::l2rArpHerDrops}) {
+    accounted += count(id);
+  }
+  EXPECT_EQ(count(Id::l2rRxFrames), accounted);
+  EXPECT_EQ(count(Id::l2rTxFrames), 2 * count(Id::l2rForwardFrames));
+  EXPECT_EQ(count(Id::l2rSendErrors), 0u);
+}
+
+// Guards unicast selection: a learned host's frames go to its VTEP only; an unknown
+// unicast floods by the VLAN's default list.
+TEST_F(L2RNetnsTest, LearnedHostGetsItsVtepAndUnknownUnicastFloods) {
+  ASSERT_TRUE(topo_);
+  ASSERT_TRUE(
+      applyHw({{"fdbStatus",
+                {{"learnedHost", {{"02:00:00:00:20:0b/10", {{"remoteVtepAddr", "10.99.0.3"}}}}}}}})
+          .value("ok", false));
+  EXPECT_EQ(deliveries("02:00:00:00:20:0b", 1), (std::vector<bool>{false, true}));
+  EXPECT_EQ(deliveries("02:00:00:00:20:0c", 0), kBoth);
+}
+
+// Guards the send-to-any choice: the first VTEP whose BFD session is up, and the next
+// one once that changes.
+TEST_F(L2RNetnsTest, SendToAnyFollowsBfdState) {
+  ASSERT_TRUE(topo_);
+  const auto bfd = [&](int first, int second) {
+    return topo()
+        .apply(
+            {{"vxlan/version2/vtepStatusDir",
+              {{"vtepStatusV2",
+                {{"Vxlan1",
+                  {{"bfdPeerStatus",
+                    {{"10.99.0.2", {{"state", first}}}, {"10.99.0.3", {{"state", second}}}}}}}}}}}})
+        .value("ok", false);
+  };
+  ASSERT_TRUE(bfd(2, 1));
+  ASSERT_TRUE(defaultFloodList({{"10.99.0.2", true}, {"10.99.0.3", true}}, 1).value("ok", false));
+  EXPECT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), (std::vector<bool>{true, false}));
+  ASSERT_TRUE(bfd(1, 2));
+  EXPECT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 1), (std::vector<bool>{false, true}));
+}
+
+// Guards the copy to the ARP resolver: one 146-byte message per VTEP reached, on the
+// abstract name the resolver listens on in the switch's namespace.
+TEST_F(L2RNetnsTest, ArpFlaggedFrameReachesTheResolverOncePerVtep) {
+  ASSERT_TRUE(topo_);
+  ASSERT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), kBoth);
+  int sock = -1;
+  {
+    NamespaceSwitch in(topo().switchNs());
+    sock = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  }
+  ASSERT_GE(sock, 0);
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  std::snprintf(addr.sun_path, sizeof addr.sun_path, "%c%s", 0, "VeltraArpResolver");
+  ASSERT_EQ(::bind(sock, reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
+  sendLocal(userFrame("ff:ff:ff:ff:ff:ff", 0xa4b), kHigh, kArpFlag);
+  std::vector<Frame> messages;
+  pollfd p{sock, POLLIN, 0};
+  while (::poll(&p, 1, messages.size() < 2 ? 3000 : 500) == 1) {
+    uint8_t buf[512];
+    const ssize_t n = ::recv(sock, buf, sizeof buf, 0);
+    if (n > 0) messages.emplace_back(buf, buf + n);
+  }
+  ::close(sock);
+  ASSERT_EQ(messages.size(), 2u);
+  for (const Frame& m : messages) {
+    ASSERT_EQ(m.size(), 146u);
+    EXPECT_EQ(get16(m, 12), 0x002b);
+    EXPECT_EQ(get16(m, 14), topo().config().vlan.value());
+    EXPECT_EQ(m[32], 0x45) << "the packet from its IPv4 header on";
+  }
+  EXPECT_NE(messages[0][32 + 19], messages[1][32 + 19]) << "each with its own destination";
+}
+
+// Guards the lifecycle: the VTI set down stops forwarding and up resumes it; "vxlan"
+// deleted and made again (a new device, a new index) gets new sockets.
+TEST_F(L2RNetnsTest, VtiStateAndVxlanDeviceAreFollowed) {
+  ASSERT_TRUE(topo_);
+  ASSERT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), kBoth);
+  ASSERT_TRUE(applyVti({{"operStatus", 2}}).value("ok", false));
+  EXPECT_TRUE(forwardingStops("ff:ff:ff:ff:ff:ff")) << "still forwarding with the VTI down";
+  ASSERT_TRUE(applyVti({{"operStatus", 1}}).value("ok", false));
+  EXPECT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), kBoth);
+
+  const std::string ns = topo().switchNs();
+  topo().ip(ns, std::string("link del ") + SwitchTopology::kVxlanDevice);
+  std::this_thread::sleep_for(kQuietWait);
+  EXPECT_TRUE(topo().hostRunning()) << topo().hostOutput();
+  topo().ip(ns, std::string("link add name ") + SwitchTopology::kVxlanDevice +
+                    " type veth peer name " + SwitchTopology::kVxlanPeer);
+  topo().ip(ns, std::string("link set ") + SwitchTopology::kVxlanPeer + " up");
+  topo().ip(ns, std::string("link set ") + SwitchTopology::kVxlanDevice + " up");
+  EXPECT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), kBoth) << "nothing after vxlan came back";
+}
+
+class L2RMulticastNetnsTest : public L2RNetnsTest {
+ protected:
+  SwitchTopologyConfig topologyConfig() const override {
+    SwitchTopologyConfig c = L2RNetnsTest::topologyConfig();
+    c.remotes = 1;
+    c.remoteGroup = "239.1.1.1";
+    return c;
+  }
+};
+
+// Guards multicast replication: the frame goes to the VLAN's group, which a kernel
+// VXLAN device that joined it receives.
+TEST_F(L2RMulticastNetnsTest, MulticastModeSendsToTheVlansGroup) {
+  ASSERT_TRUE(topo_);
+  ASSERT_TRUE(
+      applyHw({{"bumStatus", {{"bumReplicationMode", 1}, {"bumMcastGrp", {{"10", "239.1.1.1"}}}}}})
+          .value("ok", false));
+  PacketSocket underlay(topo().remoteNs(0), topo().remoteUnderlayDevice(0),
+                        PacketSocket::Mode::capture);
+  ASSERT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), (std::vector<bool>{true}));
+  const auto toGroup = underlay.receive(
+      [](const Frame& g) { return g.size() > 34 && g[23] == 17 && get16(g, 30) == 0xef01; },
+      kFrameWait);
+  ASSERT_TRUE(toGroup.has_value()) << "no datagram to 239.1.1.1";
+}
+
+}  // namespace
+}  // namespace TestSupport
