@@ -106,6 +106,28 @@ void writeHeader(uint8_t* hdrAt, const uint8_t* frame, uint32_t frameLen, uint16
   hdr->vxlan.vniIs(Vni(vni));
 }
 
+// The tag flags: the first tag goes with the strip flag; the (next) one with the trunk
+// flag, unless the frame came from a dot1q tunnel port, whose tag stays in the tunnel.
+void stripTags(Encap& e, uint16_t flags, uint8_t*& frame, uint32_t& frameLen,
+               const EncapFilter& f) {
+  if (flags & LocalFrameHdr::kStripTag) {
+    const int vlan = stripTag(frame, frameLen);
+    if (vlan >= 0) {
+      e.tagsRemoved |= Encap::kStripped;
+      e.strippedVlan = static_cast<uint16_t>(vlan);
+    }
+  }
+  e.tunnelPort = (e.srcIfIndex != 0 && f.tunnelPorts && (*f.tunnelPorts)(e.srcIfIndex)) ||
+                 (flags & LocalFrameHdr::kDot1qFlag) != 0;
+  if (!e.tunnelPort && (flags & LocalFrameHdr::kStripTagInTrunk)) {
+    const int vlan = stripTag(frame, frameLen);
+    if (vlan >= 0) {
+      e.tagsRemoved |= Encap::kStrippedInTrunk;
+      e.strippedTrunkVlan = static_cast<uint16_t>(vlan);
+    }
+  }
+}
+
 }  // namespace
 
 Encap encapFrame(FrameBuffer& buf, uint32_t len, const EncapFilter& f) {
@@ -132,23 +154,7 @@ Encap encapFrame(FrameBuffer& buf, uint32_t len, const EncapFilter& f) {
   std::memmove(read + kLocalHdrLen, read, Wire::kEthMacBytes);
   uint8_t* frame = read + kLocalHdrLen;
   uint32_t frameLen = len - kLocalHdrLen;
-  if (flags & LocalFrameHdr::kStripTag) {
-    const int vlan = stripTag(frame, frameLen);
-    if (vlan >= 0) {
-      e.tagsRemoved |= Encap::kStripped;
-      e.strippedVlan = static_cast<uint16_t>(vlan);
-    }
-  }
-  e.tunnelPort = (e.srcIfIndex != 0 && f.tunnelPorts && (*f.tunnelPorts)(e.srcIfIndex)) ||
-                 (flags & LocalFrameHdr::kDot1qFlag) != 0;
-  // A tunnel port's frame keeps its tag inside the tunnel.
-  if (!e.tunnelPort && (flags & LocalFrameHdr::kStripTagInTrunk)) {
-    const int vlan = stripTag(frame, frameLen);
-    if (vlan >= 0) {
-      e.tagsRemoved |= Encap::kStrippedInTrunk;
-      e.strippedTrunkVlan = static_cast<uint16_t>(vlan);
-    }
-  }
+  stripTags(e, flags, frame, frameLen, f);
 
   const Bytes user{frame, frameLen};
   const bool tagged = user.be16(Wire::kEthMacBytes) == Wire::kEthTypeDot1q;

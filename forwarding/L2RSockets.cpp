@@ -175,6 +175,41 @@ void Sm::setRemoteOption(int level, int name, int value, const char* what) {
   }
 }
 
+bool Sm::enableMulticast() {
+  Lum::SysCalls& sys = Lum::sysCalls();
+  L2R_TRACE(0, "() enabling multicast");
+  ifreq req;
+  const Lum::String8 device = status()->srcIntfKernelName();
+  int rc = Lum::interfaceRequestIs(req, device.view()) == 0 ? 0 : -1;
+  if (rc == 0) rc = sys.ioctl(remoteSockHi_, SIOCGIFFLAGS, &req);
+  if (rc == 0) {
+    req.ifr_flags = static_cast<short>(req.ifr_flags | IFF_MULTICAST);
+    rc = sys.ioctl(remoteSockHi_, SIOCSIFFLAGS, &req);
+  }
+  if (rc < 0) {
+    L2R_TRACE(0, "() ioctl " << device << ": " << std::strerror(errno));
+    dropRemoteSockets();
+    return false;
+  }
+  const Wire::IpAddr vtep = status()->localVtepAddr();
+  L2R_TRACE(0, "() localVtepAddr:" << vtep);
+  in_addr ifAddr{vtep.value()};
+  const int loop = 1;
+  for (int s : {remoteSockHi_, remoteSockLo_}) {
+    if (sys.setsockopt(s, IPPROTO_IP, IP_MULTICAST_IF, &ifAddr, sizeof ifAddr) < 0) {
+      L2R_TRACE(0, "() setsockopt IP_MCST_IF: " << std::strerror(errno));
+      dropRemoteSockets();
+      return false;
+    }
+    if (sys.setsockopt(s, IPPROTO_IP, IP_MULTICAST_LOOP, &loop, sizeof loop) < 0) {
+      L2R_TRACE(0, "() setsockopt IP_MCAST_LOOP " << std::strerror(errno));
+      dropRemoteSockets();
+      return false;
+    }
+  }
+  return true;
+}
+
 void Sm::createRemoteSocket() {
   L2R_TRACE(8, "()");
   Lum::SysCalls& sys = Lum::sysCalls();
@@ -196,38 +231,10 @@ void Sm::createRemoteSocket() {
   L2R_TRACE(7, "() remote socket Hi: " << remoteSockHi_ << " Lo: " << remoteSockLo_
                                        << " grp:" << floodMcastGrp_);
   setRemoteOption(IPPROTO_IP, IP_HDRINCL, 1, "IP_HDRINCL");
-  if (!floodMcastGrp_.isZero() && !(status() && status()->controllerClientMode())) {
-    L2R_TRACE(0, "() enabling multicast");
-    ifreq req;
-    const Lum::String8 device = status()->srcIntfKernelName();
-    int rc = Lum::interfaceRequestIs(req, device.view()) == 0 ? 0 : -1;
-    if (rc == 0) rc = sys.ioctl(remoteSockHi_, SIOCGIFFLAGS, &req);
-    if (rc == 0) {
-      req.ifr_flags = static_cast<short>(req.ifr_flags | IFF_MULTICAST);
-      rc = sys.ioctl(remoteSockHi_, SIOCSIFFLAGS, &req);
-    }
-    if (rc < 0) {
-      L2R_TRACE(0, "() ioctl " << device << ": " << std::strerror(errno));
-      dropRemoteSockets();
-      return;
-    }
-    const Wire::IpAddr vtep = status()->localVtepAddr();
-    L2R_TRACE(0, "() localVtepAddr:" << vtep);
-    in_addr ifAddr{vtep.value()};
-    const int loop = 1;
-    for (int s : {remoteSockHi_, remoteSockLo_}) {
-      if (sys.setsockopt(s, IPPROTO_IP, IP_MULTICAST_IF, &ifAddr, sizeof ifAddr) < 0) {
-        L2R_TRACE(0, "() setsockopt IP_MCST_IF: " << std::strerror(errno));
-        dropRemoteSockets();
-        return;
-      }
-      if (sys.setsockopt(s, IPPROTO_IP, IP_MULTICAST_LOOP, &loop, sizeof loop) < 0) {
-        L2R_TRACE(0, "() setsockopt IP_MCAST_LOOP " << std::strerror(errno));
-        dropRemoteSockets();
-        return;
-      }
-    }
-  }
+  const bool multicast =
+      !floodMcastGrp_.isZero() && !(status() && status()->controllerClientMode());
+  // A refused multicast step closes both sockets: an orderly stop, no exception.
+  if (multicast && !enableMulticast()) return;
   // Nothing is ever read from these sockets.
   setRemoteOption(SOL_SOCKET, SO_RCVBUF, 0, "SO_RCVBUF");
   maxProcessTimeLoIs(kMaxProcessTimeLo);

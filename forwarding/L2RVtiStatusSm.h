@@ -173,6 +173,9 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   void dumpBuf(const char* label, const uint8_t* buf, uint32_t len);
   // Closes both remote sockets without checking, after a multicast step failed.
   void dropRemoteSockets();
+  // Multicast on the source interface and both remote sockets; false when a step
+  // failed and the remote sockets are closed.
+  bool enableMulticast();
   void setRemoteOption(int level, int name, int value, const char* what);
   Lum::Ptr<Lum::FileDescriptor> newFileDescriptor(const char* name, int32_t sock);
   const VtiStatus* status() const { return notifier().ptr(); }
