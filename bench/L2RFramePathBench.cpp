@@ -62,11 +62,7 @@ void BM_L2REncapFrame(benchmark::State& state) {
     benchmark::ClobberMemory();
   }
 
-  const uint64_t allocs = Bench::allocationCount() - before;
-  state.counters["allocs/frame"] =
-      benchmark::Counter(static_cast<double>(allocs), benchmark::Counter::kAvgIterations);
-  state.SetItemsProcessed(state.iterations());
-  if (allocs != 0) state.SkipWithError("the frame path allocated");
+  Bench::reportAllocations(state, before);
 }
 BENCHMARK(BM_L2REncapFrame)
     ->ArgsProduct({{64, 512, 1500}, {1, 8}})

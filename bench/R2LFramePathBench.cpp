@@ -51,11 +51,7 @@ void BM_R2LDecapFrame(benchmark::State& state) {
     benchmark::ClobberMemory();
   }
 
-  const uint64_t allocs = Bench::allocationCount() - before;
-  state.counters["allocs/frame"] =
-      benchmark::Counter(static_cast<double>(allocs), benchmark::Counter::kAvgIterations);
-  state.SetItemsProcessed(state.iterations());
-  if (allocs != 0) state.SkipWithError("the frame path allocated");
+  Bench::reportAllocations(state, before);
 }
 BENCHMARK(BM_R2LDecapFrame)->Arg(64)->Arg(512)->Arg(1500)->Unit(benchmark::kNanosecond);
 

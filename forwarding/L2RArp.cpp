@@ -5,7 +5,7 @@
 // own addresses (SVI and virtual router addresses are not flooded; a request for a
 // host behind the virtual VTEP carries the bridge MAC) take the place of these two
 // bodies, and nothing else on the frame path changes with them.
-#include "forwarding/L2RTrace.h"
+#include "forwarding/ForwardingTrace.h"
 #include "forwarding/L2RVtiStatusSm.h"
 
 namespace Vxlan {

@@ -1,7 +1,7 @@
 // Destination selection of the local-to-remote machine: the learned host, the flood
 // lists by (MAC, VLAN), the VLAN's multicast group, and the one VTEP of a send-to-any
 // list chosen by BFD state.
-#include "forwarding/L2RTrace.h"
+#include "forwarding/ForwardingTrace.h"
 #include "forwarding/L2RVtiStatusSm.h"
 
 namespace Vxlan {

@@ -12,7 +12,7 @@
 #include <cstring>
 #include <ostream>
 
-#include "forwarding/L2RTrace.h"
+#include "forwarding/ForwardingTrace.h"
 #include "forwarding/L2RVtiStatusSm.h"
 #include "forwarding/TestMode.h"
 #include "frames/ArpResolverMsg.h"
@@ -291,17 +291,9 @@ void Sm::sendToArpResolver(const uint8_t* hdr, const L2R::Encap& e) {
 void Sm::dumpBuf(const char* label, const uint8_t* buf, uint32_t len) {
   if (!L2R::trace.enabled(9)) return;
   L2R_TRACE(9, label << " buf start. len is " << len);
-  char line[128];
-  size_t used = 0;
-  for (uint32_t i = 0; i < len; ++i) {
-    used += static_cast<size_t>(std::snprintf(line + used, sizeof line - used, "%02x", buf[i]));
-    if ((i + 1) % 32 == 0) {
-      L2R_TRACE(9, line);
-      used = 0;
-    }
-  }
-  line[used] = '\0';
-  L2R_TRACE(9, line);
+  forEachHexLine(buf, len, [this](const char* line) {
+    LUM_TRACE(forwardingTrace, 9, "L2RSm(" << intfId_ << ")::dumpBuf" << line);
+  });
   L2R_TRACE(9, label << " buf end ");
 }
 

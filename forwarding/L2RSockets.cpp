@@ -22,8 +22,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "forwarding/L2RTrace.h"
+#include "forwarding/ForwardingTrace.h"
 #include "forwarding/L2RVtiStatusSm.h"
+#include "forwarding/PacketSocketBind.h"
 #include "forwarding/TestMode.h"
 #include "frames/LocalFrameHdr.h"
 #include "platform/os/InterfaceRequest.h"
@@ -57,15 +58,6 @@ int attachTypeFilter(Lum::SysCalls& sys, int sock, uint16_t type) {
   };
   sock_fprog prog{static_cast<unsigned short>(sizeof code / sizeof code[0]), code};
   return sys.setsockopt(sock, SOL_SOCKET, SO_ATTACH_FILTER, &prog, sizeof prog);
-}
-
-int bindLocal(Lum::SysCalls& sys, int sock, int ifindex) {
-  sockaddr_ll ll;
-  std::memset(&ll, 0, sizeof ll);
-  ll.sll_family = AF_PACKET;
-  ll.sll_protocol = ifindex > 0 ? htons(ETH_P_ALL) : 0;
-  ll.sll_ifindex = ifindex;
-  return sys.bind(sock, reinterpret_cast<const sockaddr*>(&ll), sizeof ll);
 }
 
 // The abstract Unix name: a zero byte, then `name`, the rest of the 108 bytes zero; the
@@ -114,7 +106,7 @@ void Sm::createLocalSocket() {
   } sockets[] = {{lo, kEncapTypeLo, "() bind sockLo vxlan: "},
                  {hi, kEncapTypeHi, "() bind sockHi vxlan: "}};
   for (const auto& s : sockets) {
-    if (attachTypeFilter(sys, s.sock, s.type) < 0 || bindLocal(sys, s.sock, ifindex) < 0) {
+    if (attachTypeFilter(sys, s.sock, s.type) < 0 || bindToDevice(sys, s.sock, ifindex) < 0) {
       const int err = errno;
       L2R_TRACE(0, s.words << std::strerror(err));
       RINGLOG(0, "L2RSm(%s)%s%d", intfId_.stringValue().charPtr(), s.words, err);

@@ -1,6 +1,6 @@
 // The mirror of the controller's virtual IP and MAC tables: VxStatusSm, IpPortTableSm
 // and the lookup that the ARP code asks.
-#include "forwarding/L2RTrace.h"
+#include "forwarding/ForwardingTrace.h"
 #include "forwarding/L2RVxStatusSm.h"
 #include "platform/core/Reconcile.h"
 

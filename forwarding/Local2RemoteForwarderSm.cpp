@@ -3,7 +3,7 @@
 // the flood group, the device "vxlan", and the end.
 #include "forwarding/Local2RemoteForwarderSm.h"
 
-#include "forwarding/L2RTrace.h"
+#include "forwarding/ForwardingTrace.h"
 #include "forwarding/L2RVtiStatusSm.h"
 #include "forwarding/L2RVxStatusSm.h"
 #include "platform/core/Reconcile.h"

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <ostream>
 
-#include "forwarding/R2LTrace.h"
+#include "forwarding/ForwardingTrace.h"
 #include "forwarding/Remote2LocalForwarderSm.h"
 #include "forwarding/TestMode.h"
 #include "frames/LocalFrameHdr.h"
@@ -229,17 +229,9 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::dump_buf(const char* label, const 
                                                        uint32_t len) {
   if (!R2L::trace.enabled(9)) return;
   R2L_TRACE(9, label << " buf start. len is " << len);
-  char line[128];
-  size_t used = 0;
-  for (uint32_t i = 0; i < len; ++i) {
-    used += static_cast<size_t>(std::snprintf(line + used, sizeof line - used, "%02x", buf[i]));
-    if ((i + 1) % 32 == 0) {
-      R2L_TRACE(9, line);
-      used = 0;
-    }
-  }
-  line[used] = '\0';
-  R2L_TRACE(9, line);
+  forEachHexLine(buf, len, [this](const char* line) {
+    LUM_TRACE(forwardingTrace, 9, "R2LSm(" << intfId_ << ")::dump_buf" << line);
+  });
   R2L_TRACE(9, label << " buf end ");
 }
 

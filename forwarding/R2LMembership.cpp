@@ -3,7 +3,7 @@
 // interface, which the routing agents carry out. Two sets of groups are joined: the
 // flood group (the first entry of the BUM status) and the decapsulation groups of the
 // status whose value is true.
-#include "forwarding/R2LTrace.h"
+#include "forwarding/ForwardingTrace.h"
 #include "forwarding/Remote2LocalForwarderSm.h"
 
 namespace Vxlan {

@@ -16,7 +16,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "forwarding/R2LTrace.h"
+#include "forwarding/ForwardingTrace.h"
+#include "forwarding/PacketSocketBind.h"
 #include "forwarding/Remote2LocalForwarderSm.h"
 #include "forwarding/TestMode.h"
 #include "platform/os/InterfaceRequest.h"
@@ -29,17 +30,6 @@ namespace {
 // The device of the local socket. Its name is the operators' vocabulary (and the
 // forwarding plane's) and stays as it stands.
 constexpr const char* kTxRaw = "txraw";
-
-// Binds a packet socket to one device by index, for all protocols; a socket without a
-// device index is bound with protocol 0, which leaves it deaf.
-int bindToDevice(Lum::SysCalls& sys, int sock, int ifindex) {
-  sockaddr_ll ll;
-  std::memset(&ll, 0, sizeof ll);
-  ll.sll_family = AF_PACKET;
-  ll.sll_protocol = ifindex > 0 ? htons(ETH_P_ALL) : 0;
-  ll.sll_ifindex = ifindex;
-  return sys.bind(sock, reinterpret_cast<const sockaddr*>(&ll), sizeof ll);
-}
 
 int openPacketSocket(Lum::SysCalls& sys) {
   return sys.socket(AF_PACKET, SOCK_RAW, 0);

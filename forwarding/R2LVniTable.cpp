@@ -1,7 +1,7 @@
 // The VNI to VLAN table of LumVtiStatusSm: the inverse of the status's vlanToVniMap,
 // kept in the shared Vxlan::VniToVlanMap of the VTI, which the frame path reads for
 // every frame and virtual ARP reads as well. This machine is its only writer.
-#include "forwarding/R2LTrace.h"
+#include "forwarding/ForwardingTrace.h"
 #include "forwarding/Remote2LocalForwarderSm.h"
 
 namespace Vxlan {

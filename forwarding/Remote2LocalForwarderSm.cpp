@@ -3,7 +3,7 @@
 // sockets, the hardware status entries that give the port id, and the end.
 #include "forwarding/Remote2LocalForwarderSm.h"
 
-#include "forwarding/R2LTrace.h"
+#include "forwarding/ForwardingTrace.h"
 #include "platform/core/Reconcile.h"
 #include "platform/trace/RingLog.h"
 
