@@ -74,7 +74,7 @@ L2R::FrameBuffer buf;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size > L2R::kReadSize) return 0;
-  std::memcpy(buf.read, data, size);
+  if (size > 0) std::memcpy(buf.read, data, size);
   const uint32_t len = static_cast<uint32_t>(size);
 #ifdef VXRELAY_ASAN
   ASAN_POISON_MEMORY_REGION(buf.read + size, L2R::kReadSize - size);
@@ -84,7 +84,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ASAN_UNPOISON_MEMORY_REGION(buf.read + size, L2R::kReadSize - size);
 #endif
   if (!e.forwarded()) {
-    if (e.drop != L2R::Drop::arpNotRequired) check(std::memcmp(buf.read, data, size) == 0);
+    if (size > 0 && e.drop != L2R::Drop::arpNotRequired) {
+      check(std::memcmp(buf.read, data, size) == 0);
+    }
     return 0;
   }
   check(e.offset + e.length == L2R::kHeadroom + len);
