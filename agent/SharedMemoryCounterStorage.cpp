@@ -43,6 +43,12 @@ void SharedMemoryCounterStorage::varpCountIs(uint16_t id, uint32_t count) {
   if (id < varp_.size()) std::atomic_ref(varp_[id]).store(count, std::memory_order_relaxed);
 }
 
+CounterStorage::Slots SharedMemoryCounterStorage::slots() {
+  // A table laid out for fewer ids than this program knows gives no direct slots.
+  if (vxlan_.size() < kVxlanCounterIds || varp_.size() < kVarpCounterIds) return {};
+  return {vxlan_.data(), varp_.data(), table_->seal()};
+}
+
 void SharedMemoryCounterStorage::corruptionDetected(const std::string& message) {
   ++corruptions_;
   lastCorruption_ = message;

@@ -39,6 +39,7 @@ const LumMemtab::TableType& VxlanAgentCounter::kTableType = LumMemtab::TableType
 VxlanAgentCounter::VxlanAgentCounter(const Lum::Name& name, std::unique_ptr<CounterStorage> storage)
     : Entity(name), storage_(std::move(storage)) {
   if (!storage_) Lum::throwRangeException("null ValidPtr");
+  slots_ = storage_->slots();
 }
 
 VxlanCounter VxlanAgentCounter::vxlanCounter(VxlanCounterId id) const {
@@ -49,11 +50,11 @@ VarpCounter VxlanAgentCounter::varpCounter(VarpCounterId id) const {
   return {id, storage_->varpCount(static_cast<uint16_t>(id))};
 }
 
-void VxlanAgentCounter::vxlanCounterAdd(VxlanCounterId id, uint32_t n) {
+void VxlanAgentCounter::vxlanCounterAddChecked(VxlanCounterId id, uint32_t n) {
   vxlanCounterIs({id, readOrZero([&] { return vxlanCounter(id).count; }, *storage_) + n});
 }
 
-void VxlanAgentCounter::varpCounterAdd(VarpCounterId id) {
+void VxlanAgentCounter::varpCounterAddChecked(VarpCounterId id) {
   varpCounterIs({id, readOrZero([&] { return varpCounter(id).count; }, *storage_) + 1u});
 }
 

@@ -10,6 +10,7 @@
 // and go on from zero, so a frame path never sees an exception.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -17,6 +18,7 @@
 #include "agent/VxlanCounterId.h"
 #include "platform/core/Entity.h"
 #include "platform/memtab/Memtab.h"
+#include "platform/memtab/MemtabTable.h"
 
 namespace LumMemtab {
 struct TableType;
@@ -46,6 +48,16 @@ class CounterStorage {
   virtual void varpCountIs(uint16_t id, uint32_t count) = 0;
   // Told the message of a corruption found by a read; what it does is the storage's.
   virtual void corruptionDetected(const std::string& message) = 0;
+
+  // Where the adds may write directly: every id of both tables as a slot, and the seal
+  // that must hold for the slots to be written. A storage that gives none (null
+  // slots) is added to through the reads and writes above.
+  struct Slots {
+    uint64_t* vxlan = nullptr;
+    uint32_t* varp = nullptr;
+    LumMemtab::Seal seal;
+  };
+  virtual Slots slots() { return {}; }
 };
 
 class MemoryCounterStorage : public CounterStorage {
@@ -60,8 +72,11 @@ class MemoryCounterStorage : public CounterStorage {
   }
   void corruptionDetected(const std::string&) override { ++corruptions_; }
   unsigned corruptions() const { return corruptions_; }
+  // Plain memory has no header to damage: a seal of two words that always hold.
+  Slots slots() override { return {vxlan_, varp_, {sealWords_, 0, 0}}; }
 
  private:
+  uint64_t sealWords_[2] = {};
   uint64_t vxlan_[kVxlanCounterIds] = {};
   uint32_t varp_[kVarpCounterIds] = {};
   unsigned corruptions_ = 0;
@@ -86,8 +101,27 @@ class VxlanAgentCounter : public Lum::Entity {
 
   // Read, add, store. A damaged read is reported and the sum starts from zero. The
   // 64-bit counts carry over 32 bits; the 32-bit ones wrap.
-  void vxlanCounterAdd(VxlanCounterId id, uint32_t n);
-  void varpCounterAdd(VarpCounterId id);
+  //
+  // Inline, as the frame paths call them for every frame: while the storage's seal
+  // holds, an add is the seal's two compares and a load, add and store of the slot
+  // (relaxed atomics: readers in other processes load the slots meanwhile). A broken
+  // seal, or a storage without slots, takes the checked way of read, add and store.
+  void vxlanCounterAdd(VxlanCounterId id, uint32_t n) {
+    const auto i = static_cast<uint16_t>(id);
+    if (!slots_.vxlan || i >= kVxlanCounterIds || !slots_.seal.holds()) [[unlikely]] {
+      return vxlanCounterAddChecked(id, n);
+    }
+    std::atomic_ref<uint64_t> slot(slots_.vxlan[i]);
+    slot.store(slot.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
+  }
+  void varpCounterAdd(VarpCounterId id) {
+    const auto i = static_cast<uint16_t>(id);
+    if (!slots_.varp || i >= kVarpCounterIds || !slots_.seal.holds()) [[unlikely]] {
+      return varpCounterAddChecked(id);
+    }
+    std::atomic_ref<uint32_t> slot(slots_.varp[i]);
+    slot.store(slot.load(std::memory_order_relaxed) + 1u, std::memory_order_relaxed);
+  }
   // Every id of a table written with count 0.
   void vxlanCounterClearAll();
   void varpCounterClearAll();
@@ -101,7 +135,11 @@ class VxlanAgentCounter : public Lum::Entity {
   static const LumMemtab::TableType& kTableType;
 
  private:
+  [[gnu::noinline]] void vxlanCounterAddChecked(VxlanCounterId id, uint32_t n);
+  [[gnu::noinline]] void varpCounterAddChecked(VarpCounterId id);
+
   std::unique_ptr<CounterStorage> storage_;
+  CounterStorage::Slots slots_;
 };
 
 }  // namespace Vxlan

@@ -73,6 +73,19 @@ class Mapping {
   size_t bytes_ = 0;
 };
 
+// The two header words that a table's writer checks before it writes elements, with
+// the values they must hold: a copy that the frame paths test inline, with no call.
+struct Seal {
+  const uint64_t* words = nullptr;
+  uint64_t magic = 0;
+  uint64_t version = 0;
+
+  bool holds() const {
+    return __atomic_load_n(words, __ATOMIC_RELAXED) == magic &&
+           __atomic_load_n(words + 1, __ATOMIC_RELAXED) == version;
+  }
+};
+
 class Table {
  public:
   // Creates or opens the object `objectName` read-write (mode 0644) and makes it hold
@@ -92,6 +105,10 @@ class Table {
     if (loadWord(0) != sealMagic_ || loadWord(1) != sealVersion_) [[unlikely]] {
       throwSealBroken();
     }
+  }
+  // What checkSeal() tests, for a writer that tests it inline.
+  Seal seal() const {
+    return {reinterpret_cast<const uint64_t*>(mapping_.base()), sealMagic_, sealVersion_};
   }
   // Writes the whole header again as this table laid it out; elements stay as they are.
   void headerRewrite();

@@ -5,8 +5,10 @@
 namespace Vxlan {
 namespace {
 
-// A storage whose reads fail as a damaged shared table would, for a given id.
+// A storage whose reads fail as a damaged shared table would, for a given id. It gives
+// no direct slots, so every add takes the checked way of read, add and store.
 struct DamagedStorage : MemoryCounterStorage {
+  Slots slots() override { return {}; }
   uint16_t badId = 0xffff;
   std::string lastMessage;
   uint64_t vxlanCount(uint16_t id) const override {
