@@ -23,16 +23,15 @@ struct DamagedStorage : MemoryCounterStorage {
   }
 };
 
-Lum::Ptr<VxlanAgentCounter> makeTable(DamagedStorage*& storage) {
-  auto s = std::make_unique<DamagedStorage>();
-  storage = s.get();
-  return Lum::Ptr<VxlanAgentCounter>(new VxlanAgentCounter("counter", std::move(s)));
-}
+class VxlanAgentCounterTest : public ::testing::Test {
+ protected:
+  DamagedStorage* s = new DamagedStorage;  // owned by the table
+  Lum::Ptr<VxlanAgentCounter> table{
+      new VxlanAgentCounter("counter", std::unique_ptr<CounterStorage>(s))};
+};
 
 // Guards the widths: the 64-bit table must carry over 32 bits, the 32-bit one wrap.
-TEST(VxlanAgentCounterTest, AddCarriesInSixtyFourBits) {
-  DamagedStorage* s;
-  auto table = makeTable(s);
+TEST_F(VxlanAgentCounterTest, AddCarriesInSixtyFourBits) {
   table->vxlanCounterIs({VxlanCounterId::r2lRxBytes, 0xffffffffu});
   table->vxlanCounterAdd(VxlanCounterId::r2lRxBytes, 1);
   EXPECT_EQ(table->vxlanCounter(VxlanCounterId::r2lRxBytes).count, 0x100000000ull);
@@ -43,9 +42,7 @@ TEST(VxlanAgentCounterTest, AddCarriesInSixtyFourBits) {
 
 // Guards the damaged-read path: reported with its message, sum restarts at zero,
 // and no exception reaches the caller.
-TEST(VxlanAgentCounterTest, DamagedReadIsReportedAndRestartsFromZero) {
-  DamagedStorage* s;
-  auto table = makeTable(s);
+TEST_F(VxlanAgentCounterTest, DamagedReadIsReportedAndRestartsFromZero) {
   s->vxlanCountIs(12, 500);
   s->badId = 12;
   EXPECT_NO_THROW(table->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 3));
@@ -60,9 +57,7 @@ TEST(VxlanAgentCounterTest, DamagedReadIsReportedAndRestartsFromZero) {
 
 // Guards clearing: every id of each table is written, the unused ones too, and the
 // other table is left alone.
-TEST(VxlanAgentCounterTest, ClearWritesEveryId) {
-  DamagedStorage* s;
-  auto table = makeTable(s);
+TEST_F(VxlanAgentCounterTest, ClearWritesEveryId) {
   for (uint16_t i = 0; i < kVxlanCounterIds; ++i) s->vxlanCountIs(i, i + 1);
   for (uint16_t i = 0; i < kVarpCounterIds; ++i) s->varpCountIs(i, i + 1);
   table->vxlanCounterClearAll();
