@@ -224,34 +224,29 @@ TEST_F(ReactorTest, QueuedChangesKeepTheLastValue) {
   activity->scheduled.clear();  // the reactors hold the activity: break the cycle
 }
 
-// Guards the generic interface: construction by name with the declared arguments
-// only, attribute access by text, and no write through a const reference.
+// Guards the generic interface where the status registry walk (which writes and reads
+// every attribute of every table-declared type by text, Demo::Link's too) does not
+// reach: a constructor argument of another name, the name attribute and an unknown id
+// by text, and no write or operation through a const reference.
 TEST(TypeRegistryTest, GenericInterface) {
   const Lum::TypeInfo* t = Lum::TypeRegistry::type("Demo::Link");
   ASSERT_NE(t, nullptr);
   Ptr<Lum::Entity> e = t->construct({{"name", "et1"}});
-  EXPECT_EQ(e->name(), Name("et1"));
   EXPECT_TRUE(thrownText<Lum::RangeException>([&] {
                 t->construct({{"nom", "et1"}});
               }).starts_with("Link"));
-  EXPECT_EQ(e->attributeString(Link::kMtu), Lum::String8("mtu"));
   EXPECT_EQ(e->attributeString(Lum::Entity::kAttrName), Lum::String8("name"));
   EXPECT_EQ(e->attributeString(999), Lum::String8("unknown"));
 
   Lum::GenericRef ref(e);
-  ref.attributeIs("mtu", "9000");
-  EXPECT_EQ(ref.attribute("mtu"), "9000");
-  EXPECT_THROW(ref.attributeIs("mtu", "9k"), Lum::RangeException);
   ref.attributeIs("operStatus", "1");
-  ref.invoke("down");
-  EXPECT_EQ(ref.attribute("operStatus"), "0");
-
   Lum::GenericRef constRef{Ptr<const Lum::Entity>(e)};
-  EXPECT_EQ(constRef.attribute("mtu"), "9000");
-  EXPECT_EQ(thrownText<Lum::Exception>([&] { constRef.attributeIs("mtu", "1500"); }),
+  EXPECT_EQ(thrownText<Lum::Exception>([&] { constRef.attributeIs("operStatus", "2"); }),
             "attempting to modify a const instance");
   EXPECT_THROW(constRef.invoke("down"), Lum::Exception);
-  EXPECT_EQ(ref.attribute("mtu"), "9000");
+  EXPECT_EQ(constRef.attribute("operStatus"), "1");
+  ref.invoke("down");
+  EXPECT_EQ(constRef.attribute("operStatus"), "0");
 }
 
 }  // namespace
