@@ -6,9 +6,7 @@
 #include <unistd.h>
 
 #include <array>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -17,6 +15,7 @@
 
 #include "platform/core/Exception.h"
 #include "platform/os/TimeSource.h"
+#include "tests/support/ChildProcess.h"
 
 namespace Lum {
 namespace {
@@ -207,8 +206,8 @@ EventLoop* signalTarget = nullptr;
 
 // True once thread `tid` sleeps in the kernel (state S in its /proc stat).
 bool sleeping(pid_t tid) {
-  std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/stat");
-  std::string stat((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  const std::string stat =
+      TestSupport::fileText("/proc/self/task/" + std::to_string(tid) + "/stat");
   const size_t end = stat.rfind(')');  // the state follows the parenthesised name
   return end != std::string::npos && end + 2 < stat.size() && stat[end + 2] == 'S';
 }
