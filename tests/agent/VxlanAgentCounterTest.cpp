@@ -43,13 +43,13 @@ TEST_F(VxlanAgentCounterTest, AddCarriesInSixtyFourBits) {
 // Guards the damaged-read path: reported with its message, sum restarts at zero,
 // and no exception reaches the caller.
 TEST_F(VxlanAgentCounterTest, DamagedReadIsReportedAndRestartsFromZero) {
-  s->vxlanCountIs(12, 500);
-  s->badId = 12;
+  s->vxlanCountIs(uint16_t(VxlanCounterId::r2lRxFrames), 500);
+  s->badId = uint16_t(VxlanCounterId::r2lRxFrames);
   EXPECT_NO_THROW(table->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 3));
   s->badId = 0xffff;
   EXPECT_EQ(table->vxlanCounter(VxlanCounterId::r2lRxFrames).count, 3u);
   EXPECT_EQ(s->lastMessage, "bad checksum");
-  s->badId = 7;
+  s->badId = uint16_t(VarpCounterId::vxlanArpRx);
   table->varpCounterAdd(VarpCounterId::vxlanArpRx);
   EXPECT_EQ(s->corruptions(), 2u);
   EXPECT_EQ(s->lastMessage, "bad magic");
@@ -62,7 +62,7 @@ TEST_F(VxlanAgentCounterTest, ClearWritesEveryId) {
   for (uint16_t i = 0; i < kVarpCounterIds; ++i) s->varpCountIs(i, i + 1);
   table->vxlanCounterClearAll();
   for (uint16_t i = 0; i < kVxlanCounterIds; ++i) EXPECT_EQ(s->vxlanCount(i), 0u) << i;
-  EXPECT_EQ(s->varpCount(38), 39u);
+  EXPECT_EQ(s->varpCount(uint16_t(VarpCounterId::pendingListAged)), 39u);
   table->varpCounterClearAll();
   for (uint16_t i = 0; i < kVarpCounterIds; ++i) EXPECT_EQ(s->varpCount(i), 0u) << i;
 }
