@@ -25,16 +25,15 @@ struct DamagedStorage : MemoryCounterStorage {
   }
 };
 
-Lum::Ptr<VxlanAgentCounter> makeTable(DamagedStorage*& storage) {
-  auto s = std::make_unique<DamagedStorage>();
-  storage = s.get();
-  return Lum::Ptr<VxlanAgentCounter>(new VxlanAgentCounter("counter", std::move(s)));
-}
+class VxlanAgentCounterTest : public ::testing::Test {
+ protected:
+  DamagedStorage* s = new DamagedStorage;  // owned by the table
+  Lum::Ptr<VxlanAgentCounter> table{
+      new VxlanAgentCounter("counter", std::unique_ptr<CounterStorage>(s))};
+};
 
 // Guards the widths: the 64-bit table must carry over 32 bits, the 32-bit one wrap.
-TEST(VxlanAgentCounterTest, AddCarriesInSixtyFourBits) {
-  DamagedStorage* s;
-  auto table = makeTable(s);
+TEST_F(VxlanAgentCounterTest, AddCarriesInSixtyFourBits) {
   table->vxlanCounterIs({VxlanCounterId::r2lRxBytes, 0xffffffffu});
   table->vxlanCounterAdd(VxlanCounterId::r2lRxBytes, 1);
   EXPECT_EQ(table->vxlanCounter(VxlanCounterId::r2lRxBytes).count, 0x100000000ull);
@@ -45,16 +44,14 @@ TEST(VxlanAgentCounterTest, AddCarriesInSixtyFourBits) {
 
 // Guards the damaged-read path: reported with its message, sum restarts at zero,
 // and no exception reaches the caller.
-TEST(VxlanAgentCounterTest, DamagedReadIsReportedAndRestartsFromZero) {
-  DamagedStorage* s;
-  auto table = makeTable(s);
-  s->vxlanCountIs(12, 500);
-  s->badId = 12;
+TEST_F(VxlanAgentCounterTest, DamagedReadIsReportedAndRestartsFromZero) {
+  s->vxlanCountIs(uint16_t(VxlanCounterId::r2lRxFrames), 500);
+  s->badId = uint16_t(VxlanCounterId::r2lRxFrames);
   EXPECT_NO_THROW(table->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 3));
   s->badId = 0xffff;
   EXPECT_EQ(table->vxlanCounter(VxlanCounterId::r2lRxFrames).count, 3u);
   EXPECT_EQ(s->lastMessage, "bad checksum");
-  s->badId = 7;
+  s->badId = uint16_t(VarpCounterId::vxlanArpRx);
   table->varpCounterAdd(VarpCounterId::vxlanArpRx);
   EXPECT_EQ(s->corruptions(), 2u);
   EXPECT_EQ(s->lastMessage, "bad magic");
@@ -62,14 +59,12 @@ TEST(VxlanAgentCounterTest, DamagedReadIsReportedAndRestartsFromZero) {
 
 // Guards clearing: every id of each table is written, the unused ones too, and the
 // other table is left alone.
-TEST(VxlanAgentCounterTest, ClearWritesEveryId) {
-  DamagedStorage* s;
-  auto table = makeTable(s);
+TEST_F(VxlanAgentCounterTest, ClearWritesEveryId) {
   for (uint16_t i = 0; i < kVxlanCounterIds; ++i) s->vxlanCountIs(i, i + 1);
   for (uint16_t i = 0; i < kVarpCounterIds; ++i) s->varpCountIs(i, i + 1);
   table->vxlanCounterClearAll();
   for (uint16_t i = 0; i < kVxlanCounterIds; ++i) EXPECT_EQ(s->vxlanCount(i), 0u) << i;
-  EXPECT_EQ(s->varpCount(38), 39u);
+  EXPECT_EQ(s->varpCount(uint16_t(VarpCounterId::pendingListAged)), 39u);
   table->varpCounterClearAll();
   for (uint16_t i = 0; i < kVarpCounterIds; ++i) EXPECT_EQ(s->varpCount(i), 0u) << i;
 }

@@ -136,7 +136,7 @@ TEST_F(R2LLifecycleTest, TxRawDeviceReopensAndClosesTheSockets) {
   sys_.devices.erase("txraw");
   vti(true);
   start();
-  EXPECT_EQ(socketErrors(), 1u);
+  EXPECT_EQ(count(VxlanCounterId::r2lSocketErrors), 1u);
   ASSERT_NE(sm()->localSock(), -1);
   EXPECT_EQ(sys_.boundIndex[sm()->localSock()], 0);
 

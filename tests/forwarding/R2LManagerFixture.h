@@ -1,7 +1,8 @@
 // The remote-to-local manager on a full set of inputs, with raw sockets replaced by
-// socket pairs: FakeRawSockets answers socket(AF_PACKET) with one end of a pair,
-// SIOCGIFINDEX from its own device table (reading the name as the kernel does, at most
-// 15 bytes), and records the protocols asked for, binds and closes.
+// socket pairs: FakeRawSockets answers socket(AF_PACKET) with one end of a pair (the
+// test reaches the other through peer()), SIOCGIFINDEX from its own device table
+// (reading the name as the kernel does, at most 15 bytes), records the protocols asked
+// for, binds and closes, and fails a bind or a write on demand.
 #pragma once
 
 #include <arpa/inet.h>
@@ -18,6 +19,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "forwarding/Remote2LocalForwarderSm.h"
 #include "platform/os/SysCalls.h"
@@ -51,6 +53,7 @@ class FakeRawSockets : public Lum::SysCalls {
   }
   int bind(int fd, const sockaddr* addr, socklen_t len) override {
     if (!peer_.count(fd)) return SysCalls::bind(fd, addr, len);
+    if (failBind) return errno = failBind, -1;
     const auto* ll = reinterpret_cast<const sockaddr_ll*>(addr);
     boundIndex[fd] = ll->sll_ifindex;
     boundProtocol[fd] = ntohs(ll->sll_protocol);
@@ -64,14 +67,21 @@ class FakeRawSockets : public Lum::SysCalls {
     }
     return SysCalls::close(fd);
   }
+  Lum::SysResult write(int fd, const void* buf, size_t len) override {
+    if (failWriteOnce) return {-1, std::exchange(failWriteOnce, 0)};
+    return SysCalls::write(fd, buf, len);
+  }
   size_t openCount() const { return peer_.size(); }
   bool isOpen(int fd) const { return peer_.count(fd) != 0; }
+  int peer(int fd) const { return peer_.at(fd); }
 
   std::map<std::string, int> devices{{"lo1", 3}, {"txraw", 7}};
   std::map<int, int> boundIndex;
   std::map<int, int> boundProtocol;
   std::set<int> openProtocols;
   int opened = 0;
+  int failBind = 0;       // errno of every bind of a packet socket while set
+  int failWriteOnce = 0;  // errno of the next write
 
  private:
   std::map<int, int> peer_;
@@ -117,9 +127,7 @@ class R2LManagerFixture : public ::testing::Test {
     return r && r->notifier() && r->notifier()->descriptor() == sm()->remoteSock() &&
            r->notifier()->notifyOnReadable();
   }
-  uint64_t socketErrors() const {
-    return counter_->storage().vxlanCount(uint16_t(VxlanCounterId::r2lSocketErrors));
-  }
+  uint64_t count(VxlanCounterId id) const { return counter_->storage().vxlanCount(uint16_t(id)); }
 
   FakeRawSockets sys_;
   Lum::ScopedSysCalls guard_{sys_};

@@ -1,23 +1,68 @@
-#include <fcntl.h>
+#include <sys/socket.h>
 
-#include <cerrno>
+#include <array>
+#include <vector>
 
-#include "R2LFixture.h"
-#include "platform/os/SysCalls.h"
+#include "R2LManagerFixture.h"
 #include "platform/os/TimeSource.h"
+#include "tests/support/VxlanFrameBuilder.h"
 
 namespace Vxlan {
 namespace {
 
+using enum VxlanCounterId;
 using TestSupport::VxlanFrameBuilder;
-using Moved = std::vector<std::pair<int, uint64_t>>;
+using Frames = std::vector<std::vector<uint8_t>>;
+using Counts = std::array<uint64_t, kVxlanCounterIds>;
+using Moved = std::vector<std::pair<VxlanCounterId, uint64_t>>;
 
 // The "txraw" frame expected for the inner frame of `b` on VLAN `vlan`, port `glort`.
 std::vector<uint8_t> txRaw(const VxlanFrameBuilder& b, uint16_t vlan, uint16_t glort) {
   return TestSupport::txRawFrame(b.inner, Bridging::VlanId(vlan), HwPortId(glort));
 }
 
-class Remote2LocalFrameTest : public R2LFixture {};
+// The manager with one VTI up (VTEP 10.0.0.1, UDP port 4789, VNI 5000 on VLAN 10, port
+// id 0x0102): the test writes datagrams to the peer of its remote socket, runs the loop
+// and reads what the frame loop wrote from the peer of its local socket.
+class Remote2LocalFrameTest : public R2LManagerFixture {
+ protected:
+  void SetUp() override {
+    txrawIs(true);
+    hw_->vxlanHwStatusIs(kVti)->portIdIs(HwPortId(0x0102));
+    vti(true)->vlanToVniMapIs(Bridging::VlanId(10), VniOrNone(5000));
+    start();
+    ASSERT_TRUE(remoteWatched());
+  }
+  void send(const std::vector<uint8_t>& f) {
+    ASSERT_EQ(::send(sys_.peer(sm()->remoteSock()), f.data(), f.size(), 0), ssize_t(f.size()));
+  }
+  static void run() { Lum::eventLoop().runOnce(0); }
+  Frames written() const {
+    Frames frames;
+    uint8_t buf[10000];
+    for (ssize_t n; (n = ::recv(sys_.peer(sm()->localSock()), buf, sizeof buf, MSG_DONTWAIT)) >= 0;)
+      frames.emplace_back(buf, buf + n);
+    return frames;
+  }
+  bool remoteDrained() const {
+    uint8_t b;
+    return ::recv(sm()->remoteSock(), &b, 1, MSG_DONTWAIT | MSG_PEEK) < 0 && errno == EAGAIN;
+  }
+  Counts counts() const {
+    Counts c{};
+    for (uint16_t i = 0; i < kVxlanCounterIds; ++i) c[i] = count(VxlanCounterId(i));
+    return c;
+  }
+  // The counters that moved since `before`, with how far.
+  Moved moved(const Counts& before) const {
+    Moved m;
+    const Counts now = counts();
+    for (uint16_t i = 0; i < kVxlanCounterIds; ++i) {
+      if (now[i] != before[i]) m.emplace_back(VxlanCounterId(i), now[i] - before[i]);
+    }
+    return m;
+  }
+};
 
 // Guards the whole path: exact "txraw" bytes, and the four counters of a written
 // frame. A tag and IP options on the outer frame change nothing in the output.
@@ -29,54 +74,49 @@ TEST_F(Remote2LocalFrameTest, WritesTheTxRawForm) {
   const Counts before = counts();
   send(plain.build());
   send(tagged.build());
-  loop_.runOnce(0);
-  auto out = written();
+  run();
+  const Frames out = written();
   ASSERT_EQ(out.size(), 2u);
   EXPECT_EQ(out[0], txRaw(plain, 10, 0x0102));
   EXPECT_EQ(out[1], out[0]);
   const uint64_t rx = plain.build().size() + tagged.build().size();
   const uint64_t tx = 2 * (plain.inner.size() + 8);
-  EXPECT_EQ(moved(before), (Moved{{11, rx}, {12, 2}, {13, tx}, {14, 2}}));
+  EXPECT_EQ(moved(before),
+            (Moved{{r2lRxBytes, rx}, {r2lRxFrames, 2}, {r2lTxBytes, tx}, {r2lTxFrames, 2}}));
 }
 
-// Guards the length checks at their boundaries: at the limit is a drop (27), one
-// byte more passes on.
+// Guards the length checks at their boundaries: at the limit is a drop, one byte more
+// passes on.
 TEST_F(Remote2LocalFrameTest, LengthBoundaries) {
-  VxlanFrameBuilder b;
-  const std::vector<uint8_t> full = b.build();
+  const std::vector<uint8_t> full = VxlanFrameBuilder().build();
   VxlanFrameBuilder t;
   t.tagged = true;
   const std::vector<uint8_t> fullTagged = t.build();
-  const size_t emptyAt = b.vxlanOffset() + 22;
-  struct Case {
-    std::vector<uint8_t> frame;
-    bool dropped;
-  };
-  std::vector<Case> cases = {
+  const size_t emptyAt = VxlanFrameBuilder().vxlanOffset() + 22;
+  const std::pair<std::vector<uint8_t>, bool> cases[] = {
       {{full.begin(), full.begin() + 14}, true},
       {{full.begin(), full.begin() + 42}, true},
       {{fullTagged.begin(), fullTagged.begin() + 46}, true},
       {{full.begin(), full.begin() + emptyAt}, true},
       {{full.begin(), full.begin() + emptyAt + 1}, false},
   };
-  for (const Case& c : cases) {
+  for (const auto& [frame, dropped] : cases) {
     const Counts before = counts();
-    send(c.frame);
-    loop_.runOnce(0);
-    const size_t n = written().size();
-    if (c.dropped) {
-      EXPECT_EQ(moved(before), (Moved{{11, c.frame.size()}, {12, 1}, {27, 1}})) << c.frame.size();
-      EXPECT_EQ(n, 0u);
-    } else {
-      EXPECT_EQ(n, 1u) << c.frame.size();
+    send(frame);
+    run();
+    EXPECT_EQ(written().size(), dropped ? 0u : 1u) << frame.size();
+    if (dropped) {
+      EXPECT_EQ(moved(before),
+                (Moved{{r2lRxBytes, frame.size()}, {r2lRxFrames, 1}, {r2lBadLength, 1}}));
     }
   }
 }
 
-// Guards the filters and their order: each moves 28 and 29 (after 11 and 12), the
-// own source wins over a matching destination, and the flood group is a destination.
+// Guards the filters and their order: each moves the filtered counts (after the
+// received ones), the own source wins over a matching destination, and the flood group
+// is a destination.
 TEST_F(Remote2LocalFrameTest, FilterOrder) {
-  sm_->floodMcastGrpIs(Wire::IpAddr::fromString("239.1.1.1"));
+  bum_->bumMcastGrpIs(Bridging::VlanId(10), ip("239.1.1.1"));
   VxlanFrameBuilder arp;
   arp.ethType = 0x0806;
   VxlanFrameBuilder own;
@@ -89,40 +129,42 @@ TEST_F(Remote2LocalFrameTest, FilterOrder) {
     const Counts before = counts();
     const std::vector<uint8_t> f = b->build();
     send(f);
-    loop_.runOnce(0);
-    EXPECT_EQ(moved(before), (Moved{{11, f.size()}, {12, 1}, {28, 1}, {29, f.size()}}));
+    run();
+    EXPECT_EQ(moved(before), (Moved{{r2lRxBytes, f.size()},
+                                    {r2lRxFrames, 1},
+                                    {r2lFilteredFrames, 1},
+                                    {r2lFilteredBytes, f.size()}}));
   }
   EXPECT_TRUE(written().empty());
   VxlanFrameBuilder flood;
   flood.daddr = 0xef010101;
   send(flood.build());
-  loop_.runOnce(0);
+  run();
   EXPECT_EQ(written().size(), 1u);
 }
 
-// Guards the two drops after the filter: flags clear is 30 without a lookup, an
-// unknown VNI is 31; portId 0xFFFF still forwards with glort 0xFFFF.
+// Guards the two drops after the filter: flags clear is a bad-flags drop without a
+// lookup, an unknown VNI an unknown-VLAN drop; without a hardware entry (portId
+// 0xFFFF) the frame still goes out with glort 0xFFFF.
 TEST_F(Remote2LocalFrameTest, FlagsVniAndUnknownPort) {
   VxlanFrameBuilder noFlag;
   noFlag.vxlanFlags = 0x00;
-  noFlag.vni = 77;  // unknown too: must not count as 31
+  noFlag.vni = 77;  // unknown too: must not count as an unknown VLAN
   VxlanFrameBuilder unknown;
   unknown.vni = 77;
-  Counts before = counts();
-  send(noFlag.build());
-  loop_.runOnce(0);
-  EXPECT_EQ(moved(before)[2], (std::pair<int, uint64_t>{30, 1}));
-  before = counts();
-  send(unknown.build());
-  loop_.runOnce(0);
-  EXPECT_EQ(moved(before)[2], (std::pair<int, uint64_t>{31, 1}));
+  for (const auto& [b, drop] : {std::pair{&noFlag, r2lBadFlags}, {&unknown, r2lUnknownVlan}}) {
+    const Counts before = counts();
+    send(b->build());
+    run();
+    EXPECT_EQ(moved(before)[2], (std::pair{drop, uint64_t{1}}));
+  }
   EXPECT_TRUE(written().empty());
 
-  sm_->portIdIs(HwPortId::unknown());
+  hw_->vxlanHwStatusDel(kVti);
   VxlanFrameBuilder b;
   send(b.build());
-  loop_.runOnce(0);
-  auto out = written();
+  run();
+  const Frames out = written();
   ASSERT_EQ(out.size(), 1u);
   EXPECT_EQ(out[0], txRaw(b, 10, 0xffff));
 }
@@ -136,7 +178,7 @@ struct SteppingTime : Lum::TimeSource {
 };
 
 // Guards the time budget: a run stops behind a written frame once the budget is
-// spent (33), the rest waits for the next run and nothing is lost; a run that only
+// spent, the rest waits for the next run and nothing is lost; a run that only
 // discards ignores the budget and drains the socket.
 TEST_F(Remote2LocalFrameTest, TimeBudget) {
   SteppingTime time(0.06);
@@ -144,82 +186,62 @@ TEST_F(Remote2LocalFrameTest, TimeBudget) {
   VxlanFrameBuilder b;
   for (int i = 0; i < 3; ++i) send(b.build());
   Counts before = counts();
-  loop_.runOnce(0);
+  run();
   EXPECT_EQ(written().size(), 2u);
   EXPECT_FALSE(remoteDrained());
-  loop_.runOnce(0);
+  run();
   EXPECT_EQ(written().size(), 1u);
-  EXPECT_EQ(counts()[33] - before[33], 1u);
-  EXPECT_EQ(counts()[14] - before[14], 3u);
+  EXPECT_EQ(moved(before), (Moved{{r2lRxBytes, 3 * b.build().size()},
+                                  {r2lRxFrames, 3},
+                                  {r2lTxBytes, 3 * (b.inner.size() + 8)},
+                                  {r2lTxFrames, 3},
+                                  {r2lTimeBudgetExpired, 1}}));
 
   VxlanFrameBuilder unknown;
   unknown.vni = 99;
   for (int i = 0; i < 5; ++i) send(unknown.build());
   before = counts();
-  loop_.runOnce(0);
+  run();
   EXPECT_TRUE(remoteDrained());
-  EXPECT_EQ(counts()[31] - before[31], 5u);
-  EXPECT_EQ(counts()[33], before[33]);
+  EXPECT_EQ(moved(before)[2], (std::pair{r2lUnknownVlan, uint64_t{5}}));
+  EXPECT_EQ(counts()[uint16_t(r2lTimeBudgetExpired)], before[uint16_t(r2lTimeBudgetExpired)]);
 }
 
-// A system-call service whose writes fail once with a chosen errno, and whose socket,
-// ioctl and bind stand in for a raw socket on a missing device.
-struct FailingWrite : Lum::SysCalls {
-  int failOnce = 0;
-  int nextSocket = -1;
-  Lum::SysResult write(int fd, const void* buf, size_t len) override {
-    if (failOnce) return {-1, std::exchange(failOnce, 0)};
-    return Lum::SysCalls::write(fd, buf, len);
-  }
-  int socket(int, int, int) override { return nextSocket; }
-  int ioctl(int, unsigned long, void*) override {
-    errno = ENODEV;
-    return -1;
-  }
-  int bind(int, const sockaddr*, socklen_t) override {
-    errno = EINVAL;
-    return -1;
-  }
-};
-
-// Guards the one recovery: ENETDOWN reopens the local socket (index and bind failures
-// counted as 34, the socket kept) and the frame goes out on the new one.
+// Guards the one recovery: ENETDOWN reopens the local socket (a failed index lookup
+// and a failed bind each counted as a socket error, the socket kept) and the frame
+// goes out on the new one.
 TEST_F(Remote2LocalFrameTest, NetDownReopensTheLocalSocket) {
-  int fresh[2];
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_DGRAM, 0, fresh), 0);
-  FailingWrite sys;
-  sys.failOnce = ENETDOWN;
-  sys.nextSocket = fresh[0];
-  Lum::ScopedSysCalls scope(sys);
-  const int old = sm_->localSock();
+  sys_.failWriteOnce = ENETDOWN;
+  sys_.devices.erase("txraw");
+  sys_.failBind = EINVAL;
+  sys_.opened = 0;
   const Counts before = counts();
   VxlanFrameBuilder b;
   send(b.build());
-  loop_.runOnce(0);
-  EXPECT_EQ(sm_->localSock(), fresh[0]);
-  EXPECT_EQ(::fcntl(old, F_GETFD), -1) << "the old socket must be closed";
-  uint8_t buf[256];
-  EXPECT_EQ(::recv(fresh[1], buf, sizeof buf, MSG_DONTWAIT), ssize_t(b.inner.size() + 8));
-  EXPECT_EQ(moved(before),
-            (Moved{{11, b.build().size()}, {12, 1}, {13, b.inner.size() + 8}, {14, 1}, {34, 2}}));
-  ::close(fresh[1]);
+  run();
+  EXPECT_EQ(sys_.opened, 1);
+  EXPECT_EQ(sys_.openCount(), 2u) << "the old local socket must be closed";
+  EXPECT_EQ(written(), Frames{txRaw(b, 10, 0x0102)});
+  EXPECT_EQ(moved(before), (Moved{{r2lRxBytes, b.build().size()},
+                                  {r2lRxFrames, 1},
+                                  {r2lTxBytes, b.inner.size() + 8},
+                                  {r2lTxFrames, 1},
+                                  {r2lSocketErrors, 2}}));
 }
 
-// Guards the failure path: a send error other than ENETDOWN ends the run with 34 and
-// leaves the following frames in the socket.
+// Guards the failure path: a send error other than ENETDOWN ends the run with a
+// socket error and leaves the following frames in the socket.
 TEST_F(Remote2LocalFrameTest, SendErrorEndsTheRun) {
-  FailingWrite sys;
-  sys.failOnce = EMSGSIZE;
-  Lum::ScopedSysCalls scope(sys);
+  sys_.failWriteOnce = EMSGSIZE;
   VxlanFrameBuilder b;
   send(b.build());
   send(b.build());
   const Counts before = counts();
-  loop_.runOnce(0);
-  EXPECT_EQ(counts()[34] - before[34], 1u);
-  EXPECT_EQ(counts()[14], before[14]);
+  run();
+  EXPECT_EQ(moved(before),
+            (Moved{{r2lRxBytes, b.build().size()}, {r2lRxFrames, 1}, {r2lSocketErrors, 1}}));
   EXPECT_FALSE(remoteDrained());
-  loop_.runOnce(0);
+  run();
   EXPECT_EQ(written().size(), 1u);
 }
 

@@ -3,14 +3,12 @@
 // when the object goes, also when the test fails.
 #pragma once
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -147,13 +145,6 @@ inline std::string refusalLine(ChildProcess& child) {
   EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
   EXPECT_TRUE(err.ends_with('\n')) << err;
   return err;
-}
-
-inline bool sharedObjectExists(const std::string& name) {
-  const int fd = ::shm_open(name.c_str(), O_RDONLY, 0);
-  if (fd < 0) return errno != ENOENT;
-  ::close(fd);
-  return true;
 }
 
 }  // namespace TestSupport

@@ -8,12 +8,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
 #include <functional>
 #include <memory>
 #include <string>
 
 #include "platform/kernel/KernelNetworkInfoManager.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Shell.h"
 
 namespace KernelNetworkInfo {
@@ -41,38 +41,24 @@ class KernelWatcherTest : public ::testing::Test {
     manager_ = std::make_unique<Manager>(nullptr, root_, Wire::NamespaceName(ns_->name()), loop_);
     ASSERT_EQ(ownNamespace(), home) << "the thread was left in the test namespace";
   }
-  void TearDown() override {
-    manager_.reset();
-    ns_.reset();
-  }
 
   bool ip(const std::string& args) { return sh("ip -n " + ns_->name() + " " + args); }
-  // Many commands in one ip process, so that their events come in one burst.
+  // Many commands in one ip process (read from stdin), so that their events come in
+  // one burst.
   bool ipBatch(const std::string& lines) {
-    const std::string file = "/tmp/" + ns_->name() + ".batch";
-    FILE* f = std::fopen(file.c_str(), "w");
-    if (!f) return false;
-    const bool written = std::fputs(lines.c_str(), f) >= 0;
-    const bool closed = std::fclose(f) == 0;
-    const bool ran = written && closed && ip("-batch " + file);
-    std::remove(file.c_str());
-    return ran;
+    return sh("printf '" + lines + "' | ip -n " + ns_->name() + " -batch -");
   }
   // Runs the loop until `done` holds, for at most about five seconds.
   bool runUntil(const std::function<bool()>& done) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!done()) {
-      if (std::chrono::steady_clock::now() > deadline) return false;
-      loop_.runOnce(0.05);
-    }
-    return true;
+    return TestSupport::eventually([&] { return loop_.runOnce(0.05), done(); },
+                                   std::chrono::seconds(5));
   }
   Lum::Ptr<Interface> byName(const char* n) const { return root_->interfaceByName(n); }
 
   Lum::EventLoop loop_;
   Lum::Ptr<Root> root_{new Root("kernel")};
   std::unique_ptr<ScopedNetns> ns_;
-  std::unique_ptr<Manager> manager_;
+  std::unique_ptr<Manager> manager_;  // declared last: closed before its namespace goes
 };
 
 // Guards the whole path on a real kernel: the socket watches the test namespace and
@@ -114,8 +100,8 @@ TEST_F(KernelWatcherTest, ResyncsAfterLostEvents) {
   std::string del;
   for (size_t i = 0; i < kPairs; ++i) {
     const std::string n = std::to_string(i);
-    add += "link add vxa" + n + " type veth peer name vxb" + n + "\n";
-    del += "link del vxa" + n + "\n";
+    add += "link add vxa" + n + " type veth peer name vxb" + n + "\\n";
+    del += "link del vxa" + n + "\\n";
   }
   const uint64_t first = manager_->dumpRequests();
   ASSERT_TRUE(ipBatch(add));

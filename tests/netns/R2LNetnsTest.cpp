@@ -8,8 +8,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <fstream>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -19,6 +17,7 @@
 #include "tests/netns/PacketSocket.h"
 #include "tests/netns/SwitchTopology.h"
 #include "tests/netns/TopologyTest.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/VxlanFrameBuilder.h"
 
 namespace TestSupport {
@@ -41,13 +40,11 @@ constexpr uint16_t kOtherUdpPort = 4790;
 // CPU time (user and system) a process has used so far, in seconds, from
 // /proc/<pid>/stat: fields 14 and 15, counted after the command name in parentheses.
 double cpuSeconds(pid_t pid) {
-  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const std::string text = fileText("/proc/" + std::to_string(pid) + "/stat");
   std::istringstream fields(text.substr(text.rfind(')') + 2));
   std::string skip;
   for (int i = 3; i < 14; ++i) fields >> skip;
-  unsigned long long utime = 0;
-  unsigned long long stime = 0;
+  unsigned long long utime = 0, stime = 0;
   fields >> utime >> stime;
   return static_cast<double>(utime + stime) / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }

@@ -23,13 +23,6 @@ TEST(ExceptionTest, ExpectScopesNestAndUnwind) {
   EXPECT_FALSE(Exception("x", ExceptionId::deviceMissing).expected());
 }
 
-TEST(ExceptionTest, ErrnoExceptionNamesStepAndErrno) {
-  ErrnoException e(100, "bind remote socket");
-  EXPECT_EQ(e.errNo(), 100);
-  EXPECT_EQ(std::string(e.what()).rfind("bind remote socket: ", 0), 0u);
-  EXPECT_NE(std::string(e.what()).find("(errno 100)"), std::string::npos);
-}
-
 // Formatting must not truncate texts longer than the stack buffer.
 TEST(ExceptionTest, FormatHandlesLongOutput) {
   EXPECT_EQ(format("%s-%d", "vti", 7), String8("vti-7"));

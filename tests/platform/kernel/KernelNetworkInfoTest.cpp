@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "platform/os/SysCalls.h"
+#include "tests/support/Throws.h"
 
 namespace KernelNetworkInfo {
 namespace {
@@ -165,21 +166,9 @@ struct FakeKernel : Lum::SysCalls {
 
 struct RootLog : Root::NotifieeConst {
   std::vector<std::string> byName;
-  std::vector<std::string> byIndex;
+  std::vector<unsigned> byIndex;
   void onInterfaceByName(const Lum::String8& n) override { byName.push_back(n.str()); }
-  // Records what a reaction finds at the moment of the notification.
-  void onInterface(IfIndex i) override {
-    Lum::Ptr<Interface> intf = notifier()->interface(i);
-    byIndex.push_back(std::to_string(i.value()) +
-                      (intf ? "=" + intf->name().str() + "/" + std::to_string(intf->mtu()) : "-"));
-  }
-};
-
-struct IntfLog : Interface::NotifieeConst {
-  std::vector<std::string> seen;
-  void onName() override { seen.push_back("name " + notifier()->name().str()); }
-  void onFlags() override { seen.push_back("flags " + std::to_string(notifier()->flags())); }
-  void onMtu() override { seen.push_back("mtu " + std::to_string(notifier()->mtu())); }
+  void onInterface(IfIndex i) override { byIndex.push_back(i.value()); }
 };
 
 const Wire::EthAddr kMac2(0x001c, 0x7300, 0x0002);
@@ -236,13 +225,16 @@ TEST_F(KernelNetworkInfoTest, InitialDumpFillsBothMaps) {
 TEST_F(KernelNetworkInfoTest, RenameMovesTheNameEntry) {
   start();
   Lum::Ptr<Interface> eth0 = root_->interface(IfIndex(2));
-  struct NameCheck : IntfLog {
+  struct NameCheck : Interface::NotifieeConst {
     Lum::Ptr<Root> root;
+    std::vector<std::string> seen;
     bool consistent = false;
     void onName() override {
-      IntfLog::onName();
+      seen.push_back("name " + notifier()->name().str());
       consistent = !root->interfaceByName("eth0") && root->interfaceByName("uplink") == notifier();
     }
+    void onFlags() override { seen.push_back("flags"); }
+    void onMtu() override { seen.push_back("mtu"); }
   };
   Lum::Ptr<NameCheck> il(new NameCheck);
   il->root = root_;
@@ -357,15 +349,12 @@ TEST(KernelNetworkInfoNamespaceTest, SocketIsMadeInsideAndTheThreadGoesBack) {
 
   kernel.steps.clear();
   kernel.socketErrno = EMFILE;
-  try {
-    Manager m(nullptr, root, Wire::NamespaceName("blue"), loop);
-    ADD_FAILURE() << "no exception for a failed socket()";
-  } catch (const Lum::ErrnoException& e) {
-    EXPECT_EQ(e.errNo(), EMFILE);
-  }
-  std::vector<std::string> failed = around;
-  failed.erase(failed.begin() + 3);
-  EXPECT_EQ(kernel.steps, failed);
+  const auto failed = TestSupport::thrown<Lum::ErrnoException>(
+      [&] { Manager(nullptr, root, Wire::NamespaceName("blue"), loop); });
+  EXPECT_TRUE(failed && failed->errNo() == EMFILE);
+  std::vector<std::string> withoutSocket = around;
+  withoutSocket.erase(withoutSocket.begin() + 3);
+  EXPECT_EQ(kernel.steps, withoutSocket);
 
   kernel.steps.clear();
   kernel.openErrno = ENOENT;

@@ -6,9 +6,7 @@
 #include <unistd.h>
 
 #include <array>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -17,6 +15,7 @@
 
 #include "platform/core/Exception.h"
 #include "platform/os/TimeSource.h"
+#include "tests/support/ChildProcess.h"
 
 namespace Lum {
 namespace {
@@ -57,10 +56,17 @@ struct Tick : TimerHandler {
   std::string_view facility() const override { return name; }
 };
 
+// Each test has its loop and a clock that moves only when the test says so.
+class EventLoopTest : public ::testing::Test {
+ protected:
+  ManualTimeSource clock{100.0};
+  ScopedTimeSource guard{clock};
+  EventLoop loop;
+};
+
 // Guards against edge-triggered or one-shot delivery (data left unread must be offered
 // again, a drained descriptor must go quiet) and against calls after readableHandlerDel.
-TEST(EventLoopTest, ReadableAgainUntilDrainedAndNotAfterRemoval) {
-  EventLoop loop;
+TEST_F(EventLoopTest, ReadableAgainUntilDrainedAndNotAfterRemoval) {
   SocketPair p("abc");
   Handler h;
   h.on = [](int fd) { EXPECT_EQ(::read(fd, std::array<char, 1>().data(), 1), 1); };
@@ -75,8 +81,7 @@ TEST(EventLoopTest, ReadableAgainUntilDrainedAndNotAfterRemoval) {
 
 // Guards against delivering an event of the current epoll_wait batch to a registration
 // that an earlier handler of the batch removed, or whose handler it destroyed.
-TEST(EventLoopTest, RegistrationRemovedDuringPassIsNotCalled) {
-  EventLoop loop;
+TEST_F(EventLoopTest, RegistrationRemovedDuringPassIsNotCalled) {
   SocketPair a("x"), b("x");
   Handler ha, hb;
   ha.on = [&](int) { loop.readableHandlerDel(b.in); };
@@ -98,8 +103,7 @@ TEST(EventLoopTest, RegistrationRemovedDuringPassIsNotCalled) {
 // Guards against a closed descriptor's pending event, or its stale registration, reaching
 // the old handler once the number is reused, and against failing to register the reused
 // number when the owner closed without readableHandlerDel.
-TEST(EventLoopTest, ReusedDescriptorNumberDoesNotReachOldHandler) {
-  EventLoop loop;
+TEST_F(EventLoopTest, ReusedDescriptorNumberDoesNotReachOldHandler) {
   SocketPair trigger("t");
   auto victim = std::make_unique<SocketPair>("v");
   const int oldFd = victim->in;
@@ -125,10 +129,7 @@ TEST(EventLoopTest, ReusedDescriptorNumberDoesNotReachOldHandler) {
 // Guards against timers firing early, out of expiry order, after being disarmed or
 // destroyed (here by an earlier timer of the same pass); against losing a re-arm made by
 // the handler; and against a re-arm at a past time firing again in the same pass.
-TEST(EventLoopTest, TimersFireInOrderWhenDueAndMayRearm) {
-  ManualTimeSource clock(100.0);
-  ScopedTimeSource guard(clock);
-  EventLoop loop;
+TEST_F(EventLoopTest, TimersFireInOrderWhenDueAndMayRearm) {
   Log log;
   Tick a("a", log), b("b", log), c("c", log), d("d", log), e("e", log);
   Timer ta(a, loop), tb(b, loop), tc(c, loop), td(d, loop);
@@ -151,10 +152,7 @@ TEST(EventLoopTest, TimersFireInOrderWhenDueAndMayRearm) {
 // Guards against deferred work running inside the reaction that queued it or out of
 // order, and against work queued by deferred work running in the same pass (a chain of
 // deferrals would starve I/O) or waiting for unrelated I/O (runOnce(-1) would block).
-TEST(EventLoopTest, DeferredWorkRunsAfterTheReactionsInOrder) {
-  ManualTimeSource clock(0.0);
-  ScopedTimeSource guard(clock);
-  EventLoop loop;
+TEST_F(EventLoopTest, DeferredWorkRunsAfterTheReactionsInOrder) {
   Log log;
   auto logger = [&](std::string s) { return [&log, s] { log.push_back(s); }; };
   SocketPair p("x");
@@ -175,10 +173,7 @@ TEST(EventLoopTest, DeferredWorkRunsAfterTheReactionsInOrder) {
 
 // Guards against an exception escaping the loop or ending the pass: each must be
 // reported with its thrower's facility and text, and the next callback must still run.
-TEST(EventLoopTest, ExceptionsAreReportedAndThePassGoesOn) {
-  ManualTimeSource clock(0.0);
-  ScopedTimeSource guard(clock);
-  EventLoop loop;
+TEST_F(EventLoopTest, ExceptionsAreReportedAndThePassGoesOn) {
   Log reports;
   loop.exceptionReporterIs([&](std::string_view facility, std::string_view text) {
     reports.push_back(std::string(facility) + "|" + std::string(text));
@@ -207,8 +202,8 @@ EventLoop* signalTarget = nullptr;
 
 // True once thread `tid` sleeps in the kernel (state S in its /proc stat).
 bool sleeping(pid_t tid) {
-  std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/stat");
-  std::string stat((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  const std::string stat =
+      TestSupport::fileText("/proc/self/task/" + std::to_string(tid) + "/stat");
   const size_t end = stat.rfind(')');  // the state follows the parenthesised name
   return end != std::string::npos && end + 2 < stat.size() && stat[end + 2] == 'S';
 }
@@ -216,8 +211,7 @@ bool sleeping(pid_t tid) {
 // Guards against run() ignoring a stop() made by a handler or not consuming it (the
 // second run() must serve again), and against a stop() from a signal handler on another
 // thread not waking a loop blocked in epoll_wait without limit.
-TEST(EventLoopTest, StopEndsRunFromHandlerOrSignal) {
-  EventLoop loop;
+TEST_F(EventLoopTest, StopEndsRunFromHandlerOrSignal) {
   SocketPair p("x");
   Handler h;
   h.on = [&](int fd) { drain(fd), loop.stop(); };

@@ -16,6 +16,7 @@
 #include "platform/os/SysCalls.h"
 #include "platform/trace/Trace.h"
 #include "tests/support/SharedObjects.h"
+#include "tests/support/Throws.h"
 
 namespace LumMemtab {
 namespace {
@@ -44,12 +45,7 @@ Layout twoCollections(uint32_t wide = 5, uint32_t narrow = 3) {
 
 template <class Fn>
 std::string corruptionText(Fn fn) {
-  try {
-    fn();
-  } catch (const Memtab::CorruptionDetectedException& e) {
-    return e.what();
-  }
-  return "no corruption detected";
+  return TestSupport::thrownText<Memtab::CorruptionDetectedException>(fn);
 }
 
 void resealChecksum(unsigned char* header) {
@@ -134,13 +130,9 @@ TEST(MemtabTableTest, SameSizeOtherLayoutOrDamagedHeaderIsReinitialised) {
 // out again under it.
 TEST(MemtabTableTest, ReaderReportsMissingAndRelaidTables) {
   SharedObjectGuard guard(Mount::objectName(uniqueAgentName("reader"), "t"));
-  try {
-    TableReader::open(guard.name());
-    ADD_FAILURE() << "opened a table that does not exist";
-  } catch (const Lum::ErrnoException& e) {
-    EXPECT_EQ(e.errNo(), ENOENT);
-    EXPECT_NE(e.step().find(guard.name()), std::string::npos);
-  }
+  const auto missing =
+      TestSupport::thrown<Lum::ErrnoException>([&] { TableReader::open(guard.name()); });
+  EXPECT_TRUE(missing && missing->errNo() == ENOENT && missing->step().ends_with(guard.name()));
   Table::openOrCreate(guard.name(), twoCollections());
   TableReader reader = TableReader::open(guard.name());
   EXPECT_THROW(reader.elements("wide", 4), Memtab::CorruptionDetectedException);
@@ -163,12 +155,10 @@ TEST(MemtabTableTest, ReaderReportsMissingAndRelaidTables) {
 // the writer. It is replaced by one of the writer's own, closed to others.
 TEST(MemtabTableTest, ObjectOpenToOthersIsReplaced) {
   SharedObjectGuard guard(Mount::objectName(uniqueAgentName("planted"), "t"));
-  const mode_t old = ::umask(0);
-  const int fd = ::shm_open(guard.name().c_str(), O_RDWR | O_CREAT, 0666);
-  ::umask(old);
+  const int fd = ::shm_open(guard.name().c_str(), O_RDWR | O_CREAT, 0600);
   ASSERT_GE(fd, 0);
+  ASSERT_EQ(::fchmod(fd, 0666), 0);  // whatever the umask
   struct stat st {};
-  ASSERT_EQ(::fchmod(fd, 0666), 0);
   ::close(fd);
   std::ostringstream trace;
   Lum::coverageStreamIs(&trace);
@@ -206,8 +196,9 @@ struct FailingShm : Lum::SysCalls {
   }
 };
 
-// Guards failed set-up: the errno and the step reach the caller, and the descriptor
-// opened before the failure is not leaked.
+// Guards failed set-up: the errno and the step reach the caller in the exception's
+// text ("<step>: <strerror> (errno N)"), and the descriptor opened before the failure
+// is not leaked.
 TEST(MemtabTableTest, FailedSystemCallsNameTheStepAndCloseTheDescriptor) {
   SharedObjectGuard guard(Mount::objectName(uniqueAgentName("fail"), "t"));
   const struct {
@@ -221,13 +212,11 @@ TEST(MemtabTableTest, FailedSystemCallsNameTheStepAndCloseTheDescriptor) {
     FailingShm fake;
     fake.*c.which = c.err;
     Lum::ScopedSysCalls scope(fake);
-    try {
-      Table::openOrCreate(guard.name(), twoCollections());
-      ADD_FAILURE() << c.step << "failure not reported";
-    } catch (const Lum::ErrnoException& e) {
-      EXPECT_EQ(e.errNo(), c.err) << c.step;
-      EXPECT_EQ(e.step(), c.step + guard.name());
-    }
+    const auto e = TestSupport::thrown<Lum::ErrnoException>(
+        [&] { Table::openOrCreate(guard.name(), twoCollections()); });
+    ASSERT_TRUE(e && e->errNo() == c.err) << c.step;
+    EXPECT_EQ(e->what(), c.step + guard.name() + ": " + std::strerror(c.err) + " (errno " +
+                             std::to_string(c.err) + ")");
     EXPECT_EQ(fake.closedOpened, fake.opened >= 0) << c.step;
   }
 }

@@ -2,21 +2,8 @@
 
 namespace StatehubTest {
 
-const Lum::TypeInfo& TunnelSettings::kType = Lum::TypeRegistry::add(
-    Lum::TypeInfo("StatehubTest::TunnelSettings", "Lum::Entity")
-        .attribute("enabled", kEnabled,
-                   Lum::textAttr<&TunnelSettings::enabled, &TunnelSettings::enabledIs>())
-        .attribute("version", kVersion, Lum::textAttr<&TunnelSettings::version>()));
-
-const Lum::TypeInfo& VtiDir::kType = Lum::TypeRegistry::add(
-    Lum::TypeInfo("StatehubTest::VtiDir", "Lum::Entity")
-        .attribute("label", kLabel, Lum::textAttr<&VtiDir::label, &VtiDir::labelIs>())
-        .attribute("vtiStatus", kVtiStatus,
-                   Lum::collectionAttr<&VtiDir::vtiStatus, &VtiDir::vtiStatusIs,
-                                       &VtiDir::vtiStatusDel, &VtiDir::vtiStatusIterator>())
-        .attribute("settings", kSettings, Lum::childAttr<&VtiDir::settings>())
-        .constructor({"name"}, [](const Lum::TypeInfo::Args& a) -> Lum::Ptr<Lum::Entity> {
-          return Lum::Ptr<Lum::Entity>(new VtiDir(Lum::Name(a[0].second)));
-        }));
+LUM_ENTITY_TYPE(TunnelSettings, STATEHUB_TEST_SETTINGS_ATTRS)
+LUM_ENTITY_TYPE(VtiDir, STATEHUB_TEST_VTI_DIR_ATTRS,
+                .constructor({"name"}, &Lum::newByName<VtiDir>))
 
 }  // namespace StatehubTest

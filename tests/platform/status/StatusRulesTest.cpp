@@ -1,5 +1,6 @@
-// The rules of single status entities and of their composite texts; what every
-// attribute shares is walked in StatusRegistryTest.
+// The rules of single status entities and of their composite texts, and the generic
+// interface to entity collections; what every attribute shares is walked in
+// StatusRegistryTest.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -152,6 +153,30 @@ TEST(StatusRulesTest, OwnedEntitiesDeleteAllAndSharedRouter) {
   EXPECT_FALSE(fhrp.isSharedVirtualAddr(IntfId("Vlan10"), ip("10.0.0.253")));
   EXPECT_FALSE(fhrp.isSharedVirtualAddr(IntfId("Vlan10"), ip("10.0.0.252")));
   EXPECT_FALSE(fhrp.isSharedVirtualAddr(IntfId("Vlan20"), ip("10.0.0.254")));
+}
+
+// Guards what the status registry walk does not reach: an element created by key text
+// is reached for further writes, a map attribute is no plain value, and everything
+// below a const parent stays read-only (elements and their maps).
+TEST(GenericCollectionTest, EntityCollectionsByText) {
+  Ptr<Vxlan::VniToVlanMaps> maps(new Vxlan::VniToVlanMaps("vniToVlanMaps"));
+  GenericRef ref{Ptr<Lum::Entity>(maps)};
+  EXPECT_FALSE(ref.element("vtiVniToVlanMap", "Vxlan1"));
+  ref.entryIs("vtiVniToVlanMap", "Vxlan1", "");
+  std::optional<GenericRef> map = ref.element("vtiVniToVlanMap", "Vxlan1");
+  ASSERT_TRUE(map);
+  map->entryIs("vniToVlanMap", "5000", "10");
+  EXPECT_EQ(maps->vtiVniToVlanMap(Wire::IntfId("Vxlan1"))->vniToVlanMap(Vxlan::Vni(5000)),
+            Bridging::VlanIdOrNone(10));
+  const Lum::AttributeInfo* attr = maps->fwkType().attribute("vtiVniToVlanMap");
+  EXPECT_EQ(attr->access.elementType()->fullName(), "Vxlan::VniToVlanMap");
+  EXPECT_THROW(attr->access.checkKey("Vxlan 1"), Lum::RangeException);
+  GenericRef constRef{Ptr<const Lum::Entity>(maps)};
+  EXPECT_TRUE(constRef.element("vtiVniToVlanMap", "Vxlan1")->isConst());
+  EXPECT_THROW(constRef.element("vtiVniToVlanMap", "Vxlan1")->entryDel("vniToVlanMap", "5000"),
+               Lum::Exception);
+  EXPECT_EQ(constRef.element("vtiVniToVlanMap", "Vxlan1")->entry("vniToVlanMap", "5000"), "10");
+  EXPECT_THROW(map->attribute("vniToVlanMap"), Lum::RangeException) << "a map is not a value";
 }
 
 }  // namespace

@@ -3,12 +3,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-
 #include <unistd.h>
-#include <fstream>
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -58,10 +57,6 @@ int bump() {
 // One site, so that tests can run the same registered site in two files.
 void logFrame(int n) {
   RINGLOG(4, "frame %d", n);
-}
-
-bool endsWith(const std::string& s, const std::string& tail) {
-  return s.ends_with(tail);
 }
 
 // Guards file naming: "%d" is the pid, relative names go into RINGLOGDIR, the second
@@ -115,9 +110,11 @@ TEST_F(RingLogTest, RefusesLinksAndFilesOfOthers) {
   EXPECT_EQ(fs::file_size(foreign), 6u);
 }
 
-// Guards the "off" promise: no file open means no registration, no evaluation of the
-// arguments and no file.
-TEST_F(RingLogTest, NothingHappensWithoutFile) {
+// Guards the "off" promise (no file open means no registration, no evaluation of the
+// arguments and no file), and recording and decoding: argument types, per-level order,
+// string limits, descriptors of sites registered under an earlier file, and sites of a
+// level without a ring.
+TEST_F(RingLogTest, NothingWithoutFileThenRoundTripPerLevelInOrder) {
   ASSERT_EQ(RingLog::traceFile(), nullptr);
   const size_t registered = RingLog::msgDescCount();
   sideEffects = 0;
@@ -125,19 +122,13 @@ TEST_F(RingLogTest, NothingHappensWithoutFile) {
   EXPECT_EQ(sideEffects, 0);
   EXPECT_EQ(RingLog::msgDescCount(), registered);
   EXPECT_TRUE(fs::is_empty(dir_));
-}
 
-// Guards recording and decoding: argument types, per-level order, string limits,
-// descriptors of sites registered under an earlier file, and sites of a level without
-// a ring.
-TEST_F(RingLogTest, RoundTripPerLevelInOrder) {
   const auto s = sizes({3, 4, 5});
   RingLog::initialize("first.rl", s.data());
   logFrame(1);  // registers the site under the first file
   RingLog::shutdown();
 
   RingLog::initialize("rt.rl", s.data());
-  sideEffects = 0;
   RINGLOG(6, "no ring for %d", bump());  // level 6 has no ring
   EXPECT_EQ(sideEffects, 0);
   const std::string name = "vx0";
@@ -155,15 +146,15 @@ TEST_F(RingLogTest, RoundTripPerLevelInOrder) {
   ASSERT_EQ(lines.size(), 8u);
   EXPECT_TRUE(lines[0].starts_with("L3 #0 "));
   EXPECT_NE(lines[0].find(" RingLogTest.cpp:"), std::string::npos) << lines[0];
-  EXPECT_TRUE(endsWith(lines[0], " recv 64 bytes on vx0")) << lines[0];
-  EXPECT_TRUE(endsWith(lines[1], " u 7 x ffffffff c q big 18446744073709551615")) << lines[1];
-  EXPECT_TRUE(endsWith(lines[2], " sv view|   ab|-3  |")) << lines[2];
+  EXPECT_TRUE(lines[0].ends_with(" recv 64 bytes on vx0")) << lines[0];
+  EXPECT_TRUE(lines[1].ends_with(" u 7 x ffffffff c q big 18446744073709551615")) << lines[1];
+  EXPECT_TRUE(lines[2].ends_with(" sv view|   ab|-3  |")) << lines[2];
   EXPECT_TRUE(lines[3].starts_with("L4 #0 ")) << lines[3];
-  EXPECT_TRUE(endsWith(lines[3], " frame 2")) << lines[3];
-  EXPECT_TRUE(endsWith(lines[4], " idle")) << lines[4];
-  EXPECT_TRUE(endsWith(lines[5], " rate 1.50 err -7")) << lines[5];
-  EXPECT_TRUE(endsWith(lines[6], " long " + std::string(RingLog::kMaxStringBytes, 'z')));
-  EXPECT_TRUE(endsWith(lines[7], " <truncated>")) << lines[7];
+  EXPECT_TRUE(lines[3].ends_with(" frame 2")) << lines[3];
+  EXPECT_TRUE(lines[4].ends_with(" idle")) << lines[4];
+  EXPECT_TRUE(lines[5].ends_with(" rate 1.50 err -7")) << lines[5];
+  EXPECT_TRUE(lines[6].ends_with(" long " + std::string(RingLog::kMaxStringBytes, 'z')));
+  EXPECT_TRUE(lines[7].ends_with(" <truncated>")) << lines[7];
   EXPECT_TRUE(lines[7].starts_with("L5 #2 ")) << lines[7];
 }
 
@@ -195,7 +186,7 @@ TEST_F(RingLogTest, WrapKeepsNewestIntactRecordsInOrder) {
       const std::string want = " msg " + std::to_string(n) + " " + wrapPad(n, 0) + wrapPad(n, 1) +
                                wrapPad(n, 2) + wrapPad(n, 3);
       ASSERT_TRUE(lines[k].starts_with("L2 #" + std::to_string(n) + " ")) << lines[k];
-      ASSERT_TRUE(endsWith(lines[k], want)) << i << ": " << lines[k];
+      ASSERT_TRUE(lines[k].ends_with(want)) << i << ": " << lines[k];
     }
   }
   EXPECT_GT(tf->ring(2)->header().firstSeq, 0u);
@@ -218,9 +209,9 @@ TEST_F(RingLogTest, DecoderMarksMismatchAndDamage) {
 
   auto lines = RingLog::decodeFile(tf->path());
   ASSERT_EQ(lines.size(), 3u);
-  EXPECT_TRUE(endsWith(lines[0], " <?%d:str> and <?%s:i32> then <?%f:missing>")) << lines[0];
-  EXPECT_TRUE(endsWith(lines[1], " 1 and two then 3.000000 <1 more args>")) << lines[1];
-  EXPECT_TRUE(endsWith(lines[2], " 1 and ok then 2.500000")) << lines[2];
+  EXPECT_TRUE(lines[0].ends_with(" <?%d:str> and <?%s:i32> then <?%f:missing>")) << lines[0];
+  EXPECT_TRUE(lines[1].ends_with(" 1 and two then 3.000000 <1 more args>")) << lines[1];
+  EXPECT_TRUE(lines[2].ends_with(" 1 and ok then 2.500000")) << lines[2];
 
   // Break the length of the second record: the first still decodes, then a marker.
   RingLog::FileHeader fh;
@@ -239,10 +230,7 @@ TEST_F(RingLogTest, DecoderMarksMismatchAndDamage) {
   EXPECT_TRUE(lines[1].starts_with("L7 <damaged ring")) << lines[1];
 
   const std::string notRing = dir_ + "/not.rl";
-  FILE* f = std::fopen(notRing.c_str(), "w");
-  ASSERT_NE(f, nullptr);
-  std::fputs("plain text, long enough to be read as a header but not a ring log at all", f);
-  std::fclose(f);
+  std::ofstream(notRing) << std::string(sizeof(RingLog::FileHeader) + 64, 'x');  // no magic
   EXPECT_THROW(RingLog::decodeFile(notRing), Lum::Exception);
   EXPECT_THROW(RingLog::decodeFile(dir_ + "/missing.rl"), Lum::ErrnoException);
 }

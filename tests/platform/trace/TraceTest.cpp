@@ -74,14 +74,25 @@ TEST_F(TraceTest, MalformedSpecThrowsAndChangesNothing) {
   EXPECT_THROW(f.levelEnabledIs(10, true), RangeException);
 }
 
-// Guards the cost promise: with the level off the stream arguments are not evaluated,
-// with it on they are evaluated once and the line reaches the output file.
-TEST_F(TraceTest, MacroEvaluatesArgumentsOnlyWhenEnabled) {
+// Guards the cost promise: with the level off the stream arguments are not evaluated
+// and nothing is written, unless the coverage switch is on, which sends the lines of
+// disabled levels to the coverage stream (and only there; an empty text names the
+// handler); with the level on they are evaluated once and the line reaches the output.
+TEST_F(TraceTest, MacroEvaluatesArgumentsOnlyWhenEnabledOrCovered) {
   TraceFacility& f = traceFacility("TtMacro");
   traceOutputFileIs(outPath_.c_str());
   sideEffects = 0;
   LUM_TRACE(f, 3, "read " << bump() << " bytes");
   EXPECT_EQ(sideEffects, 0);
+  std::ostringstream cover;
+  coverageStreamIs(&cover);
+  LUM_TRACE(f, 7, "handled " << 3 << " frames");
+  LUM_TRACE(f, 8, "");
+  coverageStreamIs(nullptr);
+  LUM_TRACE(f, 7, "after coverage");
+  EXPECT_NE(cover.str().find(" TtMacro/7 handled 3 frames"), std::string::npos) << cover.str();
+  EXPECT_NE(cover.str().find(" TtMacro/8 TestBody()"), std::string::npos) << cover.str();
+  EXPECT_EQ(cover.str().find("after coverage"), std::string::npos) << cover.str();
   EXPECT_EQ(output(), "");
 
   f.levelEnabledIs(3, true);
@@ -93,25 +104,6 @@ TEST_F(TraceTest, MacroEvaluatesArgumentsOnlyWhenEnabled) {
   EXPECT_NE(line.find("[TraceTest.cpp:"), std::string::npos) << line;
   EXPECT_EQ(line.find("other level"), std::string::npos) << line;
   EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
-}
-
-// Guards the coverage switch: lines of disabled levels reach the coverage stream (and
-// only it), and an empty text names the handler.
-TEST_F(TraceTest, CoverageStreamReceivesEveryStatement) {
-  TraceFacility& f = traceFacility("TtCover");
-  traceOutputFileIs(outPath_.c_str());
-  std::ostringstream cover;
-  coverageStreamIs(&cover);
-  LUM_TRACE(f, 7, "handled " << 3 << " frames");
-  LUM_TRACE(f, 8, "");
-  coverageStreamIs(nullptr);
-  LUM_TRACE(f, 7, "after coverage");
-
-  const std::string text = cover.str();
-  EXPECT_NE(text.find(" TtCover/7 handled 3 frames"), std::string::npos) << text;
-  EXPECT_NE(text.find(" TtCover/8 TestBody()"), std::string::npos) << text;
-  EXPECT_EQ(text.find("after coverage"), std::string::npos) << text;
-  EXPECT_EQ(output(), "");
 }
 
 }  // namespace

@@ -37,9 +37,11 @@ static_assert(!EqualityMixes<Vni, int>);
 static_assert(!std::is_convertible_v<const char*, VrfName>);
 static_assert(!EqualityMixes<VrfName, NamespaceName>);
 
-// Guards the limits at both edges and the exact texts callers and logs match on;
-// also that wide or negative integers are checked before narrowing.
-TEST(BoundedValueTest, LimitsAndMessages) {
+// Guards the limits at both edges and the exact texts callers and logs match on, also
+// that wide or negative integers are checked before narrowing; the documented defaults
+// (map keys); and the OrNone conversions, which must refuse to invent a VLAN or VNI out
+// of "none".
+TEST(BoundedValueTest, LimitsDefaultsAndMessages) {
   const std::string kVlan = "VlanId::value < 1 or > 4094 not allowed";
   EXPECT_EQ(VlanId(1).value(), 1);
   EXPECT_EQ(VlanId(4094).value(), 4094);
@@ -71,11 +73,7 @@ TEST(BoundedValueTest, LimitsAndMessages) {
   EXPECT_EQ(NamespaceName(std::string(150, 'n')).size(), 150u);
   EXPECT_EQ(rangeText([] { NamespaceName::fromString(std::string(151, 'n')); }),
             "NamespaceName::bytes > 150 not allowed");
-}
 
-// Guards the documented defaults (map keys) and the OrNone conversions, which must
-// refuse to invent a VLAN or VNI out of "none".
-TEST(BoundedValueTest, DefaultsAndNoneConversions) {
   EXPECT_EQ(VlanId(), VlanId(1));
   EXPECT_TRUE(VlanIdOrNone().isNone());
   EXPECT_EQ(Vni().value(), 0u);

@@ -25,17 +25,12 @@ using Wire::IpGenAddrWithMask;
 // and host order is only what hostOrder()/fromHostOrder() deal in.
 TEST(IpAddrTest, NetworkOrderMatchesHeaderWord) {
   // IPv4 header with source 10.1.2.3 at offset 12.
-  uint8_t header[20] = {0x45};
-  const uint8_t source[] = {10, 1, 2, 3};
-  std::memcpy(header + 12, source, 4);
+  const uint8_t header[20] = {0x45, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 10, 1, 2, 3};
   uint32_t headerWord;
   std::memcpy(&headerWord, header + 12, 4);
-
-  IpAddr a = IpAddr::fromString("10.1.2.3");
+  const IpAddr a = IpAddr::fromString("10.1.2.3");
   EXPECT_EQ(a.value(), headerWord);
   EXPECT_EQ(a.hostOrder(), 0x0a010203u);
-  uint32_t word = a.value();
-  EXPECT_EQ(std::memcmp(&word, source, 4), 0);
   EXPECT_EQ(IpAddr::fromNetworkOrder(headerWord), a);
   EXPECT_EQ(IpAddr::fromHostOrder(0x0a010203), a);
   EXPECT_EQ(IpAddr::fromBytes(std::span<const uint8_t, 4>(header + 12, 4)), a);
@@ -82,14 +77,13 @@ TEST(IpAddrTest, TextForms) {
             "IpGenAddr: malformed text \"10.1.2.3:\"");
 }
 
-// Guards the IpGenAddr layout (family word first, IPv4 bytes leading) and that the
-// accessors refuse the wrong family instead of reinterpreting bytes.
+// Guards the IpGenAddr contents (the family, IPv4 bytes leading and the rest zero, which
+// equality and ordering compare whole) and that the accessors refuse the wrong family
+// instead of reinterpreting bytes.
 TEST(IpAddrTest, GenAddrLayoutAndFamilies) {
-  IpGenAddr v4(IpAddr::fromString("10.1.2.3"));
-  int32_t family;
-  std::memcpy(&family, &v4, 4);
-  EXPECT_EQ(family, AF_INET);
-  EXPECT_EQ(std::memcmp(reinterpret_cast<const uint8_t*>(&v4) + 4, "\x0a\x01\x02\x03", 4), 0);
+  const IpGenAddr v4(IpAddr::fromString("10.1.2.3"));
+  EXPECT_EQ(v4.family(), AF_INET);
+  EXPECT_EQ(v4.bytes(), (std::array<uint8_t, 16>{10, 1, 2, 3}));
   EXPECT_EQ(v4.v4(), IpAddr::fromString("10.1.2.3"));
   EXPECT_EQ(v4.maxMaskLen(), 32u);
 

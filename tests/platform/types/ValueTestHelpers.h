@@ -5,18 +5,14 @@
 #include <string>
 
 #include "platform/core/Exception.h"
+#include "tests/support/Throws.h"
 
 namespace ValueTest {
 
 // The text of the RangeException `f` throws, or a marker when it throws none.
 template <class F>
 std::string rangeText(F f) {
-  try {
-    f();
-  } catch (const Lum::RangeException& e) {
-    return e.what();
-  }
-  return "<no exception>";
+  return TestSupport::thrownText<Lum::RangeException>(f);
 }
 
 // The text form a value streams.
