@@ -7,8 +7,10 @@
 // interface from that moment until it is bound, and each of those binds then costs
 // the kernel a synchronisation. A socket whose device has no index stays deaf.
 #include <arpa/inet.h>
+#include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -85,6 +87,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::closeRemoteSocket() {
   // the number may be handed out again at once.
   if (fileDescriptor_ && fileDescriptor_->notifier()) fileDescriptor_->notifier()->descriptorIs(-1);
   remoteSockIs(closeAndCheck(remoteSock_));
+  closePortSink();
 }
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::syncRemoteWatch() {
@@ -133,6 +136,8 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createRemoteSocket() {
       doDisconnectSockets();
       return;
     }
+    growReceiveBuffer();
+    openPortSink();
   }
   R2L_TRACE(7, "() multicast socket:" << remoteSock_ << " port:" << status->udpPort()
                                       << " initalized:" << initialized_
@@ -145,6 +150,52 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createRemoteSocket() {
   fd->nonBlockingIs(true);
   fd->notifyOnReadableIs(localSock_ != -1);
   fileDescriptorIs(fd);
+}
+
+// The remote socket takes every frame of the underlay device; the kernel's default
+// buffer holds a few hundred small frames, which a short scheduling stall at line
+// rate overruns. Past the system's limit where the agent may (SO_RCVBUFFORCE), else up
+// to it; a refusal costs only the headroom.
+void Remote2LocalForwarderSm::LumVtiStatusSm::growReceiveBuffer() {
+  Lum::SysCalls& sys = Lum::sysCalls();
+  const int bytes = kRemoteRcvBuf;
+  if (sys.setsockopt(remoteSock_, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) == 0) return;
+  if (sys.setsockopt(remoteSock_, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes) < 0) {
+    R2L_TRACE(1, "() receive buffer kept: " << std::strerror(errno));
+  }
+}
+
+// The datagrams for the VTEP address reach the kernel's UDP input as well as the
+// remote socket. With nothing bound to the VXLAN port the kernel answers each with an
+// ICMP port unreachable, to every remote VTEP, for every frame. A UDP socket bound to
+// the port whose filter keeps nothing makes the port taken at the cost of the filter
+// run: nothing is queued, nothing is answered. When the port is taken already
+// (another VXLAN endpoint on this host) the bind fails and nothing is needed.
+void Remote2LocalForwarderSm::LumVtiStatusSm::openPortSink() {
+  const VtiStatus* status = notifier().ptr();
+  if (!status || status->localVtepAddr().isZero()) return;
+  Lum::SysCalls& sys = Lum::sysCalls();
+  const int sock = sys.socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (sock < 0) return;
+  sock_filter keepNothing[] = {BPF_STMT(BPF_RET | BPF_K, 0)};
+  const sock_fprog prog{1, keepNothing};
+  sockaddr_in addr;
+  std::memset(&addr, 0, sizeof addr);
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(status->udpPort());
+  addr.sin_addr.s_addr = status->localVtepAddr().value();
+  if (sys.setsockopt(sock, SOL_SOCKET, SO_ATTACH_FILTER, &prog, sizeof prog) < 0 ||
+      sys.bind(sock, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) < 0) {
+    R2L_TRACE(7, "() no port sink: " << std::strerror(errno));
+    sys.close(sock);
+    return;
+  }
+  portSink_ = sock;
+}
+
+void Remote2LocalForwarderSm::LumVtiStatusSm::closePortSink() {
+  if (portSink_ != -1) Lum::sysCalls().close(portSink_);
+  portSink_ = -1;
 }
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::rebuildRemoteSocket() {
@@ -176,6 +227,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::doDisconnectSockets() {
     R2L_TRACE(7, " removing implicit igmp and pim");
     remoteSockIs(closeAndCheck(remoteSock_));
   }
+  closePortSink();
   localSockIs(closeAndCheck(localSock_));
 }
 

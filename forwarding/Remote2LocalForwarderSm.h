@@ -139,6 +139,9 @@ class Remote2LocalForwarderSm : public VtiStatusDir::NotifieeConst {
 class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
  public:
   static constexpr uint32_t kFrameBufferSize = 10000;
+  // The remote socket's receive buffer: at about 1 KiB of kernel memory per small
+  // frame, some 16,000 frames, which rides out a stall of 15 ms at 1 Mpps.
+  static constexpr int kRemoteRcvBuf = 16 << 20;
   static constexpr double kDefaultMaxProcessTime = 0.1;
 
   // The hardware agent's VTI entries; the portId of the VTI is what the frame header
@@ -217,6 +220,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   int32_t remoteSock() const { return remoteSock_; }
   void remoteSockIs(int32_t s) { remoteSock_ = s; }
   int32_t localSock() const { return localSock_; }
+  int32_t portSink() const { return portSink_; }
   void localSockIs(int32_t s) { localSock_ = s; }
   double maxProcessTime() const { return maxProcessTime_; }
   void maxProcessTimeIs(double t) { maxProcessTime_ = t; }
@@ -343,6 +347,10 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   void syncRemoteWatch();
   // Takes the descriptor out of the readable watch, then closes the remote socket.
   void closeRemoteSocket();
+  void growReceiveBuffer();
+  // A UDP socket on the VTEP address and port that keeps nothing: see R2LSockets.cpp.
+  void openPortSink();
+  void closePortSink();
   // The whole hardware directory: one LumVxHwStatusSm per entry, then our portId.
   void handleVxlanHwStatusAll();
   void syncVxHwStatusSm(const VxlanHwStatusDir* dir);
@@ -363,6 +371,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   Lum::Nested<LumVniToVlanForVti> vniToVlanForVti_{this};
   int32_t remoteSock_ = -1;
   int32_t localSock_ = -1;
+  int32_t portSink_ = -1;
   double maxProcessTime_ = kDefaultMaxProcessTime;
   Lum::Nested<LumFileDescriptor> fileDescriptor_{this};
   Wire::IpAddr floodMcastGrp_;

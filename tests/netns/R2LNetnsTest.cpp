@@ -259,5 +259,24 @@ TEST_F(R2LNetnsTest, AnotherVtisHardwareEntryKeepsThePortId) {
   EXPECT_EQ(*got, expectedTxRaw());
 }
 
+// Guards the VXLAN port being taken while the agent runs: the kernel answers no
+// datagram with an ICMP port unreachable, as it does once the agent is gone.
+TEST_F(R2LNetnsTest, NoPortUnreachableForForwardedDatagrams) {
+  ASSERT_TRUE(topo_);
+  ASSERT_TRUE(forwardedWithin([&] { sendEcho(); }, kFrameWait).has_value());
+  const auto portUnreachable = [](const Frame& f) {
+    return f.size() > 35 && get16(f, 12) == 0x0800 && f[23] == 1 && f[34] == 3 && f[35] == 3;
+  };
+  const auto answered = [&] {
+    PacketSocket underlay(topo().remoteNs(0), topo().remoteUnderlayDevice(0),
+                          PacketSocket::Mode::capture);
+    sendEcho();  // through the kernel's device: addressed to the switch's own MAC
+    return underlay.receive(portUnreachable, kQuietWait).has_value();
+  };
+  EXPECT_FALSE(answered());
+  topo().stopHost();
+  EXPECT_TRUE(answered()) << "the check would not see an answer";
+}
+
 }  // namespace
 }  // namespace TestSupport
