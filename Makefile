@@ -33,6 +33,7 @@ bench: build
 	./build/release/bench/r2l_frame_path_bench
 	./build/release/bench/l2r_frame_path_bench
 	./build/release/bench/counter_add_bench
+	./build/release/bench/ringlog_bench
 
 # New inputs go to build/fuzz/corpus/<name>, never into the committed seeds; a failing
 # input is written to build/fuzz/artifacts/<name>/ and the run stops there.

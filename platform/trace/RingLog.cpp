@@ -6,6 +6,11 @@
 #include <time.h>
 #include <unistd.h>
 
+#if defined(__x86_64__)
+#include <cpuid.h>
+#include <x86intrin.h>
+#endif
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -25,12 +30,6 @@ constexpr uint32_t align8(uint32_t n) {
 
 void storeU32(unsigned char* p, uint32_t v) {
   std::memcpy(p, &v, sizeof v);
-}
-
-uint64_t nowNs() {
-  timespec ts{};
-  ::clock_gettime(CLOCK_REALTIME, &ts);
-  return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
 }
 
 // Every registered site, in id order. Never destroyed: sites may log while statics of
@@ -144,28 +143,53 @@ void RingBuf::endMsg() {
   if (truncated_) stage_[staged_++] = static_cast<unsigned char>(ArgType::truncated);
   const uint32_t bytes = align8(staged_);
   std::memset(stage_ + staged_, 0, bytes - staged_);
+  unsigned char* at = reserve(bytes);
+  std::memcpy(at + sizeof(RecordHeader), stage_ + sizeof(RecordHeader),
+              bytes - sizeof(RecordHeader));
+  commit(at, bytes, descId_);
+}
 
+void RingBuf::wrap() {
   RingHeader& h = *header_;
-  if (h.head + bytes > h.dataBytes) {
-    // Whatever lies past head is older than everything else: give it up and start over.
-    dropRecordsIn(h.head, h.dataBytes);
-    if (h.dataBytes - h.head >= sizeof(uint32_t)) storeU32(data_ + h.head, 0);
-    h.head = 0;
-    ++h.wrapCount;
-  }
-  dropRecordsIn(h.head, h.head + bytes);
-  if (h.firstSeq == h.nextSeq) h.tail = h.head;
+  // Whatever lies past head is older than everything else: give it up and start over.
+  dropRecordsIn(h.head, h.dataBytes);
+  if (h.dataBytes - h.head >= sizeof(uint32_t)) storeU32(data_ + h.head, 0);
+  h.head = 0;
+  ++h.wrapCount;
+}
 
-  const RecordHeader rec{bytes, descId_, h.nextSeq, nowNs()};
-  std::memcpy(stage_, &rec, sizeof rec);
-  // The header must say the overwritten records are gone before their bytes change, and
-  // the new record must be whole before the header counts it (for a reader that looks
-  // at the file while we run; a single thread needs no more than compiler ordering).
-  std::atomic_signal_fence(std::memory_order_seq_cst);
-  std::memcpy(data_ + h.head, stage_, bytes);
-  std::atomic_signal_fence(std::memory_order_seq_cst);
-  h.head += bytes;
-  ++h.nextSeq;
+// ---- RecordClock ---------------------------------------------------------------------
+
+uint64_t clockNs() {
+  timespec ts{};
+  ::clock_gettime(CLOCK_REALTIME, &ts);
+  return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
+}
+
+bool RecordClock::invariantCounter() {
+#if defined(__x86_64__)
+  unsigned a = 0, b = 0, c = 0, d = 0;
+  return __get_cpuid(0x80000007, &a, &b, &c, &d) && (d & (1u << 8)) != 0;
+#else
+  return false;
+#endif
+}
+
+uint64_t RecordClock::anchor(uint64_t t) {
+  const uint64_t now = clockNs();
+  if (!counter_) return now;
+  if (baseTicks_ == 0) {
+    baseTicks_ = t;
+    baseNs_ = now;
+  } else if (t - baseTicks_ > kBaselineTicks && now > baseNs_) {
+    // Nanoseconds per tick in 32.32 fixed point (the baseline grows with every anchor);
+    // ticks between anchors stay near 2^24, so the product in ns() stays far below 2^64.
+    const auto scaled = static_cast<unsigned __int128>(now - baseNs_) << 32;
+    nsPerTickQ32_ = static_cast<uint64_t>(scaled / (t - baseTicks_));
+  }
+  anchorTicks_ = t;
+  anchorNs_ = now;
+  return now;
 }
 
 // ---- TraceFile -----------------------------------------------------------------------
@@ -248,7 +272,7 @@ TraceFile* initialize(const char* name, const uint32_t sizes[kLevels], const cha
   fh->pid = static_cast<uint32_t>(::getpid());
   fh->descTableBytes = kDescTableBytes;
   fh->descTableOffset = kFileHeaderBytes;
-  fh->createdNs = nowNs();
+  fh->createdNs = clockNs();
   for (int level = 0; level < kLevels; ++level) {
     fh->ringOffset[level] = ringOffset[level];
     if (ringOffset[level] == 0) continue;

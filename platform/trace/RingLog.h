@@ -27,6 +27,7 @@
 // decoder, which only the operator's tool needs, is platform/ringdecode/.
 #pragma once
 
+#include <atomic>
 #include <concepts>
 #include <cstdint>
 #include <cstring>
@@ -74,6 +75,54 @@ class MsgDesc {
 // Number of message sites registered in this process.
 size_t msgDescCount();
 
+// CLOCK_REALTIME in nanoseconds, read from the kernel.
+uint64_t clockNs();
+
+// The time of a record: CLOCK_REALTIME, read through the processor's invariant
+// time-stamp counter between reads of the clock where there is such a counter (a
+// clock read costs more than all the rest of a record, the counter a few
+// instructions). The clock is read again whenever 2^24 ticks (a few milliseconds)
+// have passed since the last read, so a step of the clock shows within that time;
+// the rate is taken from the ticks and nanoseconds since the first read, and until
+// that baseline is long enough (2^26 ticks) every record reads the clock. One writer
+// thread, as for the rings.
+class RecordClock {
+ public:
+  RecordClock() : counter_(invariantCounter()) {}
+
+  uint64_t ns() {
+    const uint64_t t = ticks();
+    const uint64_t since = t - anchorTicks_;
+    if (nsPerTickQ32_ == 0 || since > kReanchorTicks) [[unlikely]]
+      return anchor(t);
+    return anchorNs_ + ((since * nsPerTickQ32_) >> 32);
+  }
+
+ private:
+  static constexpr uint64_t kReanchorTicks = 1ull << 24;
+  static constexpr uint64_t kBaselineTicks = 1ull << 26;
+
+  static bool invariantCounter();
+  static uint64_t ticks() {
+#if defined(__x86_64__)
+    return __builtin_ia32_rdtsc();
+#else
+    return 0;
+#endif
+  }
+  // Reads the clock; takes the rate when the baseline is long enough.
+  uint64_t anchor(uint64_t t);
+
+  bool counter_;
+  uint64_t baseTicks_ = 0;
+  uint64_t baseNs_ = 0;
+  uint64_t anchorTicks_ = 0;
+  uint64_t anchorNs_ = 0;
+  uint64_t nsPerTickQ32_ = 0;  // 0: no rate yet (always without a counter)
+};
+
+inline RecordClock recordClock;
+
 // The ring of one level. A message is startMsg(id), put() per argument, endMsg(); it
 // is built in a staging buffer and copied into the ring whole at endMsg().
 class RingBuf {
@@ -112,11 +161,12 @@ class RingBuf {
 
   void endMsg();
 
+  // One message, written straight into the ring: its size is known before a byte is
+  // written, so there is no staging copy. A message too large for one record goes the
+  // staged way, which cuts it and marks the cut.
   template <class... Args>
   void record(uint32_t descId, const Args&... args) {
-    startMsg(descId);
-    (put(args), ...);
-    endMsg();
+    recordViews(descId, view(args)...);
   }
 
   const RingHeader& header() const { return *header_; }
@@ -127,6 +177,116 @@ class RingBuf {
 
   // One byte stays free for the truncation mark.
   static constexpr uint32_t kStageLimit = kMaxRecordBytes - 1;
+
+  // Arguments as they are written: strings as views (measured once), the rest as is.
+  static std::string_view view(const char* s) {
+    return s == nullptr ? std::string_view("(null)") : std::string_view(s);
+  }
+  static std::string_view view(const std::string& s) { return s; }
+  static std::string_view view(std::string_view s) { return s; }
+  template <class T>
+  static const T& view(const T& v) {
+    return v;
+  }
+  static constexpr uint32_t argBytes(double) { return 1 + sizeof(double); }
+  template <std::integral T>
+  static constexpr uint32_t argBytes(T) {
+    return 1 + (sizeof(T) <= 4 ? 4 : 8);
+  }
+  template <class T>
+  static constexpr uint32_t argBytes(T*) {
+    return 1 + 8;
+  }
+  static uint32_t argBytes(std::string_view s) {
+    return 1 + sizeof(uint16_t) + static_cast<uint32_t>(s.size());
+  }
+  static bool tooLong(std::string_view s) { return s.size() > kMaxStringBytes; }
+  template <class T>
+  static bool tooLong(const T&) {
+    return false;
+  }
+  template <class V>
+  static void putAt(unsigned char*& p, ArgType type, V v) {
+    *p = static_cast<unsigned char>(type);
+    std::memcpy(p + 1, &v, sizeof v);
+    p += 1 + sizeof v;
+  }
+  template <std::integral T>
+  static void putAt(unsigned char*& p, T v) {
+    if constexpr (sizeof(T) <= 4) {
+      if constexpr (std::is_signed_v<T>) {
+        putAt(p, ArgType::i32, static_cast<int32_t>(v));
+      } else {
+        putAt(p, ArgType::u32, static_cast<uint32_t>(v));
+      }
+    } else if constexpr (std::is_signed_v<T>) {
+      putAt(p, ArgType::i64, static_cast<int64_t>(v));
+    } else {
+      putAt(p, ArgType::u64, static_cast<uint64_t>(v));
+    }
+  }
+  static void putAt(unsigned char*& p, double v) { putAt(p, ArgType::f64, v); }
+  template <class T>
+  static void putAt(unsigned char*& p, T* v) {
+    putAt(p, ArgType::ptr, static_cast<uint64_t>(reinterpret_cast<uintptr_t>(v)));
+  }
+  static void putAt(unsigned char*& p, std::string_view s) {
+    const auto len = static_cast<uint16_t>(s.size());
+    *p = static_cast<unsigned char>(ArgType::str);
+    std::memcpy(p + 1, &len, sizeof len);
+    std::memcpy(p + 3, s.data(), s.size());
+    p += 3 + s.size();
+  }
+
+  template <class... Args>
+  void recordViews(uint32_t descId, const Args&... args) {
+    const uint32_t body = (0u + ... + argBytes(args));
+    if ((tooLong(args) || ...) || sizeof(RecordHeader) + body > kStageLimit) [[unlikely]] {
+      startMsg(descId);
+      (put(args), ...);
+      endMsg();
+      return;
+    }
+    const uint32_t bytes = (static_cast<uint32_t>(sizeof(RecordHeader)) + body + 7u) & ~7u;
+    unsigned char* at = reserve(bytes);
+    unsigned char* p = at + sizeof(RecordHeader);
+    (putAt(p, args), ...);
+    std::memset(p, 0, static_cast<size_t>(at + bytes - p));
+    commit(at, bytes, descId);
+  }
+  // Makes room for a record of `bytes` at head (forgetting what it overwrites) and
+  // says where it goes; commit() then writes its header and counts it. Both inline:
+  // they run for every record.
+  unsigned char* reserve(uint32_t bytes) {
+    RingHeader& h = *header_;
+    if (h.head + bytes > h.dataBytes) [[unlikely]]
+      wrap();
+    const uint32_t end = h.head + bytes;
+    // The oldest records while they start inside [head, end), the bytes about to be
+    // overwritten (see dropRecordsIn).
+    while (h.firstSeq != h.nextSeq && h.tail >= h.head && h.tail < end) {
+      const uint32_t next = h.tail + loadU32(data_ + h.tail);
+      h.tail = next >= h.dataBytes || loadU32(data_ + next) == 0 ? 0 : next;
+      ++h.firstSeq;
+    }
+    if (h.firstSeq == h.nextSeq) h.tail = h.head;
+    // The header must say the overwritten records are gone before their bytes change
+    // (for a reader that looks at the file while we run; a single thread needs no
+    // more than compiler ordering).
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    return data_ + h.head;
+  }
+  void commit(unsigned char* at, uint32_t bytes, uint32_t descId) {
+    RingHeader& h = *header_;
+    const RecordHeader rec{bytes, descId, h.nextSeq, recordClock.ns()};
+    std::memcpy(at, &rec, sizeof rec);
+    // The new record must be whole before the header counts it.
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    h.head += bytes;
+    ++h.nextSeq;
+  }
+  // Past the end of the data area: back to its start.
+  void wrap();
 
   template <class V>
   void putScalar(ArgType type, V v) {
