@@ -87,7 +87,7 @@ void Sm::vxlanCounterInc(VxlanCounterId id, uint32_t count) {
 void Sm::dropFrame(Drop why, uint32_t detail, int err) {
   const DropRow& row = kDropRows[static_cast<size_t>(why)];
   L2R_TRACE(row.level, (DropText{row, detail, err}));
-  RINGLOG(row.level, "L2RSm(%s)::handleFrames%s%u errno %d", intfId_.stringValue().charPtr(),
+  RINGLOG(row.level, "L2RSm(%s)::handleFrames%s%u errno %d", intfId_.stringValue().view(),
           row.words, detail, err);
   if (row.counter != kNoCounter) vxlanCounterInc(static_cast<Id>(row.counter), 1);
 }
@@ -251,7 +251,7 @@ bool Sm::sendToVtep(uint8_t* hdr, const L2R::Encap& e, int32_t remoteSock, Wire:
                                                 : Id::l2rSendNoBufLo;
     vxlanCounterInc(id, 1);
     L2R_TRACE(0, "send error: " << std::strerror(sent.err));
-    RINGLOG(0, "L2RSm(%s) send error to %08x: %d", intfId_.stringValue().charPtr(),
+    RINGLOG(0, "L2RSm(%s) send error to %08x: %d", intfId_.stringValue().view(),
             addr.hostOrder(), sent.err);
     return false;
   }

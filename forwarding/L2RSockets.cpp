@@ -96,7 +96,7 @@ void Sm::createLocalSocket() {
   const Lum::SysResult index = Lum::interfaceIndex(sys, hi, kVxlanDevice);
   if (index.failed()) {
     L2R_TRACE(0, "() unable to lookup ifindex for vxlan");
-    RINGLOG(0, "L2RSm(%s) unable to lookup ifindex for vxlan", intfId_.stringValue().charPtr());
+    RINGLOG(0, "L2RSm(%s) unable to lookup ifindex for vxlan", intfId_.stringValue().view());
   }
   const int ifindex = index.failed() ? 0 : static_cast<int>(index.rc);
   const struct {
@@ -109,7 +109,7 @@ void Sm::createLocalSocket() {
     if (attachTypeFilter(sys, s.sock, s.type) < 0 || bindToDevice(sys, s.sock, ifindex) < 0) {
       const int err = errno;
       L2R_TRACE(0, s.words << std::strerror(err));
-      RINGLOG(0, "L2RSm(%s)%s%d", intfId_.stringValue().charPtr(), s.words, err);
+      RINGLOG(0, "L2RSm(%s)%s%d", intfId_.stringValue().view(), s.words, err);
     }
   }
 }

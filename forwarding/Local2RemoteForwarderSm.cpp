@@ -114,7 +114,7 @@ Sm::LumVtiStatusSm(const Lum::Ptr<Lum::ActivityConfig>& activity,
 
 void Sm::handleInitialized() {
   L2R_TRACE(8, "()");
-  RINGLOG(8, "L2RSm(%s)::handleInitialized()", intfId_.stringValue().charPtr());
+  RINGLOG(8, "L2RSm(%s)::handleInitialized()", intfId_.stringValue().view());
   if (owner_) {
     const Inputs& in = owner_->inputs();
     if (in.vtiStatusDir) notifierIs(in.vtiStatusDir->vtiStatusIs(intfId_));
@@ -140,7 +140,7 @@ void Sm::handleInitialized() {
   } catch (const Lum::ErrnoException& e) {
     L2R_TRACE(1, "() sockets not opened: " << e.what());
     RINGLOG(1, "L2RSm(%s)::handleInitialized sockets not opened: %s",
-            intfId_.stringValue().charPtr(), e.what());
+            intfId_.stringValue().view(), e.what());
   }
 }
 

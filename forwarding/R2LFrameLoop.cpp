@@ -113,7 +113,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::dropFrame(Drop why, uint32_t len, 
                                                         int err) {
   const DropRow& row = kDropRows[static_cast<size_t>(why)];
   R2L_TRACE(row.level, (DropText{row, why, len, detail, err}));
-  RINGLOG(row.level, "R2LSm(%s) %s len %u detail %u errno %d", intfId_.stringValue().charPtr(),
+  RINGLOG(row.level, "R2LSm(%s) %s len %u detail %u errno %d", intfId_.stringValue().view(),
           row.words, len, detail, err);
   vxlanCounterInc(row.counter, 1);
   if (row.countBytes) vxlanCounterInc(VxlanCounterId::r2lFilteredBytes, len);
@@ -124,7 +124,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::countReceived(const uint8_t* buf, 
   vxlanCounterInc(VxlanCounterId::r2lRxFrames, 1);
   vxlanCounterInc(VxlanCounterId::r2lRxBytes, len);
   R2L_TRACE(7, "() read " << len << " bytes");
-  RINGLOG(7, "R2LSm(%s)::handleFileDescriptor() read %u bytes", intfId_.stringValue().charPtr(),
+  RINGLOG(7, "R2LSm(%s)::handleFileDescriptor() read %u bytes", intfId_.stringValue().view(),
           len);
 }
 
@@ -132,7 +132,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
   R2L_TRACE(8,
             "() initialized:" << initialized_ << " localSock:" << localSock_ << " desc:" << desc);
   RINGLOG(8, "R2LSm(%s)::handleFileDescriptor() initialized:%d localSock:%d desc:%d",
-          intfId_.stringValue().charPtr(), int{initialized_}, localSock_, desc);
+          intfId_.stringValue().view(), int{initialized_}, localSock_, desc);
   if (!initialized_ || desc == -1) return;
   if (localSock_ == -1) {
     // Nowhere to write: stop watching until the local socket is back, rather than
@@ -163,7 +163,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
     const int32_t frameLen = static_cast<int32_t>(d.length);
     const Lum::SysResult sent = sendFrame(buf + d.offset, frameLen);
     R2L_TRACE(7, ") wrote " << sent.rc << " of " << frameLen << " bytes");
-    RINGLOG(7, "R2LSm(%s) wrote %zd of %d bytes", intfId_.stringValue().charPtr(), sent.rc,
+    RINGLOG(7, "R2LSm(%s) wrote %zd of %d bytes", intfId_.stringValue().view(), sent.rc,
             frameLen);
     if (sent.rc != frameLen) {
       // A short write ends the run as a failure does; the rest waits in the socket.
@@ -220,7 +220,7 @@ Lum::SysResult Remote2LocalForwarderSm::LumVtiStatusSm::writeDecapdFrame(const u
   createLocalSocket();
   const Lum::SysResult again = sys.write(localSock_, frame, static_cast<size_t>(len));
   R2L_TRACE(7, " resend len: " << again.rc << " errno:" << again.err);
-  RINGLOG(7, "R2LSm(%s) resend len: %zd errno:%d", intfId_.stringValue().charPtr(), again.rc,
+  RINGLOG(7, "R2LSm(%s) resend len: %zd errno:%d", intfId_.stringValue().view(), again.rc,
           again.err);
   return again;
 }

@@ -55,13 +55,13 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createLocalSocket() {
       // Bound without an index for now; the device's arrival rebuilds the socket.
       R2L_TRACE(0, "() unable to lookup ifindex for txraw: " << std::strerror(index.err));
       RINGLOG(0, "R2LSm(%s) unable to lookup ifindex for txraw: %d",
-              intfId_.stringValue().charPtr(), index.err);
+              intfId_.stringValue().view(), index.err);
       vxlanCounterInc(VxlanCounterId::r2lSocketErrors, 1);
     }
     if (bindToDevice(sys, sock, index.failed() ? 0 : static_cast<int>(index.rc)) < 0) {
       const int err = errno;
       R2L_TRACE(0, "() bind txraw: " << std::strerror(err));
-      RINGLOG(0, "R2LSm(%s) bind txraw: %d", intfId_.stringValue().charPtr(), err);
+      RINGLOG(0, "R2LSm(%s) bind txraw: %d", intfId_.stringValue().view(), err);
       vxlanCounterInc(VxlanCounterId::r2lSocketErrors, 1);
     }
   }

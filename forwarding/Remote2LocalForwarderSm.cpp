@@ -103,7 +103,7 @@ Remote2LocalForwarderSm::LumVtiStatusSm::LumVtiStatusSm(
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::handleInitialized() {
   R2L_TRACE(8, "()");
-  RINGLOG(8, "R2LSm(%s)::handleInitialized()", intfId_.stringValue().charPtr());
+  RINGLOG(8, "R2LSm(%s)::handleInitialized()", intfId_.stringValue().view());
   if (parent_ && parent_->vtiStatusDir()) {
     notifierIs(parent_->vtiStatusDir()->vtiStatusIs(intfId_));
   }
@@ -132,7 +132,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleInitialized() {
   } catch (const Lum::ErrnoException& e) {
     R2L_TRACE(1, "() sockets not opened: " << e.what());
     RINGLOG(1, "R2LSm(%s)::handleInitialized sockets not opened: %s",
-            intfId_.stringValue().charPtr(), e.what());
+            intfId_.stringValue().view(), e.what());
   }
 }
 
