@@ -83,6 +83,7 @@ class SwitchTopology {
 
   const SwitchTopologyConfig& config() const { return config_; }
   const std::string& switchNs() const { return switchNs_; }
+  const std::string& fabricNs() const { return fabricNs_; }
   const std::string& remoteNs(size_t i) const { return remoteNs_.at(i); }
   // Every namespace made, for checks that teardown left none.
   std::vector<std::string> namespaces() const;
