@@ -99,6 +99,7 @@ unsigned FrameGenerator::sendBatch(unsigned count) {
 
 void FrameGenerator::burst(unsigned frames) {
   throwIfInterrupted();
+  // A refused batch counts as one frame: a full buffer cannot hold the warm-up here.
   while (frames > 0) frames -= std::min(frames, std::max(sendBatch(frames), 1u));
 }
 
