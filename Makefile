@@ -4,7 +4,7 @@
 # and starts the agent host with the example state file until Ctrl-C. `make fuzz`
 # builds the fuzz targets with clang and libFuzzer in build/fuzz and runs each for
 # FUZZ_SECONDS (fuzz/README.md); `make test` replays their corpora without clang.
-.PHONY: deps build test run asan asan-test bench fuzz clean
+.PHONY: deps build test run asan asan-test bench bench-netns fuzz clean
 
 FUZZ_SECONDS ?= 60
 FUZZ_CXX ?= clang++
@@ -34,6 +34,13 @@ bench: build
 	./build/release/bench/l2r_frame_path_bench
 	./build/release/bench/counter_add_bench
 	./build/release/bench/ringlog_bench
+
+# The agent's forwarding paths against the kernel's own VXLAN in network namespaces,
+# frames per second, and instructions per frame under callgrind; a few minutes. Needs
+# root (it makes network namespaces and devices). bench/netns/README.md says more.
+bench-netns: build
+	./scripts/install-deps.sh bench
+	./build/release/bench/netns/netns_bench
 
 # New inputs go to build/fuzz/corpus/<name>, never into the committed seeds; a failing
 # input is written to build/fuzz/artifacts/<name>/ and the run stops there.

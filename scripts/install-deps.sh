@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing vxrelay needs, if any is missing.
 # `install-deps.sh fuzz` adds what `make fuzz` needs: clang with its libFuzzer and
-# sanitizer runtimes. `make test` never needs clang.
+# sanitizer runtimes. `make test` never needs clang. `install-deps.sh bench` adds what
+# `make bench-netns` needs beyond the build: valgrind, for its instruction counts.
 set -euo pipefail
 
 packages=(
@@ -12,6 +13,9 @@ packages=(
 )
 if [ "${1:-}" = fuzz ]; then
   packages+=(clang libclang-rt-dev)
+fi
+if [ "${1:-}" = bench ]; then
+  packages+=(valgrind)
 fi
 
 missing=()

@@ -183,12 +183,17 @@ void SwitchTopology::startHost() {
   if (host_) throw Lum::Exception("the host runs already");
   const std::string stateFile = dir_->file("state.json");
   std::ofstream(stateFile) << stateDocument().dump(2) << "\n";
-  // `ip netns exec` enters the namespace and execs the host: the pid is the host's. The
-  // trace ring goes into the folder that teardown removes.
-  host_.emplace(std::vector<std::string>{"ip", "netns", "exec", switchNs_, VXRELAY_HOST_PROGRAM,
-                                         "--library", VXRELAY_AGENT_LIBRARY, "--state", stateFile,
-                                         "--control", controlSocket_, "--name", agentName_},
-                dir_->file("host.log"), std::vector<std::string>{"RINGLOGDIR=" + dir_->file("")});
+  // `ip netns exec` enters the namespace and execs the host (through `taskset`, which
+  // execs it in turn): the pid is the host's. The trace ring goes into the folder that
+  // teardown removes.
+  std::vector<std::string> argv = {"ip", "netns", "exec", switchNs_};
+  if (config_.hostCpu >= 0) {
+    argv.insert(argv.end(), {"taskset", "-c", std::to_string(config_.hostCpu)});
+  }
+  argv.insert(argv.end(), {VXRELAY_HOST_PROGRAM, "--library", VXRELAY_AGENT_LIBRARY, "--state",
+                           stateFile, "--control", controlSocket_, "--name", agentName_});
+  host_.emplace(argv, dir_->file("host.log"),
+                std::vector<std::string>{"RINGLOGDIR=" + dir_->file("")});
 
   const auto deadline = std::chrono::steady_clock::now() + kHostStartLimit;
   bool answering = false;

@@ -60,6 +60,8 @@ struct SwitchTopologyConfig {
   // A group (for example "239.1.1.1") that the remotes' kernel VXLAN devices join and
   // flood to, instead of sending to the switch's VTEP address.
   std::string remoteGroup;
+  // The CPU that the host runs on (`taskset -c`), for benchmarks; -1 leaves it free.
+  int hostCpu = -1;
 };
 
 class SwitchTopology {
@@ -81,6 +83,7 @@ class SwitchTopology {
 
   const SwitchTopologyConfig& config() const { return config_; }
   const std::string& switchNs() const { return switchNs_; }
+  const std::string& fabricNs() const { return fabricNs_; }
   const std::string& remoteNs(size_t i) const { return remoteNs_.at(i); }
   // Every namespace made, for checks that teardown left none.
   std::vector<std::string> namespaces() const;

@@ -1,0 +1,179 @@
+#include "bench/netns/BenchTopology.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "platform/core/Exception.h"
+#include "tests/netns/OverlayFrames.h"
+#include "tests/support/Shell.h"
+#include "tests/support/VxlanFrameBuilder.h"
+
+namespace Bench {
+namespace {
+
+constexpr const char* kKernelVtep = "kvx";
+constexpr const char* kKernelBridge = "kbr";
+constexpr const char* kKernelPort = "kv";
+constexpr const char* kKernelPortPeer = "kv-p";
+constexpr uint16_t kUserType = 0x88b5;  // local experimental: no stack answers it
+constexpr uint16_t kHighPriority = 0x0041;
+constexpr uint32_t kSwitchVtepIp = 0x0a630001;  // 10.99.0.1
+constexpr uint32_t kRemoteVtepIp = 0x0a630002;  // 10.99.0.2
+
+TestSupport::SwitchTopologyConfig configFor(Path path, int cpu) {
+  TestSupport::SwitchTopologyConfig c;
+  c.remotes = 1;
+  c.remoteHosts = true;
+  if (path == Path::vxrelay) c.hostCpu = cpu;
+  return c;
+}
+
+// A broadcast of a type nobody answers, `size` bytes from the MAC addresses on.
+std::vector<uint8_t> userFrame(size_t size, uint8_t srcLast) {
+  std::vector<uint8_t> f = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x02, 0, 0, 0, 0x10, srcLast};
+  TestSupport::push16(f, kUserType);
+  f.resize(size, 0xa5);
+  return f;
+}
+
+void copyMac(const std::string& text, uint8_t* to) {
+  unsigned b[6];
+  if (std::sscanf(text.c_str(), "%x:%x:%x:%x:%x:%x", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5]) !=
+      6) {
+    throw Lum::Exception("not a MAC address: " + text);
+  }
+  for (int i = 0; i < 6; ++i) to[i] = static_cast<uint8_t>(b[i]);
+}
+
+nlohmann::json linkJson(const Port& port, const char* options) {
+  const auto [status, out] =
+      TestSupport::run("ip -n " + port.netns + " " + options + " -j link show dev " + port.device);
+  if (status != 0) throw Lum::Exception("ip link show " + port.device + ": " + out);
+  return nlohmann::json::parse(out).at(0);
+}
+
+}  // namespace
+
+const char* name(Direction d) {
+  return d == Direction::r2l ? "R2L" : "L2R";
+}
+
+const char* name(Path p) {
+  return p == Path::vxrelay ? "vxrelay" : "kernel";
+}
+
+uint64_t rxPackets(const Port& port) {
+  return linkJson(port, "-s").at("stats64").at("rx").at("packets").get<uint64_t>();
+}
+
+BenchTopology::BenchTopology(Path path, int pathCpu, int generatorCpu)
+    : path_(path), topo_(configFor(path, pathCpu)) {
+  // Should a step throw, topo_ (whole by now) removes everything on the way out.
+  if (path_ == Path::kernel) addKernelVtep();
+  // The remote VTEP's address resolved for good: no ARP exchange inside a measurement.
+  topo_.ip(topo_.switchNs(), "neigh replace " + topo_.remoteVtepAddr(0) + " lladdr " +
+                                 mac(topo_.remoteNs(0), topo_.remoteUnderlayDevice(0)) + " dev " +
+                                 topo_.underlayDevice() + " nud permanent");
+  steerTo(pathCpu, generatorCpu);
+  if (path_ == Path::vxrelay) topo_.startHost();
+}
+
+void BenchTopology::addKernelVtep() {
+  const std::string& ns = topo_.switchNs();
+  const auto& c = topo_.config();
+  // No learning: the remote is the default destination, as the agent's flood list has it.
+  topo_.ip(ns, std::string("link add name ") + kKernelVtep + " type vxlan id " +
+                   std::to_string(c.vni.value()) + " remote " + topo_.remoteVtepAddr(0) +
+                   " local " + TestSupport::SwitchTopology::kVtepAddr + " dstport " +
+                   std::to_string(c.udpPort) + " ttl " + std::to_string(c.ttl) + " dev " +
+                   topo_.underlayDevice() + " nolearning");
+  topo_.ip(ns, std::string("link add name ") + kKernelBridge + " type bridge stp_state 0");
+  topo_.ip(ns,
+           std::string("link add name ") + kKernelPort + " type veth peer name " + kKernelPortPeer);
+  for (const char* port : {kKernelVtep, kKernelPort}) {
+    topo_.ip(ns, std::string("link set ") + port + " master " + kKernelBridge + " up");
+  }
+  topo_.ip(ns, std::string("link set ") + kKernelPortPeer + " up");
+  topo_.ip(ns, std::string("link set ") + kKernelBridge + " up");
+}
+
+// Receive packet steering. A veth hands a frame to the receiving end's backlog on the
+// CPU that sends it, and that CPU's softirq carries it on through every bridge, VXLAN
+// device and veth behind, each hop queueing it in that same per-CPU backlog, unless a
+// device steers it elsewhere. The split made here:
+//
+//   path CPU       the switch's work only: the switch's receiving devices (the underlay
+//                  for R2L; "vxlan" or "kv" for L2R) steer there, and what the agent or
+//                  the kernel sends on starts there.
+//   generator CPU  the other machines: the generator, the fabric bridge (its ports steer
+//                  here), the remote VTEP's decapsulation and the far-end ports
+//                  "txraw-p" and "kv-p" (steered here).
+//
+// So the frames the switch sends on never wait in the backlog that the generator keeps
+// full in an overload, which would drop them after all the switch's work was done;
+// and the kernel path gets one CPU, as the agent does (its softirq work for the
+// agent's sockets runs on the agent's CPU too).
+void BenchTopology::steerTo(int pathCpu, int generatorCpu) {
+  const auto steer = [](const std::string& netns, const std::string& devices, int cpu) {
+    char mask[16];  // a CPU mask in hex, as the file takes it
+    std::snprintf(mask, sizeof mask, "%x", 1u << cpu);
+    TestSupport::runOrThrow("ip netns exec " + netns + " sh -c 'for d in " + devices +
+                            "; do echo " + mask +
+                            " > /sys/class/net/$d/queues/rx-0/rps_cpus; done'");
+  };
+  const std::string& ns = topo_.switchNs();
+  const std::string local =
+      path_ == Path::vxrelay ? TestSupport::SwitchTopology::kVxlanDevice : kKernelPort;
+  const std::string farEnd =
+      path_ == Path::vxrelay ? TestSupport::SwitchTopology::kTxRawPeer : kKernelPortPeer;
+  steer(ns, topo_.underlayDevice() + " " + local, pathCpu);
+  steer(ns, farEnd, generatorCpu);
+  // Every port of the fabric bridge.
+  steer(topo_.fabricNs(), "$(ls /sys/class/net | grep -v -e lo -e br0)", generatorCpu);
+}
+
+std::string BenchTopology::mac(const std::string& netns, const std::string& device) const {
+  return linkJson({netns, device}, "").at("address").get<std::string>();
+}
+
+Port BenchTopology::input(Direction d) const {
+  if (d == Direction::r2l) return {topo_.remoteNs(0), topo_.remoteUnderlayDevice(0)};
+  return {topo_.switchNs(),
+          path_ == Path::vxrelay ? TestSupport::SwitchTopology::kVxlanPeer : kKernelPortPeer};
+}
+
+Port BenchTopology::output(Direction d) const {
+  if (d == Direction::l2r) return {topo_.remoteNs(0), TestSupport::SwitchTopology::kRemoteHostPeer};
+  return {topo_.switchNs(),
+          path_ == Path::vxrelay ? TestSupport::SwitchTopology::kTxRawPeer : kKernelPortPeer};
+}
+
+std::vector<uint8_t> BenchTopology::frame(Direction d, size_t size) const {
+  const auto& c = topo_.config();
+  if (d == Direction::l2r) {
+    const std::vector<uint8_t> user = userFrame(size, 0x01);
+    if (path_ == Path::kernel) return user;
+    return TestSupport::localFrame(user, kHighPriority, 0, c.vlan.value());
+  }
+  TestSupport::VxlanFrameBuilder b;
+  b.saddr = kRemoteVtepIp;
+  b.daddr = kSwitchVtepIp;
+  b.dport = c.udpPort;
+  b.vni = c.vni.value();
+  b.inner = userFrame(size, 0x02);
+  std::vector<uint8_t> f = b.build();
+  // Addressed to the switch's underlay device, so that the fabric bridge forwards it
+  // there alone and the switch's kernel takes it as its own.
+  copyMac(mac(topo_.switchNs(), topo_.underlayDevice()), f.data());
+  copyMac(mac(topo_.remoteNs(0), topo_.remoteUnderlayDevice(0)), f.data() + 6);
+  // The kernel's IPv4 receive wants the total length and the header checksum right.
+  const uint16_t ipLen = static_cast<uint16_t>(f.size() - 14);
+  f[16] = static_cast<uint8_t>(ipLen >> 8);
+  f[17] = static_cast<uint8_t>(ipLen);
+  const uint16_t sum = TestSupport::inetChecksum(f, 14, 34);
+  f[24] = static_cast<uint8_t>(sum >> 8);
+  f[25] = static_cast<uint8_t>(sum);
+  return f;
+}
+
+}  // namespace Bench

@@ -1,0 +1,74 @@
+// Bench::BenchTopology: one switch with one remote VTEP in network namespaces
+// (TestSupport::SwitchTopology), set up for one of the two paths the benchmark
+// compares:
+//
+//   vxrelay  the agent host in the switch namespace, pinned to the path's CPU.
+//   kernel   no host; beside the switch's devices a kernel VXLAN device "kvx" (the
+//            same VNI, the remote VTEP as its default destination) and a veth "kv"
+//            <-> "kv-p", both ports of the bridge "kbr": the kernel decapsulates into
+//            "kv-p" and encapsulates what is written into "kv-p".
+//
+// Both: the remote's kernel VXLAN device "vx0" bridged to a host veth ("h0-p" counts
+// what it delivers), a permanent neighbour entry for the remote VTEP (no ARP while
+// measuring), and receive packet steering: the switch's work to the path's CPU, the
+// other machines' to the generator's (see steerTo). Where each direction's frames go in and are
+// counted:
+//
+//                  written into                    counted on
+//   R2L vxrelay    remote's underlay veth end      "txraw-p" (the agent's writes)
+//   R2L kernel     remote's underlay veth end      "kv-p"    (kvx decapsulated)
+//   L2R vxrelay    "vxlan-p", local form           remote "h0-p"
+//   L2R kernel     "kv-p", plain frame             remote "h0-p"
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tests/netns/SwitchTopology.h"
+
+namespace Bench {
+
+enum class Direction { r2l, l2r };
+enum class Path { vxrelay, kernel };
+
+const char* name(Direction d);
+const char* name(Path p);
+
+// A device in a namespace.
+struct Port {
+  std::string netns;
+  std::string device;
+};
+
+// The frames the device has received so far, from the kernel's own statistics (a veth
+// counts a frame when its peer handed it over).
+uint64_t rxPackets(const Port& port);
+
+class BenchTopology {
+ public:
+  // Builds the namespaces and the path's devices and steers the switch's receive work
+  // to `pathCpu`, the rest to `generatorCpu`; the vxrelay path starts the host on
+  // `pathCpu`. Throws with the refused command on failure, having removed it all.
+  BenchTopology(Path path, int pathCpu, int generatorCpu);
+
+  Path path() const { return path_; }
+  TestSupport::SwitchTopology& topo() { return topo_; }
+  // Where the generator writes, and where delivered frames are counted.
+  Port input(Direction d) const;
+  Port output(Direction d) const;
+  // The frame written for an inner (user) frame of `size` bytes: a VXLAN datagram from
+  // the remote for R2L, the local form (vxrelay) or the plain frame (kernel) for L2R.
+  std::vector<uint8_t> frame(Direction d, size_t size) const;
+
+ private:
+  void addKernelVtep();
+  void steerTo(int pathCpu, int generatorCpu);
+  std::string mac(const std::string& netns, const std::string& device) const;
+
+  Path path_;
+  TestSupport::SwitchTopology topo_;
+};
+
+}  // namespace Bench

@@ -1,0 +1,57 @@
+// Bench::measureCase: one direction and frame size, measured on both paths.
+//
+// A measurement warms the path up (frames until the far end counts one), lets it
+// drain, then runs the generator for the set time and waits for the queues to empty
+// before reading the far end's count again: delivered = frames counted there / the
+// generator's running time. Both loads are measured `repeat` times, the vxrelay and the
+// kernel path taking turns (vxrelay, kernel, vxrelay, kernel, ...), so that whatever
+// else the machine does in the meantime falls on both alike; each figure is the median
+// of its runs.
+//
+//   peak      the generator flat out; what arrives is the path's peak.
+//   overload  the generator at three times the path's own median peak (as far as it
+//             gets there: the rate it reached is what is reported as offered).
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#include "agent/CounterTableReader.h"
+#include "bench/netns/BenchTopology.h"
+
+namespace Bench {
+
+struct Settings {
+  std::chrono::duration<double> duration{3.0};
+  int repeat = 3;
+};
+
+// What one load did: rates in frames per second, and for the vxrelay path the frames
+// that the agent counted as written (r2lTxFrames or l2rTxFrames) beside the frames
+// the far end got, over the median run.
+struct Sample {
+  double offered = 0;
+  double delivered = 0;
+  uint64_t agentWrote = 0;
+  uint64_t farEndGot = 0;
+};
+
+struct Row {
+  Direction direction;
+  size_t size;
+  Path path;
+  Sample peak;
+  Sample overload;
+};
+
+// Measures one direction and size on both topologies; the vxrelay row first.
+std::pair<Row, Row> measureCase(BenchTopology& vxrelay, BenchTopology& kernel, Direction d,
+                                size_t size, const Settings& settings);
+
+// Whether the agent's counters add up, each direction's received frames being its
+// forwarded frames plus each of its drop counters; prints one line per direction.
+bool countersAddUp(const Vxlan::CounterTablesReading& counters);
+
+}  // namespace Bench

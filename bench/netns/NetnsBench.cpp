@@ -1,0 +1,177 @@
+// netns_bench: frames per second of the agent's two forwarding paths against the
+// kernel's own VXLAN doing the same job, in network namespaces of its own, and the
+// instructions per frame of the two per-frame functions under callgrind.
+// bench/netns/README.md says how it works and what it measured. Needs root.
+//
+//   netns_bench [--seconds S] [--repeat N] [--generator-cpu C] [--path-cpu C]
+//               [--no-callgrind | --callgrind-only]
+#include <sched.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "bench/netns/BenchTopology.h"
+#include "bench/netns/CallgrindCost.h"
+#include "bench/netns/FrameGenerator.h"
+#include "bench/netns/Measurement.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TempDir.h"
+
+namespace Bench {
+namespace {
+
+constexpr size_t kSizes[] = {64, 512};
+
+struct Options {
+  Settings settings;
+  int generatorCpu = 0;
+  int pathCpu = 1;
+  bool traffic = true;
+  bool callgrind = true;
+};
+
+void onSignal(int) {
+  FrameGenerator::interrupt();
+}
+
+// Ctrl-C or a kill ends the generator's run with an exception, so that the topologies'
+// destructors remove the namespaces, the host and the files.
+void catchStopSignals() {
+  struct sigaction sa {};
+  sa.sa_handler = onSignal;
+  sigemptyset(&sa.sa_mask);
+  for (int sig : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(sig, &sa, nullptr);
+}
+
+// The whole process runs on the generator's CPU: its own thread and every command it
+// starts. The agent host is moved to the path's CPU by `taskset` as it starts.
+void pinTo(int cpu) {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  CPU_SET(cpu, &set);
+  if (::sched_setaffinity(0, sizeof set, &set) != 0) {
+    throw std::runtime_error("cannot pin the generator to CPU " + std::to_string(cpu));
+  }
+}
+
+std::string loadAverage() {
+  const std::string text = TestSupport::fileText("/proc/loadavg");
+  return text.substr(0, text.find(' ', text.find(' ', text.find(' ') + 1) + 1));
+}
+
+void printTable(const std::vector<Row>& rows) {
+  std::printf("\n%-3s %5s %-8s %12s %12s %6s | %12s %12s %7s\n", "dir", "bytes", "mode",
+              "offered pps", "delivered", "ratio", "ovl offered", "ovl deliv.", "% peak");
+  for (size_t i = 0; i + 1 < rows.size(); i += 2) {
+    const double ratio = rows[i].peak.delivered / std::max(rows[i + 1].peak.delivered, 1.0);
+    for (const Row& r : {rows[i], rows[i + 1]}) {
+      const double pct = 100.0 * r.overload.delivered / std::max(r.peak.delivered, 1.0);
+      std::printf("%-3s %5zu %-8s %12.0f %12.0f %6s | %12.0f %12.0f %6.1f%%\n", name(r.direction),
+                  r.size, name(r.path), r.peak.offered, r.peak.delivered,
+                  r.path == Path::vxrelay ? std::to_string(ratio).substr(0, 5).c_str() : "",
+                  r.overload.offered, r.overload.delivered, pct);
+    }
+  }
+  std::printf(
+      "(ratio: vxrelay / kernel delivered at peak; %% peak: delivered under overload as "
+      "a share of the same path's peak)\n");
+}
+
+bool runTraffic(const Options& opt) {
+  std::printf(
+      "netns_bench: %.1f s per run, %d runs per figure, generator on CPU %d, paths on "
+      "CPU %d, load average %s\n",
+      opt.settings.duration.count(), opt.settings.repeat, opt.generatorCpu, opt.pathCpu,
+      loadAverage().c_str());
+  BenchTopology vxrelay(Path::vxrelay, opt.pathCpu, opt.generatorCpu);
+  BenchTopology kernel(Path::kernel, opt.pathCpu, opt.generatorCpu);
+  std::vector<Row> rows;
+  for (Direction d : {Direction::r2l, Direction::l2r}) {
+    for (size_t size : kSizes) {
+      const auto [v, k] = measureCase(vxrelay, kernel, d, size, opt.settings);
+      rows.push_back(v);
+      rows.push_back(k);
+    }
+  }
+  printTable(rows);
+  std::printf("load average at the end: %s\n", loadAverage().c_str());
+  const bool ok = countersAddUp(vxrelay.topo().counters());
+  if (!vxrelay.topo().hostRunning()) {
+    std::printf("the agent host has stopped: %s\n", vxrelay.topo().hostOutput().c_str());
+    return false;
+  }
+  return ok;
+}
+
+void runCallgrind() {
+  if (!haveValgrind()) {
+    std::printf(
+        "\ncallgrind: valgrind is not installed (scripts/install-deps.sh bench): skipped\n");
+    return;
+  }
+  struct Target {
+    const char* program;
+    const char* function;
+    const char* filterFormat;
+  };
+  const Target targets[] = {
+      {R2L_FRAME_PATH_BENCH, "R2L::decapFrame", "BM_R2LDecapFrame/%zu$"},
+      {L2R_FRAME_PATH_BENCH, "L2R::encapFrame", "BM_L2REncapFrame/bytes:%zu/vteps:1$"},
+  };
+  TestSupport::TempDir dir("vxbench");
+  std::printf("\ninstructions per frame under callgrind (inclusive Ir / calls):\n");
+  for (const Target& t : targets) {
+    for (size_t size : kSizes) {
+      char filter[64];
+      std::snprintf(filter, sizeof filter, t.filterFormat, size);
+      const CallCost c =
+          callgrindCost(t.program, filter, std::string(t.function) + "(", dir.path().string());
+      std::printf("  %-16s %4zu B  %7.1f instructions/frame  (%llu calls)\n", t.function, size,
+                  c.perCall(), static_cast<unsigned long long>(c.calls));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace Bench
+
+int main(int argc, char** argv) {
+  Bench::Options opt;
+  double seconds = opt.settings.duration.count();
+  bool noCallgrind = false;
+  bool callgrindOnly = false;
+  CLI::App app{"vxrelay against the kernel's VXLAN in network namespaces (needs root)"};
+  app.add_option("--seconds", seconds, "generator time per run")->check(CLI::Range(0.1, 60.0));
+  app.add_option("--repeat", opt.settings.repeat, "runs per figure")->check(CLI::Range(1, 20));
+  app.add_option("--generator-cpu", opt.generatorCpu, "the generator's CPU");
+  app.add_option("--path-cpu", opt.pathCpu, "the agent host's (or the kernel path's) CPU");
+  app.add_flag("--no-callgrind", noCallgrind, "skip the instruction counts");
+  app.add_flag("--callgrind-only", callgrindOnly, "only the instruction counts");
+  CLI11_PARSE(app, argc, argv);
+  opt.settings.duration = std::chrono::duration<double>(seconds);
+  opt.traffic = !callgrindOnly;
+  opt.callgrind = !noCallgrind;
+
+  try {
+    bool ok = true;
+    if (opt.traffic) {
+      if (::geteuid() != 0) {
+        std::fprintf(stderr, "netns_bench: network namespaces need root (run as root)\n");
+        return 2;
+      }
+      Bench::catchStopSignals();
+      Bench::pinTo(opt.generatorCpu);
+      ok = Bench::runTraffic(opt);
+    }
+    if (opt.callgrind) Bench::runCallgrind();
+    return ok ? 0 : 1;
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "netns_bench: %s\n", e.what());
+    return 1;
+  }
+}
