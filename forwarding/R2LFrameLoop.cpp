@@ -140,6 +140,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
     syncRemoteWatch();
     return;
   }
+  if (batch_) return handleBatch(desc);
 
   const double deadline = Lum::now() + maxProcessTime_;
   const R2L::FrameFilter filter = frameFilter();

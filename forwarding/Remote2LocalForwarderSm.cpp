@@ -4,6 +4,7 @@
 #include "forwarding/Remote2LocalForwarderSm.h"
 
 #include "forwarding/ForwardingTrace.h"
+#include "forwarding/TestMode.h"
 #include "platform/core/Reconcile.h"
 #include "platform/trace/RingLog.h"
 
@@ -98,6 +99,7 @@ Remote2LocalForwarderSm::LumVtiStatusSm::LumVtiStatusSm(
   notifierIs(status);
   isRegisteredNotifieeIs(true);
   if (parent_ && parent_->vxHwStatusDir()) syncVxHwStatusSm(parent_->vxHwStatusDir().ptr());
+  if (FAST_MODE) batchModeIs(true);
   handleInitialized();
 }
 

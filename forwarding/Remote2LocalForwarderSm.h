@@ -27,7 +27,12 @@
 // is R2LFramePath.h.
 #pragma once
 
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+
 #include <cstdint>
+#include <memory>
 
 #include "agent/VxlanAgentCounter.h"
 #include "forwarding/R2LFramePath.h"
@@ -134,6 +139,25 @@ class Remote2LocalForwarderSm : public VtiStatusDir::NotifieeConst {
   // Last, so that the machines go first and still find the inputs while they die.
   Lum::Collection<Remote2LocalForwarderSm, LumVtiStatusSm, Wire::IntfId, Lum::Ptr<const VtiStatus>>
       vtiStatusSm_{this, "Vxlan::Remote2LocalForwarderSm::vtiStatusSm", {"vtiStatus"}};
+};
+
+// The frames of one batched read of the remote socket and the writes made of them:
+// allocated once per machine in batch mode, so the frame path allocates nothing.
+struct R2LBatch {
+  static constexpr unsigned kFrames = 32;
+  static constexpr uint32_t kFrameBytes = 10000;
+
+  R2LBatch();
+  uint8_t frames[kFrames][kFrameBytes];
+  iovec inIov[kFrames];
+  mmsghdr in[kFrames];
+  iovec outIov[kFrames];
+  mmsghdr out[kFrames];
+  sockaddr_un testAddr;
+  // Frames read so far and the next one to handle: a run that its budget ends keeps
+  // the rest for the next run.
+  unsigned count = 0;
+  unsigned next = 0;
 };
 
 class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
@@ -305,6 +329,9 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
 
   // The frame loop: reads `desc` until it is drained or the time budget is spent.
   void handleFileDescriptor(int32_t desc);
+  // Batch mode (FAST_MODE at construction): many frames to a read and to a write.
+  void batchModeIs(bool on);
+  bool batchMode() const { return batch_ != nullptr; }
   // Writes a decapsulated frame to localSock; reopens the socket once on ENETDOWN.
   // Returns what the write returned (with its errno), or 0 for a length that is not
   // positive.
@@ -331,6 +358,10 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
     return r ? r->VniToVlanMap::NotifieeConst::notifier().ptr() : nullptr;
   }
   Lum::SysResult sendFrame(const uint8_t* frame, int32_t len);
+  void handleBatch(int32_t desc);
+  // Writes the `n` frames queued in the batch; false when a write failed (the run
+  // ends, as one frame at a time).
+  bool flushBatch(unsigned n);
   // A frame read: its dump, the receive counters and trace.
   void countReceived(const uint8_t* buf, uint32_t len);
   // The one exit of a dropped frame: traces, writes the ring record and counts, as the
@@ -379,6 +410,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   // Set when the kernel reports "txraw" gone, cleared when it is back: while set, a
   // rebuilt remote socket waits, unwatched, for the device to bring the pair back.
   bool txRawGone_ = false;
+  std::unique_ptr<R2LBatch> batch_;
 };
 
 }  // namespace Vxlan

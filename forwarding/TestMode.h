@@ -1,5 +1,5 @@
-// The test modes of the two forwarding directions, read once when the program is
-// loaded: VXLAN_R2L_TEST and VXLAN_L2R_TEST make them true when present at all,
+// The load-time switches of the two forwarding directions, read once when the
+// program is loaded. Test modes: VXLAN_R2L_TEST and VXLAN_L2R_TEST make them true when present at all,
 // whatever their value. In test mode a direction exchanges frames over Unix datagram
 // sockets with paths named by the process id instead of raw sockets on devices.
 #pragma once
@@ -11,6 +11,10 @@ namespace Vxlan {
 
 extern const bool R2L_TEST;
 extern const bool L2R_TEST;
+// The batched frame loops (VXRELAY_FAST_MODE present, whatever its value): frames are
+// read and written many to a system call, each still through the same per-frame
+// function, counters, traces and time budget.
+extern const bool FAST_MODE;
 
 // The Unix address of a test-mode socket: `format` with the process id for its "%d",
 // cut to the 108-byte path field. Returns the address length, the whole structure

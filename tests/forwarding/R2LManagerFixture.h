@@ -71,6 +71,16 @@ class FakeRawSockets : public Lum::SysCalls {
     if (failWriteOnce) return {-1, std::exchange(failWriteOnce, 0)};
     return SysCalls::write(fd, buf, len);
   }
+  // A batch write: `shortSendOnce` frames of the next one go out, then the following
+  // write fails with `failSendAfterShort`.
+  int sendmmsg(int fd, mmsghdr* msgs, unsigned int count, int flags) override {
+    if (failNextSend) return errno = std::exchange(failNextSend, 0), -1;
+    if (shortSendOnce) {
+      count = std::min(count, std::exchange(shortSendOnce, 0u));
+      failNextSend = failSendAfterShort;
+    }
+    return SysCalls::sendmmsg(fd, msgs, count, flags);
+  }
   size_t openCount() const { return peer_.size(); }
   bool isOpen(int fd) const { return peer_.count(fd) != 0; }
   int peer(int fd) const { return peer_.at(fd); }
@@ -82,6 +92,9 @@ class FakeRawSockets : public Lum::SysCalls {
   int opened = 0;
   int failBind = 0;       // errno of every bind of a packet socket while set
   int failWriteOnce = 0;  // errno of the next write
+  unsigned shortSendOnce = 0;
+  int failSendAfterShort = 0;
+  int failNextSend = 0;
 
  private:
   std::map<int, int> peer_;

@@ -245,5 +245,58 @@ TEST_F(Remote2LocalFrameTest, SendErrorEndsTheRun) {
   EXPECT_EQ(written().size(), 1u);
 }
 
+// Batch mode keeps the per-frame semantics: the same frames in the same order and the
+// same counters as one at a time; the budget ends a batch between frames and the rest
+// follows in order without a new datagram; a short batch write is accounted frame by
+// frame.
+TEST_F(Remote2LocalFrameTest, BatchModeKeepsPerFrameSemantics) {
+  std::vector<VxlanFrameBuilder> mix(6);
+  mix[1].inner.resize(5);      // too short behind the VXLAN header
+  mix[2].vni = 99;             // no VLAN
+  mix[3].daddr = 0x0a000009;   // not for this VTEP
+  mix[4].tagged = true;        // written like the first
+  mix[5].inner.back() = 0x77;  // told apart from the first
+  const auto runAll = [&] {
+    const Counts before = counts();
+    for (const auto& b : mix) send(b.build());
+    run();
+    return std::pair{written(), moved(before)};
+  };
+  const auto single = runAll();
+  sm()->batchModeIs(true);
+  const auto batched = runAll();
+  EXPECT_EQ(batched, single);
+  EXPECT_EQ(batched.first.size(), 3u);
+
+  {
+    SteppingTime time(0.06);
+    Lum::ScopedTimeSource scope(time);
+    Frames expected;
+    for (int i = 0; i < 3; ++i) {
+      VxlanFrameBuilder b;
+      b.inner.back() = static_cast<uint8_t>(i);
+      send(b.build());
+      expected.push_back(txRaw(b, 10, 0x0102));
+    }
+    const Counts before = counts();
+    run();
+    EXPECT_TRUE(remoteDrained());
+    EXPECT_EQ(written(), expected) << "the frames left in the batch follow, in order";
+    EXPECT_EQ(moved(before)[4], (std::pair{r2lTimeBudgetExpired, uint64_t{1}}));
+  }
+
+  sys_.shortSendOnce = 1;
+  sys_.failSendAfterShort = EMSGSIZE;
+  const Counts before = counts();
+  for (int i = 0; i < 3; ++i) send(mix[0].build());
+  run();
+  EXPECT_EQ(written().size(), 1u);
+  EXPECT_EQ(moved(before), (Moved{{r2lRxBytes, 3 * mix[0].build().size()},
+                                  {r2lRxFrames, 3},
+                                  {r2lTxBytes, mix[0].inner.size() + 8},
+                                  {r2lTxFrames, 1},
+                                  {r2lSocketErrors, 2}}));
+}
+
 }  // namespace
 }  // namespace Vxlan

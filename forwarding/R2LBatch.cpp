@@ -1,0 +1,125 @@
+// The batched frame loop of the remote-to-local machine: up to 32 frames to one
+// recvmmsg and the frames made of them to one sendmmsg. Each frame goes through the
+// same R2L::decapFrame, the same counters, traces and drop exit as one at a time; the
+// budget is tested after each frame that is to be written, so it ends a batch between
+// frames, and frames already read wait in the batch for the next run, in order.
+#include <cerrno>
+
+#include "forwarding/ForwardingTrace.h"
+#include "forwarding/Remote2LocalForwarderSm.h"
+#include "forwarding/TestMode.h"
+#include "platform/loop/EventLoop.h"
+#include "platform/os/TimeSource.h"
+#include "platform/trace/RingLog.h"
+
+namespace Vxlan {
+
+using Sm = Remote2LocalForwarderSm::LumVtiStatusSm;
+
+R2LBatch::R2LBatch() {
+  for (unsigned i = 0; i < kFrames; ++i) {
+    inIov[i] = {frames[i], kFrameBytes};
+    in[i] = {};
+    in[i].msg_hdr.msg_iov = &inIov[i];
+    in[i].msg_hdr.msg_iovlen = 1;
+    out[i] = {};
+    out[i].msg_hdr.msg_iov = &outIov[i];
+    out[i].msg_hdr.msg_iovlen = 1;
+  }
+  // In test mode the frames go to a Unix address rather than a bound device.
+  if (R2L_TEST) {
+    const socklen_t len = testModeAddress(testAddr, "./VxlanR2LSM-outbound-%d");
+    for (mmsghdr& m : out) {
+      m.msg_hdr.msg_name = &testAddr;
+      m.msg_hdr.msg_namelen = len;
+    }
+  }
+}
+
+void Sm::batchModeIs(bool on) {
+  if (on == batchMode()) return;
+  batch_ = on ? std::make_unique<R2LBatch>() : nullptr;
+}
+
+void Sm::handleBatch(int32_t desc) {
+  R2LBatch& b = *batch_;
+  const double deadline = Lum::now() + maxProcessTime_;
+  const R2L::FrameFilter filter = frameFilter();
+  Lum::SysCalls& sys = Lum::sysCalls();
+  for (;;) {
+    if (b.next == b.count) {
+      const int n = sys.recvmmsg(desc, b.in, R2LBatch::kFrames, MSG_DONTWAIT, nullptr);
+      if (n < 0) {
+        if (errno != EAGAIN && errno != EWOULDBLOCK) dropFrame(R2L::Drop::readError, 0, 0, errno);
+        return;
+      }
+      b.count = static_cast<unsigned>(n);
+      b.next = 0;
+    }
+    unsigned queued = 0;
+    bool spent = false;
+    while (b.next < b.count && !spent) {
+      uint8_t* buf = b.frames[b.next];
+      const uint32_t len = b.in[b.next++].msg_len;
+      countReceived(buf, len);
+      const R2L::Decap d = R2L::decapFrame(buf, len, filter);
+      if (d.drop != R2L::Drop::tooShort && d.drop != R2L::Drop::empty) traceHeaders(buf, d);
+      if (!d.forwarded()) {
+        dropFrame(d.drop, len, d.detail, 0);
+        continue;
+      }
+      b.outIov[queued++] = {buf + d.offset, d.length};
+      spent = Lum::now() > deadline;
+    }
+    const bool written = flushBatch(queued);
+    if (spent) {
+      vxlanCounterInc(VxlanCounterId::r2lTimeBudgetExpired, 1);
+      // Frames already read are not in the socket any more: no readable event will
+      // bring them back, so the next run is asked for here.
+      if (b.next < b.count) {
+        Lum::Ptr<Sm> self(this);
+        Lum::eventLoop().defer([self] {
+          if (self->batch_ && self->remoteSock_ != -1)
+            self->handleFileDescriptor(self->remoteSock_);
+        });
+      }
+      return;
+    }
+    // A short read means the socket is drained: no read that can only fail.
+    if (!written || b.count < R2LBatch::kFrames) return;
+  }
+}
+
+bool Sm::flushBatch(unsigned n) {
+  R2LBatch& b = *batch_;
+  unsigned done = 0;
+  bool reopened = false;
+  while (done < n) {
+    for (unsigned i = done; i < n; ++i) b.out[i].msg_len = 0;
+    const int sent = Lum::sysCalls().sendmmsg(localSock_, b.out + done, n - done, 0);
+    const int err = sent < 0 ? errno : 0;
+    for (int i = 0; i < sent; ++i) {
+      const uint32_t bytes = b.out[done + static_cast<unsigned>(i)].msg_len;
+      vxlanCounterInc(VxlanCounterId::r2lTxFrames, 1);
+      vxlanCounterInc(VxlanCounterId::r2lTxBytes, bytes);
+    }
+    if (sent > 0) {
+      done += static_cast<unsigned>(sent);
+      continue;
+    }
+    if (err == ENETDOWN && !reopened) {
+      // The device went down and came back under the socket: a new one, once.
+      createLocalSocket();
+      reopened = true;
+      continue;
+    }
+    // Each frame that was not written is dropped and counted as one at a time would.
+    for (unsigned i = done; i < n; ++i) {
+      dropFrame(R2L::Drop::sendError, static_cast<uint32_t>(b.outIov[i].iov_len), 0, err);
+    }
+    return false;
+  }
+  return true;
+}
+
+}  // namespace Vxlan
