@@ -144,6 +144,7 @@ void Sm::handleFrames(int32_t localSock, int32_t remoteSock) {
     return;
   }
   if (!operUp()) return;
+  if (L2RBatch* b = batchFor(localSock)) return handleFramesBatch(localSock, remoteSock, *b);
   const bool hi = localSock == localSockHi_;
   const double deadline = Lum::now() + (hi ? maxProcessTimeHi_ : maxProcessTimeLo_);
   const L2R::EncapFilter filter = encapFilter();
@@ -154,47 +155,67 @@ void Sm::handleFrames(int32_t localSock, int32_t remoteSock) {
     L2R_TRACE(7, "() read " << got.rc << " bytes");
     if (got.failed()) {
       if (got.err == EAGAIN || got.err == EWOULDBLOCK) {
-        if (hi) highPriorityNotFinishedIs(false);
+        if (hi) highPriorityDrained();
       } else {
         dropFrame(Drop::readError, 0, got.err);
       }
       return;
     }
-    const uint32_t len = static_cast<uint32_t>(got.rc);
-    vxlanCounterInc(Id::l2rRxFrames, 1);
-    vxlanCounterInc(Id::l2rRxBytes, len);
-    vxlanCounterInc(hi ? Id::l2rRxHiFrames : Id::l2rRxLoFrames, 1);
-    vxlanCounterInc(hi ? Id::l2rRxHiBytes : Id::l2rRxLoBytes, len);
-
-    const L2R::Encap e = L2R::encapFrame(buf, len, filter);
-    if (!e.forwarded()) {
-      dropFrame(e.drop, e.detail, 0);
-      continue;
-    }
-    traceAccepted(e);
-    uint8_t* frame = buf.bytes() + e.frameOffset();
-    uint32_t hostIp = 0;
-    const Lum::Ptr<const BumVtepList> list =
-        getRemoteVtepAddr(Wire::EthAddr::fromBytes(frame), e.vlan, hostIp);
-    const size_t listSize = list ? list->remoteVtepAddrSize() : 0;
-    L2R_TRACE(7, "L2RSm() total dest vteps: " << listSize + (hostIp != 0 ? 1 : 0));
-    if (hostIp == 0 && listSize == 0) {
-      dropFrame(Drop::noDestination, e.vlan, 0);
-      continue;
-    }
-    vxlanCounterInc(Id::l2rForwardFrames, 1);
-    vxlanCounterInc(Id::l2rForwardBytes, len);
-    const Wire::IpAddr host = Wire::IpAddr::fromHostOrder(hostIp);
-    sendToDestinations(buf.bytes(), e, remoteSock, hostIp != 0 ? &host : nullptr, list.ptr());
-
     // Only a forwarded frame looks at the clock; what is left waits in the socket.
-    if (Lum::now() > deadline) {
-      vxlanCounterInc(Id::l2rTimeBudgetExpired, 1);
-      L2R_TRACE(7, "Timeout");
-      if (hi) highPriorityNotFinishedIs(true);
+    if (forwardFrame(buf, static_cast<uint32_t>(got.rc), hi, filter, remoteSock, nullptr) &&
+        Lum::now() > deadline) {
+      budgetSpent(hi);
       return;
     }
   }
+}
+
+bool Sm::forwardFrame(L2R::FrameBuffer& buf, uint32_t len, bool hi, const L2R::EncapFilter& filter,
+                      int32_t remoteSock, L2RBatch* batch) {
+  vxlanCounterInc(Id::l2rRxFrames, 1);
+  vxlanCounterInc(Id::l2rRxBytes, len);
+  vxlanCounterInc(hi ? Id::l2rRxHiFrames : Id::l2rRxLoFrames, 1);
+  vxlanCounterInc(hi ? Id::l2rRxHiBytes : Id::l2rRxLoBytes, len);
+
+  const L2R::Encap e = L2R::encapFrame(buf, len, filter);
+  if (!e.forwarded()) {
+    dropFrame(e.drop, e.detail, 0);
+    return false;
+  }
+  traceAccepted(e);
+  uint8_t* frame = buf.bytes() + e.frameOffset();
+  uint32_t hostIp = 0;
+  const Lum::Ptr<const BumVtepList> list =
+      getRemoteVtepAddr(Wire::EthAddr::fromBytes(frame), e.vlan, hostIp);
+  const size_t listSize = list ? list->remoteVtepAddrSize() : 0;
+  L2R_TRACE(7, "L2RSm() total dest vteps: " << listSize + (hostIp != 0 ? 1 : 0));
+  if (hostIp == 0 && listSize == 0) {
+    dropFrame(Drop::noDestination, e.vlan, 0);
+    return false;
+  }
+  vxlanCounterInc(Id::l2rForwardFrames, 1);
+  vxlanCounterInc(Id::l2rForwardBytes, len);
+  uint8_t* hdr = buf.bytes() + e.offset;
+  const auto toVtep = [&](Wire::IpAddr addr) {
+    if (ownAddress(addr)) return;
+    if (batch) {
+      queueToVtep(*batch, hdr, e, remoteSock, addr);
+    } else {
+      sendToVtep(hdr, e, remoteSock, addr);
+    }
+  };
+  // hostIp first, then the list in its order.
+  if (hostIp != 0) toVtep(Wire::IpAddr::fromHostOrder(hostIp));
+  if (list) {
+    for (const auto& [addr, member] : list->remoteVtepAddr()) toVtep(addr);
+  }
+  return true;
+}
+
+void Sm::budgetSpent(bool hi) {
+  vxlanCounterInc(Id::l2rTimeBudgetExpired, 1);
+  L2R_TRACE(7, "Timeout");
+  if (hi) highPriorityNotFinishedIs(true);
 }
 
 void Sm::traceAccepted(const L2R::Encap& e) {
@@ -213,60 +234,65 @@ void Sm::traceAccepted(const L2R::Encap& e) {
                         << e.srcIfIndex);
 }
 
-uint32_t Sm::sendToDestinations(uint8_t* buf, const L2R::Encap& e, int32_t remoteSock,
-                                const Wire::IpAddr* hostIp, const BumVtepList* list) {
-  uint8_t* hdr = buf + e.offset;
-  uint32_t reached = 0;
-  if (hostIp && sendToVtep(hdr, e, remoteSock, *hostIp)) ++reached;
-  if (!list) return reached;
-  for (auto it = list->remoteVtepAddr().begin(); it != list->remoteVtepAddr().end(); ++it) {
-    if (sendToVtep(hdr, e, remoteSock, it->first)) ++reached;
-  }
-  return reached;
-}
-
-bool Sm::sendToVtep(uint8_t* hdr, const L2R::Encap& e, int32_t remoteSock, Wire::IpAddr addr) {
+bool Sm::ownAddress(Wire::IpAddr addr) const {
   const VtiStatus* s = status();
   if (s && addr == s->localVtepAddr()) {
     L2R_TRACE(7, "L2RSm() skipped sendto localVtep " << addr);
-    return false;
+    return true;
   }
   if (s && addr == s->vArpVtepAddr()) {
     L2R_TRACE(7, "L2RSm() skipped sendto vArpVtep " << addr);
-    return false;
+    return true;
   }
+  return false;
+}
+
+void Sm::sendToVtep(uint8_t* hdr, const L2R::Encap& e, int32_t remoteSock, Wire::IpAddr addr) {
   L2R::destinationIs(hdr, addr);
+  const sockaddr_in to = vtepAddress(hdr, addr);
+  dumpBuf("L2RSm encaped frame", hdr, e.length);
+  const Lum::SysResult sent = Lum::sysCalls().sendto(
+      remoteSock, hdr, e.length, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+  L2R_TRACE(7, "L2RSm() sendto " << addr << " returned " << sent.rc);
+  sentToVtep(sent.failed() ? sent.err : 0, remoteSock, addr, e.length);
+  if (!sent.failed() && e.arpFlag)
+    sendToArpResolver(hdr, hdr + L2R::kOuterHdrLen, e.length, e.vlan);
+}
+
+sockaddr_in Sm::vtepAddress(const uint8_t* hdr, Wire::IpAddr addr) {
   sockaddr_in to;
   std::memset(&to, 0, sizeof to);
   to.sin_family = AF_INET;
   std::memcpy(&to.sin_port, hdr + 22, sizeof to.sin_port);
   to.sin_addr.s_addr = addr.value();
-  dumpBuf("L2RSm encaped frame", hdr, e.length);
-  const Lum::SysResult sent = Lum::sysCalls().sendto(
-      remoteSock, hdr, e.length, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
-  L2R_TRACE(7, "L2RSm() sendto " << addr << " returned " << sent.rc);
-  if (sent.failed()) {
-    const Id id = sent.err != ENOBUFS           ? Id::l2rSendErrors
+  return to;
+}
+
+void Sm::sentToVtep(int err, int32_t remoteSock, Wire::IpAddr addr, uint32_t bytes) {
+  if (err != 0) {
+    const Id id = err != ENOBUFS                ? Id::l2rSendErrors
                   : remoteSock == remoteSockHi_ ? Id::l2rSendNoBufHi
                                                 : Id::l2rSendNoBufLo;
     vxlanCounterInc(id, 1);
-    L2R_TRACE(0, "send error: " << std::strerror(sent.err));
-    RINGLOG(0, "L2RSm(%s) send error to %08x: %d", intfId_.stringValue().view(),
-            addr.hostOrder(), sent.err);
-    return false;
+    L2R_TRACE(0, "send error: " << std::strerror(err));
+    RINGLOG(0, "L2RSm(%s) send error to %08x: %d", intfId_.stringValue().view(), addr.hostOrder(),
+            err);
+    return;
   }
   vxlanCounterInc(Id::l2rTxFrames, 1);
-  vxlanCounterInc(Id::l2rTxBytes, e.length);
-  if (e.arpFlag) sendToArpResolver(hdr, e);
-  return true;
+  vxlanCounterInc(Id::l2rTxBytes, bytes);
 }
 
-void Sm::sendToArpResolver(const uint8_t* hdr, const L2R::Encap& e) {
+void Sm::sendToArpResolver(const uint8_t* hdr, const uint8_t* frame, uint32_t length,
+                           uint32_t vlan) {
   ArpResolverMsg msg{};
   msg.tag.valueIs(ArpResolverMsg::kTag);
-  msg.vlan.valueIs(static_cast<uint16_t>(e.vlan));
+  msg.vlan.valueIs(static_cast<uint16_t>(vlan));
   msg.eth.typeOrLen.valueIs(Wire::kEthTypeIpv4);
-  std::memcpy(msg.packet, hdr, std::min<uint32_t>(e.length, ArpResolverMsg::kPacketBytes));
+  // The packet's first bytes: the outer header, then the frame behind it.
+  const uint32_t copied = std::min<uint32_t>(length, ArpResolverMsg::kPacketBytes);
+  std::memcpy(msg.packet, hdr, L2R::kOuterHdrLen);
+  std::memcpy(msg.packet + L2R::kOuterHdrLen, frame, copied - L2R::kOuterHdrLen);
   vxlanCounterInc(Id::l2rArpResolverFrames, 1);
   sockaddr_un addr;
   socklen_t addrLen;

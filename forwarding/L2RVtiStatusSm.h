@@ -11,9 +11,43 @@
 //                              a third source of frames, served with the low budget.
 #pragma once
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+#include <memory>
+
 #include "forwarding/Local2RemoteForwarderSm.h"
 
 namespace Vxlan {
+
+// The frames of one batched read of a local socket and the packets queued for one
+// batched write: allocated once per socket in batch mode, so the path allocates
+// nothing. A message is the outer header (its own copy, since each destination has
+// its own address) and the user frame, which stays where it was read.
+struct L2RBatch {
+  static constexpr unsigned kFrames = 16;
+  static constexpr unsigned kMsgs = 64;
+
+  L2RBatch();
+  L2R::FrameBuffer frames[kFrames];
+  iovec inIov[kFrames];
+  mmsghdr in[kFrames];
+  // Frames read so far and the next to handle: a run that its budget ends keeps the
+  // rest for the next run, in order.
+  unsigned count = 0;
+  unsigned next = 0;
+
+  uint8_t hdrs[kMsgs][L2R::kOuterHdrLen];
+  iovec outIov[kMsgs][2];
+  sockaddr_in to[kMsgs];
+  mmsghdr out[kMsgs];
+  struct Meta {
+    uint32_t vlan;
+    bool arpFlag;
+  } meta[kMsgs];
+  unsigned queued = 0;
+};
 
 class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
                                                 private L2R::ArpRequestHook {
@@ -128,6 +162,10 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   void doConnectSockets();
   void doDisconnectSockets();
 
+  // Batch mode (FAST_MODE at construction): many frames to a read and to a write.
+  void batchModeIs(bool on);
+  bool batchMode() const { return batches_[0] != nullptr; }
+
   // The frame path.
   void handleFileDescriptorHi();
   void handleFileDescriptorLo();
@@ -165,11 +203,28 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   // drop table's row for `why` says.
   void dropFrame(L2R::Drop why, uint32_t detail, int err);
   void traceAccepted(const L2R::Encap& e);
-  // Sends the packet that encapFrame built to each destination; the ones reached.
-  uint32_t sendToDestinations(uint8_t* buf, const L2R::Encap& e, int32_t remoteSock,
-                              const Wire::IpAddr* hostIp, const BumVtepList* list);
-  bool sendToVtep(uint8_t* hdr, const L2R::Encap& e, int32_t remoteSock, Wire::IpAddr addr);
-  void sendToArpResolver(const uint8_t* hdr, const L2R::Encap& e);
+  // One frame read: counted, encapsulated, its destinations chosen, and sent to each
+  // (or queued in `batch`); whether it was forwarded (only those test the budget).
+  bool forwardFrame(L2R::FrameBuffer& buf, uint32_t len, bool hi, const L2R::EncapFilter& filter,
+                    int32_t remoteSock, L2RBatch* batch);
+  void budgetSpent(bool hi);
+  // The high socket drained: low work may go on (and the batches' frames with it).
+  void highPriorityDrained();
+  // The local VTEP address or the virtual one: never sent to.
+  bool ownAddress(Wire::IpAddr addr) const;
+  void sendToVtep(uint8_t* hdr, const L2R::Encap& e, int32_t remoteSock, Wire::IpAddr addr);
+  static sockaddr_in vtepAddress(const uint8_t* hdr, Wire::IpAddr addr);
+  // A send's outcome in the counters and traces; `err` 0 for success.
+  void sentToVtep(int err, int32_t remoteSock, Wire::IpAddr addr, uint32_t bytes);
+  // `hdr`: the 36-byte outer header; `frame`: the user frame behind it.
+  void sendToArpResolver(const uint8_t* hdr, const uint8_t* frame, uint32_t length, uint32_t vlan);
+  // Batch mode: see L2RBatch.cpp.
+  L2RBatch* batchFor(int32_t localSock) const;
+  void handleFramesBatch(int32_t localSock, int32_t remoteSock, L2RBatch& b);
+  void queueToVtep(L2RBatch& b, const uint8_t* hdr, const L2R::Encap& e, int32_t remoteSock,
+                   Wire::IpAddr addr);
+  void flushSends(L2RBatch& b, int32_t remoteSock);
+  void deferRun(int32_t localSock);
   void dumpBuf(const char* label, const uint8_t* buf, uint32_t len);
   // Closes both remote sockets without checking, after a multicast step failed.
   void dropRemoteSockets();
@@ -206,6 +261,8 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   uint32_t peerLinkIfIndex_ = 0;
   L2R::IfIndexTable dot1QTunnelIfIndex_;
   bool initialized_ = false;
+  // Batch mode: one batch for each socket frames come from (high, low, inspection).
+  std::unique_ptr<L2RBatch> batches_[3];
 };
 
 }  // namespace Vxlan

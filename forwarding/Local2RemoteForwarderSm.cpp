@@ -6,6 +6,7 @@
 #include "forwarding/ForwardingTrace.h"
 #include "forwarding/L2RVtiStatusSm.h"
 #include "forwarding/L2RVxStatusSm.h"
+#include "forwarding/TestMode.h"
 #include "platform/core/Reconcile.h"
 #include "platform/trace/RingLog.h"
 
@@ -109,6 +110,7 @@ Sm::LumVtiStatusSm(const Lum::Ptr<Lum::ActivityConfig>& activity,
   lumFwkActivityIs(activity);
   notifierIs(status);
   isRegisteredNotifieeIs(true);
+  if (FAST_MODE) batchModeIs(true);
   handleInitialized();
 }
 
@@ -139,8 +141,8 @@ void Sm::handleInitialized() {
     handleOperStatus();
   } catch (const Lum::ErrnoException& e) {
     L2R_TRACE(1, "() sockets not opened: " << e.what());
-    RINGLOG(1, "L2RSm(%s)::handleInitialized sockets not opened: %s",
-            intfId_.stringValue().view(), e.what());
+    RINGLOG(1, "L2RSm(%s)::handleInitialized sockets not opened: %s", intfId_.stringValue().view(),
+            e.what());
   }
 }
 

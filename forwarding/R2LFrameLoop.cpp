@@ -124,8 +124,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::countReceived(const uint8_t* buf, 
   vxlanCounterInc(VxlanCounterId::r2lRxFrames, 1);
   vxlanCounterInc(VxlanCounterId::r2lRxBytes, len);
   R2L_TRACE(7, "() read " << len << " bytes");
-  RINGLOG(7, "R2LSm(%s)::handleFileDescriptor() read %u bytes", intfId_.stringValue().view(),
-          len);
+  RINGLOG(7, "R2LSm(%s)::handleFileDescriptor() read %u bytes", intfId_.stringValue().view(), len);
 }
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc) {
@@ -164,8 +163,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
     const int32_t frameLen = static_cast<int32_t>(d.length);
     const Lum::SysResult sent = sendFrame(buf + d.offset, frameLen);
     R2L_TRACE(7, ") wrote " << sent.rc << " of " << frameLen << " bytes");
-    RINGLOG(7, "R2LSm(%s) wrote %zd of %d bytes", intfId_.stringValue().view(), sent.rc,
-            frameLen);
+    RINGLOG(7, "R2LSm(%s) wrote %zd of %d bytes", intfId_.stringValue().view(), sent.rc, frameLen);
     if (sent.rc != frameLen) {
       // A short write ends the run as a failure does; the rest waits in the socket.
       dropFrame(Drop::sendError, d.length, 0, sent.err);

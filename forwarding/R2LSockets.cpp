@@ -54,8 +54,8 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createLocalSocket() {
     if (index.failed()) {
       // Bound without an index for now; the device's arrival rebuilds the socket.
       R2L_TRACE(0, "() unable to lookup ifindex for txraw: " << std::strerror(index.err));
-      RINGLOG(0, "R2LSm(%s) unable to lookup ifindex for txraw: %d",
-              intfId_.stringValue().view(), index.err);
+      RINGLOG(0, "R2LSm(%s) unable to lookup ifindex for txraw: %d", intfId_.stringValue().view(),
+              index.err);
       vxlanCounterInc(VxlanCounterId::r2lSocketErrors, 1);
     }
     if (bindToDevice(sys, sock, index.failed() ? 0 : static_cast<int>(index.rc)) < 0) {

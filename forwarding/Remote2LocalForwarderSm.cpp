@@ -133,8 +133,8 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleInitialized() {
     handleOperStatus();
   } catch (const Lum::ErrnoException& e) {
     R2L_TRACE(1, "() sockets not opened: " << e.what());
-    RINGLOG(1, "R2LSm(%s)::handleInitialized sockets not opened: %s",
-            intfId_.stringValue().view(), e.what());
+    RINGLOG(1, "R2LSm(%s)::handleInitialized sockets not opened: %s", intfId_.stringValue().view(),
+            e.what());
   }
 }
 

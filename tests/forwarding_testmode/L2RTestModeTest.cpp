@@ -24,6 +24,7 @@
 
 #include "forwarding/Local2RemoteForwarderSm.h"
 #include "forwarding/TestMode.h"
+#include "platform/loop/EventLoop.h"
 #include "platform/os/TimeSource.h"
 #include "tests/support/VxlanFrameBuilder.h"
 
@@ -101,6 +102,23 @@ struct FakeNet : Lum::SysCalls {
     const auto err = sendError.find(fd);
     if (err != sendError.end()) return {-1, err->second};
     return {static_cast<ssize_t>(len), 0};
+  }
+
+  // Each message as one sendto; stops at the first failure as the kernel does.
+  int sendmmsg(int fd, mmsghdr* msgs, unsigned int count, int) override {
+    for (unsigned i = 0; i < count; ++i) {
+      const msghdr& m = msgs[i].msg_hdr;
+      Bytes joined;
+      for (size_t v = 0; v < m.msg_iovlen; ++v) {
+        const auto* p = static_cast<const uint8_t*>(m.msg_iov[v].iov_base);
+        joined.insert(joined.end(), p, p + m.msg_iov[v].iov_len);
+      }
+      const Lum::SysResult r = sendto(fd, joined.data(), joined.size(), 0,
+                                      static_cast<const sockaddr*>(m.msg_name), m.msg_namelen);
+      if (r.failed()) return i > 0 ? static_cast<int>(i) : (errno = r.err, -1);
+      msgs[i].msg_len = static_cast<unsigned>(r.rc);
+    }
+    return static_cast<int>(count);
   }
 
   std::set<int> failSocket;
@@ -453,6 +471,73 @@ TEST_F(L2RTestModeTest, LifecycleFollowsStatusGroupAndDevice) {
   vxlan.name = "vxlan";
   kni->interfaceIs(vxlan);
   EXPECT_NE(sm_->localSockHi(), -1);
+}
+
+// Batch mode keeps the per-frame semantics: the same packets to the same VTEPs, the
+// same resolver messages and counters as one at a time; a failed send costs its
+// destination only; the budget ends a batch between frames, the rest of the high
+// burst follows in deferred runs before any low frame.
+TEST_F(L2RTestModeTest, BatchModeKeepsPerFrameSemantics) {
+  floodList("00:00:00:00:00:00", {"10.99.0.2", "10.99.0.3"});
+  const auto runMix = [&] {
+    net_.sent.clear();
+    const std::vector<uint64_t> before = [&] {
+      std::vector<uint64_t> c;
+      for (uint16_t i = 0; i < kVxlanCounterIds; ++i) c.push_back(count(Id(i)));
+      return c;
+    }();
+    write("ff:ff:ff:ff:ff:ff");
+    write("ff:ff:ff:ff:ff:ff", true, 0x8000);
+    write("02:00:00:00:00:0c", true, 0, 0);  // 26 bytes: forwarded
+    write("ff:ff:ff:ff:ff:ff", false);
+    sm_->handleFileDescriptorHi();
+    sm_->handleFileDescriptorLo();
+    // In order per socket: packets to VTEPs, and resolver messages.
+    std::vector<std::pair<std::string, Bytes>> packets;
+    for (int resolver : {0, 1}) {
+      for (const auto& x : net_.sent) {
+        if ((x.fd == sm_->arpSock()) == resolver) packets.emplace_back(x.to, x.bytes);
+      }
+    }
+    std::vector<uint64_t> moved;
+    for (uint16_t i = 0; i < kVxlanCounterIds; ++i) moved.push_back(count(Id(i)) - before[i]);
+    return std::pair{packets, moved};
+  };
+  const auto single = runMix();
+  sm_->batchModeIs(true);
+  const auto batched = runMix();
+  EXPECT_EQ(batched, single);
+  EXPECT_EQ(batched.first.size(), 10u) << "four frames to two VTEPs and two resolver messages";
+
+  net_.sendError[sm_->remoteSockHi()] = ENOBUFS;
+  forward("ff:ff:ff:ff:ff:ff");
+  EXPECT_EQ(count(Id::l2rSendNoBufHi), 2u) << "each destination's failure on its own";
+  net_.sendError.clear();
+
+  // Each clock read 6 ms later: the 10 ms budget of test mode ends a run after its
+  // second forwarded frame.
+  struct Stepping : Lum::TimeSource {
+    mutable double t = 500.0;
+    double now() const override { return t += 0.006; }
+  } stepping;
+  Lum::ScopedTimeSource steps(stepping);
+  net_.sent.clear();
+  for (int i = 0; i < 5; ++i) write("ff:ff:ff:ff:ff:ff");
+  write("ff:ff:ff:ff:ff:ff", false);
+  const uint64_t budgets = count(Id::l2rTimeBudgetExpired);
+  sm_->handleFileDescriptorHi();
+  EXPECT_EQ(vtepsReached().size(), 4u) << "the budget ends the batch after two frames";
+  EXPECT_TRUE(sm_->highPriorityNotFinished());
+  // The loop runs the deferred high runs, and the low socket's readable event (its
+  // descriptor is watched) once the high socket is drained.
+  for (int pass = 0; pass < 5; ++pass) Lum::eventLoop().runOnce(0);
+  EXPECT_FALSE(sm_->highPriorityNotFinished());
+  std::vector<int> socketOrder;
+  for (const auto& x : net_.sent) socketOrder.push_back(x.fd);
+  std::vector<int> expected(10, sm_->remoteSockHi());
+  expected.insert(expected.end(), 2, sm_->remoteSockLo());
+  EXPECT_EQ(socketOrder, expected) << "the whole high burst, then the low frame";
+  EXPECT_GT(count(Id::l2rTimeBudgetExpired), budgets);
 }
 
 }  // namespace
