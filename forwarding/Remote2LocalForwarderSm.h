@@ -379,6 +379,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   // Takes the descriptor out of the readable watch, then closes the remote socket.
   void closeRemoteSocket();
   void growReceiveBuffer();
+  void keepOnlyOwnDatagrams();
   // A UDP socket on the VTEP address and port that keeps nothing: see R2LSockets.cpp.
   void openPortSink();
   void closePortSink();

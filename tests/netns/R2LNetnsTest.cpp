@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -56,6 +57,13 @@ bool isTxRawForm(const Frame& f) {
 
 class R2LNetnsTest : public TopologyTest {
  protected:
+  // In batch mode the kernel drops what the agent would filter, uncounted.
+  static bool filteredInKernel() { return std::getenv("VXRELAY_FAST_MODE") != nullptr; }
+  void expectFilteredCounted(uint64_t before) const {
+    if (!filteredInKernel()) {
+      EXPECT_GT(countAbove(VxlanCounterId::r2lFilteredFrames, before), before);
+    }
+  }
   static Frame echo() {
     return icmpEchoFrame(kSwitchSideMac, kRemoteMac, kRemoteOverlayIp, kSwitchOverlayIp, 1);
   }
@@ -152,7 +160,7 @@ TEST_F(R2LNetnsTest, OwnVtepAndUnmappedVniAreCountedNotForwarded) {
   const uint64_t tx = count(VxlanCounterId::r2lTxFrames);
   const uint64_t filtered = count(VxlanCounterId::r2lFilteredFrames);
   EXPECT_TRUE(nothingForwarded([&] { sendDatagram(kSwitchVtepIp); }));
-  EXPECT_GT(countAbove(VxlanCounterId::r2lFilteredFrames, filtered), filtered);
+  expectFilteredCounted(filtered);
 
   ASSERT_NE(topo().config().vni.value(), 5099u);
   topo().remoteVxlanDeviceIs(0, Vxlan::Vni(5099), topo().config().udpPort);
@@ -207,7 +215,7 @@ TEST_F(R2LNetnsTest, OperStatusAndUdpPortAreFollowed) {
   tx = count(VxlanCounterId::r2lTxFrames);
   const uint64_t filtered = count(VxlanCounterId::r2lFilteredFrames);
   EXPECT_TRUE(nothingForwarded(echo));
-  EXPECT_GT(countAbove(VxlanCounterId::r2lFilteredFrames, filtered), filtered);
+  expectFilteredCounted(filtered);
   EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
   topo().remoteVxlanDeviceIs(0, topo().config().vni, kOtherUdpPort);
   got = forwardedWithin(echo, kSettleLimit);
