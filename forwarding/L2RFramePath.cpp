@@ -1,5 +1,6 @@
 #include "forwarding/L2RFramePath.h"
 
+#include <bit>
 #include <cstddef>
 #include <cstring>
 
@@ -36,6 +37,15 @@ struct Bytes {
   }
   uint16_t xorHost16(uint32_t at, int words) const {
     uint16_t h = 0;
+    if (at + 2u * static_cast<uint32_t>(words) <= len) {
+      // All inside the frame: no check per word.
+      for (int i = 0; i < words; ++i) {
+        uint16_t w;
+        std::memcpy(&w, p + at + 2 * static_cast<uint32_t>(i), 2);
+        h ^= w;
+      }
+      return h;
+    }
     for (int i = 0; i < words; ++i) h ^= host16(at + 2 * static_cast<uint32_t>(i));
     return h;
   }
@@ -79,11 +89,14 @@ uint16_t flowHash(const Bytes& f, uint16_t type) {
   return 0;
 }
 
-// A MAC address's three words as numbers (bytes 2i, 2i+1), XORed.
-uint16_t macWords(const uint8_t* mac) {
-  uint16_t h = 0;
-  for (int i = 0; i < 3; ++i) h ^= static_cast<uint16_t>(mac[2 * i] << 8 | mac[2 * i + 1]);
-  return h;
+// The six words of both MAC addresses as numbers (bytes 2i, 2i+1), XORed: the XOR of
+// the words as the memory holds them, byte-swapped once (a swap commutes with XOR).
+uint16_t macWords(const uint8_t* macs) {
+  uint32_t w[3];
+  std::memcpy(w, macs, sizeof w);
+  const uint32_t x = w[0] ^ w[1] ^ w[2];
+  const auto h = static_cast<uint16_t>(x ^ (x >> 16));
+  return std::endian::native == std::endian::little ? static_cast<uint16_t>(h << 8 | h >> 8) : h;
 }
 
 void writeHeader(uint8_t* hdrAt, const uint8_t* frame, uint32_t frameLen, uint16_t hash,
@@ -98,7 +111,7 @@ void writeHeader(uint8_t* hdrAt, const uint8_t* frame, uint32_t frameLen, uint16
   hdr->ip.saddrIs(!f.vArpVtep.isZero() && fromVirtualMac ? f.vArpVtep : f.localVtep);
   // The source port is the flow hash as it stands, not byte-swapped and not confined to
   // a range: a flow keeps its port, which is all the underlay's load sharing needs.
-  const uint16_t sport = hash ^ macWords(frame) ^ macWords(frame + 6);
+  const uint16_t sport = hash ^ macWords(frame);
   std::memcpy(hdrAt + offsetof(VxlanOuterHdr, udp), &sport, sizeof sport);
   hdr->udp.dstPort.valueIs(f.udpPort);
   hdr->udp.len.valueIs(static_cast<uint16_t>(frameLen + 16));

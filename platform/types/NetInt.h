@@ -53,6 +53,14 @@ class NetInt {
   static constexpr std::string_view kTypeName = kBytes == 2 ? "NetU16" : "NetU32";
 
   constexpr NetInt() = default;
+  // Network order to host order and back: the same swap.
+  static constexpr Host swap(Host v) {
+    if constexpr (kBytes == 2) {
+      return hostToNet16(v);
+    } else {
+      return hostToNet32(v);
+    }
+  }
   static constexpr NetInt fromHost(Host host) {
     NetInt n;
     n.valueIs(host);
@@ -64,16 +72,27 @@ class NetInt {
     return n;
   }
 
-  // Most significant byte first; compilers turn this into one load and a byte swap.
+  // Most significant byte first.
   constexpr Host value() const {
-    Host v = 0;
-    for (uint8_t b : bytes_) v = static_cast<Host>((v << 8) | b);
-    return v;
+    if (std::is_constant_evaluated()) {
+      Host v = 0;
+      for (uint8_t b : bytes_) v = static_cast<Host>((v << 8) | b);
+      return v;
+    }
+    // At run time one load and a swap: the frame paths read these for every frame.
+    Host net;
+    __builtin_memcpy(&net, bytes_.data(), kBytes);
+    return swap(net);
   }
   constexpr void valueIs(Host host) {
-    for (size_t i = kBytes; i-- > 0; host = static_cast<Host>(host >> 8)) {
-      bytes_[i] = static_cast<uint8_t>(host & 0xff);
+    if (std::is_constant_evaluated()) {
+      for (size_t i = kBytes; i-- > 0; host = static_cast<Host>(host >> 8)) {
+        bytes_[i] = static_cast<uint8_t>(host & 0xff);
+      }
+      return;
     }
+    const Host net = swap(host);
+    __builtin_memcpy(bytes_.data(), &net, kBytes);
   }
   constexpr const std::array<uint8_t, kBytes>& bytes() const { return bytes_; }
 
