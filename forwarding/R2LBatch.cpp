@@ -4,6 +4,7 @@
 // budget is tested after each frame that is to be written, so it ends a batch between
 // frames, and frames already read wait in the batch for the next run, in order.
 #include <cerrno>
+#include <cstring>
 
 #include "forwarding/ForwardingTrace.h"
 #include "forwarding/Remote2LocalForwarderSm.h"
@@ -41,8 +42,21 @@ void Sm::batchModeIs(bool on) {
   batch_ = on ? std::make_unique<R2LBatch>() : nullptr;
 }
 
+bool Sm::takeFrame(uint8_t* buf, uint32_t len, const R2L::FrameFilter& filter, unsigned& queued) {
+  countReceived(buf, len);
+  const R2L::Decap d = R2L::decapFrame(buf, len, filter);
+  if (d.drop != R2L::Drop::tooShort && d.drop != R2L::Drop::empty) traceHeaders(buf, d);
+  if (!d.forwarded()) {
+    dropFrame(d.drop, len, d.detail, 0);
+    return false;
+  }
+  batch_->outIov[queued++] = {buf + d.offset, d.length};
+  return true;
+}
+
 void Sm::handleBatch(int32_t desc) {
   R2LBatch& b = *batch_;
+  if (b.ring) return handleRing(*b.ring);
   const double deadline = Lum::now() + maxProcessTime_;
   const R2L::FrameFilter filter = frameFilter();
   Lum::SysCalls& sys = Lum::sysCalls();
@@ -59,17 +73,8 @@ void Sm::handleBatch(int32_t desc) {
     unsigned queued = 0;
     bool spent = false;
     while (b.next < b.count && !spent) {
-      uint8_t* buf = b.frames[b.next];
-      const uint32_t len = b.in[b.next++].msg_len;
-      countReceived(buf, len);
-      const R2L::Decap d = R2L::decapFrame(buf, len, filter);
-      if (d.drop != R2L::Drop::tooShort && d.drop != R2L::Drop::empty) traceHeaders(buf, d);
-      if (!d.forwarded()) {
-        dropFrame(d.drop, len, d.detail, 0);
-        continue;
-      }
-      b.outIov[queued++] = {buf + d.offset, d.length};
-      spent = Lum::now() > deadline;
+      const uint32_t len = b.in[b.next].msg_len;
+      if (takeFrame(b.frames[b.next++], len, filter, queued)) spent = Lum::now() > deadline;
     }
     const bool written = flushBatch(queued);
     if (spent) {
@@ -87,6 +92,50 @@ void Sm::handleBatch(int32_t desc) {
     }
     // A short read means the socket is drained: no read that can only fail.
     if (!written || b.count < R2LBatch::kFrames) return;
+  }
+}
+
+// The ring: frames are rewritten where they lie and written out from there, then
+// their slots go back to the kernel. Frames the budget leaves stay in the ring, which
+// keeps the socket readable: the next pass of the loop brings them.
+void Sm::handleRing(Lum::PacketRxRing& ring) {
+  const double deadline = Lum::now() + maxProcessTime_;
+  const R2L::FrameFilter filter = frameFilter();
+  for (;;) {
+    unsigned queued = 0;
+    bool spent = false;
+    Lum::PacketRxRing::Frame f;
+    while (queued < R2LBatch::kFrames && !spent && ring.next(f)) {
+      if (takeFrame(f.data, f.len, filter, queued)) spent = Lum::now() > deadline;
+    }
+    countRingDrops(ring);
+    const bool written = flushBatch(queued);
+    ring.releaseRead();
+    if (spent) {
+      vxlanCounterInc(VxlanCounterId::r2lTimeBudgetExpired, 1);
+      return;
+    }
+    if (!written || !ring.ready()) return;
+  }
+}
+
+void Sm::countRingDrops(Lum::PacketRxRing& ring) {
+  const uint32_t lost = ring.takeDrops();
+  if (lost == 0) return;
+  vxlanCounterInc(VxlanCounterId::r2lRxFrames, lost);
+  vxlanCounterInc(VxlanCounterId::r2lSocketErrors, lost);
+  R2L_TRACE(1, "() the ring had no room for " << lost << " frames");
+  RINGLOG(1, "R2LSm(%s) the ring had no room for %u frames", intfId_.stringValue().view(), lost);
+}
+
+void Sm::openRing() {
+  try {
+    batch_->ring = std::make_unique<Lum::PacketRxRing>(
+        Lum::sysCalls(), remoteSock_, R2LBatch::kRingSlotBytes, R2LBatch::kRingSlots);
+  } catch (const Lum::ErrnoException& e) {
+    // Without a ring the batches are read with recvmmsg.
+    R2L_TRACE(1, "() no receive ring: " << e.step() << ": " << std::strerror(e.errNo()));
+    RINGLOG(1, "R2LSm(%s) no receive ring: %d", intfId_.stringValue().view(), e.errNo());
   }
 }
 

@@ -122,6 +122,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createRemoteSocket() {
     if (sock < 0) throw Lum::ErrnoException(errno, "");
     remoteSockIs(sock);
     if (FAST_MODE) keepOnlyOwnDatagrams();
+    if (batchMode()) openRing();
     R2L_TRACE(7, "(): floodMcastGrp:" << floodMcastGrp_
                                       << " ctrlClntMode:" << status->controllerClientMode());
     doRejoinMcastGroups();
