@@ -13,10 +13,12 @@
 #include "forwarding/TestMode.h"
 #include "platform/loop/EventLoop.h"
 #include "platform/os/TimeSource.h"
+#include "platform/trace/RingLog.h"
 
 namespace Vxlan {
 
 using Sm = Local2RemoteForwarderSm::LumVtiStatusSm;
+using Id = VxlanCounterId;
 
 L2RBatch::L2RBatch() {
   for (unsigned i = 0; i < kFrames; ++i) {
@@ -66,6 +68,7 @@ void Sm::deferRun(int32_t localSock) {
 }
 
 void Sm::handleFramesBatch(int32_t localSock, int32_t remoteSock, L2RBatch& b) {
+  if (b.ring) return handleRingFrames(localSock, remoteSock, b);
   const bool hi = localSock == localSockHi_;
   const double deadline = Lum::now() + (hi ? maxProcessTimeHi_ : maxProcessTimeLo_);
   const L2R::EncapFilter filter = encapFilter();
@@ -87,7 +90,7 @@ void Sm::handleFramesBatch(int32_t localSock, int32_t remoteSock, L2RBatch& b) {
     bool spent = false;
     while (b.next < b.count && !spent) {
       const unsigned i = b.next++;
-      spent = forwardFrame(b.frames[i], b.in[i].msg_len, hi, filter, remoteSock, &b) &&
+      spent = forwardFrame(b.frames[i].bytes(), b.in[i].msg_len, hi, filter, remoteSock, &b) &&
               Lum::now() > deadline;
     }
     flushSends(b, remoteSock);
@@ -103,6 +106,57 @@ void Sm::handleFramesBatch(int32_t localSock, int32_t remoteSock, L2RBatch& b) {
       if (hi) highPriorityDrained();
       return;
     }
+  }
+}
+
+// The ring: frames are turned into packets where they lie and sent from there, then
+// their slots go back to the kernel. Frames the budget leaves stay in the ring, which
+// keeps the socket readable, so nothing needs to be asked for: the priority scheme
+// decides which socket the next pass reads.
+void Sm::handleRingFrames(int32_t localSock, int32_t remoteSock, L2RBatch& b) {
+  const bool hi = localSock == localSockHi_;
+  const double deadline = Lum::now() + (hi ? maxProcessTimeHi_ : maxProcessTimeLo_);
+  const L2R::EncapFilter filter = encapFilter();
+  Lum::PacketRxRing& ring = *b.ring;
+  for (;;) {
+    bool spent = false;
+    unsigned taken = 0;
+    Lum::PacketRxRing::Frame f;
+    while (taken < L2RBatch::kFrames && !spent && ring.next(f)) {
+      ++taken;
+      spent = forwardFrame(f.data - L2R::kHeadroom, f.len, hi, filter, remoteSock, &b) &&
+              Lum::now() > deadline;
+    }
+    countRingDrops(ring, hi);
+    flushSends(b, remoteSock);
+    ring.releaseRead();
+    if (spent) return budgetSpent(hi);
+    if (!ring.ready()) {
+      if (hi) highPriorityDrained();
+      return;
+    }
+  }
+}
+
+void Sm::countRingDrops(Lum::PacketRxRing& ring, bool hi) {
+  const uint32_t lost = ring.takeDrops();
+  if (lost == 0) return;
+  vxlanCounterInc(Id::l2rRxFrames, lost);
+  vxlanCounterInc(hi ? Id::l2rRxHiFrames : Id::l2rRxLoFrames, lost);
+  vxlanCounterInc(Id::l2rReadErrors, lost);
+  L2R_TRACE(1, "() the ring had no room for " << lost << " frames");
+  RINGLOG(1, "L2RSm(%s) the ring had no room for %u frames", intfId_.stringValue().view(), lost);
+}
+
+void Sm::openRing(int which, int32_t sock) {
+  if (!batches_[which] || L2R_TEST) return;
+  try {
+    batches_[which]->ring = std::make_unique<Lum::PacketRxRing>(
+        Lum::sysCalls(), sock, L2RBatch::kRingSlotBytes, L2RBatch::kRingSlots, L2R::kHeadroom);
+  } catch (const Lum::ErrnoException& e) {
+    // Without a ring the batches are read with recvmmsg.
+    L2R_TRACE(1, "() no receive ring: " << e.step() << ": " << std::strerror(e.errNo()));
+    RINGLOG(1, "L2RSm(%s) no receive ring: %d", intfId_.stringValue().view(), e.errNo());
   }
 }
 

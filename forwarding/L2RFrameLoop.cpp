@@ -162,7 +162,7 @@ void Sm::handleFrames(int32_t localSock, int32_t remoteSock) {
       return;
     }
     // Only a forwarded frame looks at the clock; what is left waits in the socket.
-    if (forwardFrame(buf, static_cast<uint32_t>(got.rc), hi, filter, remoteSock, nullptr) &&
+    if (forwardFrame(buf.bytes(), static_cast<uint32_t>(got.rc), hi, filter, remoteSock, nullptr) &&
         Lum::now() > deadline) {
       budgetSpent(hi);
       return;
@@ -170,20 +170,20 @@ void Sm::handleFrames(int32_t localSock, int32_t remoteSock) {
   }
 }
 
-bool Sm::forwardFrame(L2R::FrameBuffer& buf, uint32_t len, bool hi, const L2R::EncapFilter& filter,
+bool Sm::forwardFrame(uint8_t* bytes, uint32_t len, bool hi, const L2R::EncapFilter& filter,
                       int32_t remoteSock, L2RBatch* batch) {
   vxlanCounterInc(Id::l2rRxFrames, 1);
   vxlanCounterInc(Id::l2rRxBytes, len);
   vxlanCounterInc(hi ? Id::l2rRxHiFrames : Id::l2rRxLoFrames, 1);
   vxlanCounterInc(hi ? Id::l2rRxHiBytes : Id::l2rRxLoBytes, len);
 
-  const L2R::Encap e = L2R::encapFrame(buf, len, filter);
+  const L2R::Encap e = L2R::encapFrame(bytes, len, filter);
   if (!e.forwarded()) {
     dropFrame(e.drop, e.detail, 0);
     return false;
   }
   traceAccepted(e);
-  uint8_t* frame = buf.bytes() + e.frameOffset();
+  uint8_t* frame = bytes + e.frameOffset();
   uint32_t hostIp = 0;
   const Lum::Ptr<const BumVtepList> list =
       getRemoteVtepAddr(Wire::EthAddr::fromBytes(frame), e.vlan, hostIp);
@@ -195,7 +195,7 @@ bool Sm::forwardFrame(L2R::FrameBuffer& buf, uint32_t len, bool hi, const L2R::E
   }
   vxlanCounterInc(Id::l2rForwardFrames, 1);
   vxlanCounterInc(Id::l2rForwardBytes, len);
-  uint8_t* hdr = buf.bytes() + e.offset;
+  uint8_t* hdr = bytes + e.offset;
   const auto toVtep = [&](Wire::IpAddr addr) {
     if (ownAddress(addr)) return;
     if (batch) {

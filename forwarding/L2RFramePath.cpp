@@ -143,10 +143,10 @@ void stripTags(Encap& e, uint16_t flags, uint8_t*& frame, uint32_t& frameLen,
 
 }  // namespace
 
-Encap encapFrame(FrameBuffer& buf, uint32_t len, const EncapFilter& f) {
+Encap encapFrame(uint8_t* bytes, uint32_t len, const EncapFilter& f) {
   Encap e;
   if (len < kMinFrameLen || len > kMaxFrameLen) return dropped(e, Drop::badLength, len);
-  uint8_t* read = buf.read;
+  uint8_t* read = bytes + kHeadroom;
   const LocalFrameHdr* local = Wire::hdrAt<LocalFrameHdr>(read);
   const uint16_t type = local->encapType.value();
   if (type != kEncapTypeHi && type != kEncapTypeLo) return dropped(e, Drop::badType, type);
@@ -185,7 +185,7 @@ Encap encapFrame(FrameBuffer& buf, uint32_t len, const EncapFilter& f) {
 
   uint8_t* hdr = frame - kOuterHdrLen;
   writeHeader(hdr, frame, frameLen, hash, e.vni, f);
-  e.offset = static_cast<uint32_t>(hdr - buf.bytes());
+  e.offset = static_cast<uint32_t>(hdr - bytes);
   e.length = frameLen + kOuterHdrLen;
   return e;
 }

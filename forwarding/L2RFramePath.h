@@ -109,7 +109,7 @@ struct Encap {
   static constexpr uint8_t kStrippedInTrunk = 2;
 
   Drop drop = Drop::none;
-  // Forwarded: where the outer header starts in FrameBuffer::bytes(), and the length to
+  // Forwarded: where the outer header starts from the head room's start, and the length to
   // send (user frame plus 36).
   uint32_t offset = 0;
   uint32_t length = 0;
@@ -131,8 +131,12 @@ struct Encap {
   uint32_t frameOffset() const { return offset + kOuterHdrLen; }
 };
 
-// `len` bytes were read into buf.read.
-Encap encapFrame(FrameBuffer& buf, uint32_t len, const EncapFilter& filter);
+// `len` bytes were read at `bytes` + kHeadroom; the kHeadroom bytes in front of them
+// are free for the header (a FrameBuffer, or a receive ring slot with that room).
+Encap encapFrame(uint8_t* bytes, uint32_t len, const EncapFilter& filter);
+inline Encap encapFrame(FrameBuffer& buf, uint32_t len, const EncapFilter& filter) {
+  return encapFrame(buf.bytes(), len, filter);
+}
 
 // Writes one destination into the header that encapFrame built at `hdr`.
 void destinationIs(uint8_t* hdr, Wire::IpAddr addr);

@@ -99,6 +99,8 @@ void Sm::createLocalSocket() {
     RINGLOG(0, "L2RSm(%s) unable to lookup ifindex for vxlan", intfId_.stringValue().view());
   }
   const int ifindex = index.failed() ? 0 : static_cast<int>(index.rc);
+  openRing(0, hi);
+  openRing(1, lo);
   const struct {
     int sock;
     uint16_t type;

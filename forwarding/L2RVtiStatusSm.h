@@ -18,6 +18,7 @@
 #include <memory>
 
 #include "forwarding/Local2RemoteForwarderSm.h"
+#include "platform/os/PacketRxRing.h"
 
 namespace Vxlan {
 
@@ -47,6 +48,14 @@ struct L2RBatch {
     bool arpFlag;
   } meta[kMsgs];
   unsigned queued = 0;
+
+  // The socket's receive ring, when it has one (not in test mode): frames are then
+  // turned into packets where they lie, the ring slot's free bytes in front of them
+  // serving as the head room, and sent from there.
+  std::unique_ptr<Lum::PacketRxRing> ring;
+  static constexpr uint32_t kRingSlotBytes =
+      Lum::PacketRxRing::slotBytesFor(L2R::kReadSize, L2R::kHeadroom);
+  static constexpr uint32_t kRingSlots = 1024;
 };
 
 class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
@@ -101,9 +110,16 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   bool initialized() const { return initialized_; }
   void initializedIs(bool v) { initialized_ = v; }
   int32_t localSockHi() const { return localSockHi_; }
-  void localSockHiIs(int32_t s) { localSockHi_ = s; }
+  // A ring belongs to the socket it was made on.
+  void localSockHiIs(int32_t s) {
+    if (batches_[0] && s != localSockHi_) batches_[0]->ring.reset();
+    localSockHi_ = s;
+  }
   int32_t localSockLo() const { return localSockLo_; }
-  void localSockLoIs(int32_t s) { localSockLo_ = s; }
+  void localSockLoIs(int32_t s) {
+    if (batches_[1] && s != localSockLo_) batches_[1]->ring.reset();
+    localSockLo_ = s;
+  }
   int32_t remoteSockHi() const { return remoteSockHi_; }
   void remoteSockHiIs(int32_t s) { remoteSockHi_ = s; }
   int32_t remoteSockLo() const { return remoteSockLo_; }
@@ -205,7 +221,7 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   void traceAccepted(const L2R::Encap& e);
   // One frame read: counted, encapsulated, its destinations chosen, and sent to each
   // (or queued in `batch`); whether it was forwarded (only those test the budget).
-  bool forwardFrame(L2R::FrameBuffer& buf, uint32_t len, bool hi, const L2R::EncapFilter& filter,
+  bool forwardFrame(uint8_t* bytes, uint32_t len, bool hi, const L2R::EncapFilter& filter,
                     int32_t remoteSock, L2RBatch* batch);
   void budgetSpent(bool hi);
   // The high socket drained: low work may go on (and the batches' frames with it).
@@ -221,6 +237,11 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   // Batch mode: see L2RBatch.cpp.
   L2RBatch* batchFor(int32_t localSock) const;
   void handleFramesBatch(int32_t localSock, int32_t remoteSock, L2RBatch& b);
+  void handleRingFrames(int32_t localSock, int32_t remoteSock, L2RBatch& b);
+  // Frames a local socket's ring had no room for, as frames received and read errors.
+  void countRingDrops(Lum::PacketRxRing& ring, bool hi);
+  // Gives the local socket of batch `which` (0 high, 1 low) its ring, before its bind.
+  void openRing(int which, int32_t sock);
   void queueToVtep(L2RBatch& b, const uint8_t* hdr, const L2R::Encap& e, int32_t remoteSock,
                    Wire::IpAddr addr);
   void flushSends(L2RBatch& b, int32_t remoteSock);

@@ -21,7 +21,8 @@ size_t blockBytesFor(uint32_t slotBytes) {
 
 }  // namespace
 
-PacketRxRing::PacketRxRing(SysCalls& sys, int fd, uint32_t slotBytes, uint32_t slots)
+PacketRxRing::PacketRxRing(SysCalls& sys, int fd, uint32_t slotBytes, uint32_t slots,
+                           uint32_t headroom)
     : sys_(sys),
       fd_(fd),
       slotBytes_((slotBytes + TPACKET_ALIGNMENT - 1) & ~(TPACKET_ALIGNMENT - 1)) {
@@ -33,6 +34,11 @@ PacketRxRing::PacketRxRing(SysCalls& sys, int fd, uint32_t slotBytes, uint32_t s
   const int version = TPACKET_V2;
   if (sys_.setsockopt(fd_, SOL_PACKET, PACKET_VERSION, &version, sizeof version) < 0) {
     throw ErrnoException(errno, "PACKET_VERSION");
+  }
+  const unsigned reserve = reserveFor(headroom);
+  if (reserve != 0 &&
+      sys_.setsockopt(fd_, SOL_PACKET, PACKET_RESERVE, &reserve, sizeof reserve) < 0) {
+    throw ErrnoException(errno, "PACKET_RESERVE");
   }
   tpacket_req req{};
   req.tp_block_size = static_cast<unsigned>(blockBytes_);

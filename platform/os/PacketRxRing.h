@@ -38,15 +38,23 @@ class PacketRxRing {
     uint32_t wireLen;  // the frame's own length
   };
 
-  // The slot that holds a frame of `frameBytes` behind the ring's header and address.
-  static constexpr uint32_t slotBytesFor(uint32_t frameBytes) {
-    return (TPACKET_ALIGN(TPACKET2_HDRLEN + 16) + frameBytes + 15) & ~15u;
+  // The slot that holds a frame of `frameBytes` behind the ring's header and address
+  // and `headroom` free bytes.
+  static constexpr uint32_t slotBytesFor(uint32_t frameBytes, uint32_t headroom = 0) {
+    return (TPACKET_ALIGN(TPACKET2_HDRLEN + 16) + reserveFor(headroom) + frameBytes + 15) & ~15u;
+  }
+  // PACKET_RESERVE for at least `headroom` free bytes between the address the kernel
+  // writes and the frame: without one there are 14 (the frame's header is placed so
+  // that the network header is aligned).
+  static constexpr uint32_t reserveFor(uint32_t headroom) {
+    return headroom <= kFreeBytes ? 0 : (headroom - kFreeBytes + 15) & ~15u;
   }
 
-  // Asks for TPACKET_V2, the ring and its mapping on packet socket `fd`. Throws
-  // Lum::ErrnoException naming the step that failed ("PACKET_VERSION",
-  // "PACKET_RX_RING", "mmap"); the socket is left without a ring then.
-  PacketRxRing(SysCalls& sys, int fd, uint32_t slotBytes, uint32_t slots);
+  // Asks for TPACKET_V2, the room in front of each frame, the ring and its mapping on
+  // packet socket `fd`. Throws Lum::ErrnoException naming the step that failed
+  // ("PACKET_VERSION", "PACKET_RESERVE", "PACKET_RX_RING", "mmap"); the socket is left
+  // without a ring then. `slotBytes` from slotBytesFor with the same `headroom`.
+  PacketRxRing(SysCalls& sys, int fd, uint32_t slotBytes, uint32_t slots, uint32_t headroom = 0);
   ~PacketRxRing();
   PacketRxRing(const PacketRxRing&) = delete;
   PacketRxRing& operator=(const PacketRxRing&) = delete;
@@ -83,6 +91,8 @@ class PacketRxRing {
  private:
   static constexpr uint32_t kUser = 1;    // TP_STATUS_USER
   static constexpr uint32_t kLosing = 4;  // TP_STATUS_LOSING
+  // Between the end of the address (TPACKET2_HDRLEN) and the frame of a raw socket.
+  static constexpr uint32_t kFreeBytes = TPACKET_ALIGN(TPACKET2_HDRLEN + 16) - 14 - TPACKET2_HDRLEN;
 
   uint8_t* slotAt(uint32_t i) const {
     return map_ + (i / slotsPerBlock_) * blockBytes_ + (i % slotsPerBlock_) * slotBytes_;
