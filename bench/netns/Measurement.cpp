@@ -131,6 +131,9 @@ bool countersAddUp(const Vxlan::CounterTablesReading& c) {
     std::vector<Id> outcomes;  // forwarded first, then every drop counter
   };
   // A run cut short by its time budget drops nothing: the frames wait in the socket.
+  // Frames a receive ring had no room for count as received and as socket errors
+  // (R2L) or read errors (L2R); a failed read of the one-frame mode counts no frame
+  // received, and none fails here.
   const Balance balances[] = {
       {"R2L",
        Id::r2lRxFrames,
@@ -139,7 +142,7 @@ bool countersAddUp(const Vxlan::CounterTablesReading& c) {
       {"L2R",
        Id::l2rRxFrames,
        {Id::l2rForwardFrames, Id::l2rBadLength, Id::l2rBadVlan, Id::l2rNoVni, Id::l2rPeerLinkDrops,
-        Id::l2rNoDestination, Id::l2rArpHerDrops}},
+        Id::l2rNoDestination, Id::l2rArpHerDrops, Id::l2rReadErrors}},
   };
   bool all = true;
   for (const Balance& b : balances) {
