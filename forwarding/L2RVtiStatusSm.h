@@ -178,7 +178,7 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   void doConnectSockets();
   void doDisconnectSockets();
 
-  // Batch mode (FAST_MODE at construction): many frames to a read and to a write.
+  // Batch mode (FRAME_MODE at construction): many frames to a read and to a write.
   void batchModeIs(bool on);
   bool batchMode() const { return batches_[0] != nullptr; }
 

@@ -110,7 +110,7 @@ Sm::LumVtiStatusSm(const Lum::Ptr<Lum::ActivityConfig>& activity,
   lumFwkActivityIs(activity);
   notifierIs(status);
   isRegisteredNotifieeIs(true);
-  if (FAST_MODE) batchModeIs(true);
+  if (FRAME_MODE != FrameMode::single) batchModeIs(true);
   handleInitialized();
 }
 

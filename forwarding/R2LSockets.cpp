@@ -121,7 +121,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createRemoteSocket() {
     const int sock = openPacketSocket(sys);
     if (sock < 0) throw Lum::ErrnoException(errno, "");
     remoteSockIs(sock);
-    if (FAST_MODE) keepOnlyOwnDatagrams();
+    if (FRAME_MODE == FrameMode::filtered) keepOnlyOwnDatagrams();
     if (batchMode()) openRing();
     R2L_TRACE(7, "(): floodMcastGrp:" << floodMcastGrp_
                                       << " ctrlClntMode:" << status->controllerClientMode());
@@ -156,12 +156,12 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createRemoteSocket() {
   fileDescriptorIs(fd);
 }
 
-// Batch mode asks the kernel to drop, before the socket, what the frame path would
+// The filtered mode asks the kernel to drop, before the socket, what the frame path would
 // filter anyway: frames the host sends itself, and all but IPv4 UDP datagrams (with
 // or without one tag) for the VTEP address or the flood group on the VXLAN port that
 // do not come from the VTEP address. Installed before the bind, so nothing slips in.
 // Such frames are then counted nowhere; what the kernel does not hold it also does not
-// report. A refusal leaves the socket taking everything, as in the default mode.
+// report. A refusal leaves the socket taking everything, as in the other modes.
 void Remote2LocalForwarderSm::LumVtiStatusSm::keepOnlyOwnDatagrams() {
   const VtiStatus* status = notifier().ptr();
   if (!status) return;

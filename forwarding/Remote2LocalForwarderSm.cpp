@@ -99,7 +99,7 @@ Remote2LocalForwarderSm::LumVtiStatusSm::LumVtiStatusSm(
   notifierIs(status);
   isRegisteredNotifieeIs(true);
   if (parent_ && parent_->vxHwStatusDir()) syncVxHwStatusSm(parent_->vxHwStatusDir().ptr());
-  if (FAST_MODE) batchModeIs(true);
+  if (FRAME_MODE != FrameMode::single) batchModeIs(true);
   handleInitialized();
 }
 

@@ -342,7 +342,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
 
   // The frame loop: reads `desc` until it is drained or the time budget is spent.
   void handleFileDescriptor(int32_t desc);
-  // Batch mode (FAST_MODE at construction): many frames to a read and to a write.
+  // Batch mode (FRAME_MODE at construction): many frames to a read and to a write.
   void batchModeIs(bool on);
   bool batchMode() const { return batch_ != nullptr; }
   // Writes a decapsulated frame to localSock; reopens the socket once on ENETDOWN.

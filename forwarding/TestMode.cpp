@@ -10,7 +10,33 @@ namespace Vxlan {
 
 const bool R2L_TEST = std::getenv("VXLAN_R2L_TEST") != nullptr;
 const bool L2R_TEST = std::getenv("VXLAN_L2R_TEST") != nullptr;
-const bool FAST_MODE = std::getenv("VXRELAY_FAST_MODE") != nullptr;
+
+FrameMode frameModeOf(const char* text, bool& known) {
+  known = true;
+  if (text == nullptr || *text == '\0' || std::strcmp(text, "batch") == 0) return FrameMode::batch;
+  if (std::strcmp(text, "single") == 0) return FrameMode::single;
+  if (std::strcmp(text, "filtered") == 0) return FrameMode::filtered;
+  known = false;
+  return FrameMode::batch;
+}
+
+namespace {
+
+FrameMode frameModeAtLoad() {
+  const char* text = std::getenv("VXRELAY_FRAME_MODE");
+  bool known;
+  const FrameMode mode = frameModeOf(text, known);
+  // Nothing is set up yet to trace with: the one word goes to stderr.
+  if (!known)
+    std::fprintf(stderr,
+                 "vxrelay: VXRELAY_FRAME_MODE=%s is not batch, single or filtered; batch is used\n",
+                 text);
+  return mode;
+}
+
+}  // namespace
+
+const FrameMode FRAME_MODE = frameModeAtLoad();
 
 socklen_t testModeAddress(sockaddr_un& addr, const char* format) {
   std::memset(&addr, 0, sizeof addr);

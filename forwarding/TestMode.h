@@ -11,10 +11,18 @@ namespace Vxlan {
 
 extern const bool R2L_TEST;
 extern const bool L2R_TEST;
-// The batched frame loops (VXRELAY_FAST_MODE present, whatever its value): frames are
-// read and written many to a system call, each still through the same per-frame
-// function, counters, traces and time budget.
-extern const bool FAST_MODE;
+// How the frame loops read and write, chosen when the program is loaded from
+// VXRELAY_FRAME_MODE (README, "Frame modes"):
+//   batch     (the default, also when unset) frames read from a memory-mapped receive
+//             ring and written many to a system call, each still through the same
+//             per-frame function, counters, traces and time budget;
+//   single    one read and one write system call per frame;
+//   filtered  batch, and the kernel drops before the remote-to-local socket what the
+//             frame path would filter, so those frames are counted nowhere.
+enum class FrameMode { batch, single, filtered };
+extern const FrameMode FRAME_MODE;
+// The mode that `text` names; `known` false (and batch) for any other text.
+FrameMode frameModeOf(const char* text, bool& known);
 
 // The Unix address of a test-mode socket: `format` with the process id for its "%d",
 // cut to the 108-byte path field. Returns the address length, the whole structure

@@ -150,6 +150,7 @@ class L2RTestModeTest : public ::testing::Test {
     in.vtepStatusDirV2 = vteps_;
     owner_ = new Local2RemoteForwarderSm(in);
     sm_ = new Sm(nullptr, status_, owner_.ptr());
+    sm_->batchModeIs(false);  // the one-frame loop; batch mode has a case of its own
   }
   ~L2RTestModeTest() override { sm_->doDisconnectSockets(); }
 
