@@ -24,12 +24,8 @@
 namespace TestSupport {
 namespace {
 
-using namespace std::chrono_literals;
 using Vxlan::VxlanCounterId;
 
-// How long silence must last to count as "nothing", and how long a change may take.
-constexpr auto kQuietWait = 500ms;
-constexpr auto kSettleLimit = 5s;
 constexpr MacBytes kRemoteMac = {0x02, 0x00, 0x00, 0x00, 0x10, 0x02};
 constexpr MacBytes kSwitchSideMac = {0x02, 0x00, 0x00, 0x00, 0x10, 0x01};
 constexpr uint32_t kRemoteOverlayIp = 0xc0a80a02;  // 192.168.10.2
@@ -101,12 +97,10 @@ class R2LNetnsTest : public TopologyTest {
   template <typename Send>
   std::optional<Frame> forwardedWithin(Send send, std::chrono::milliseconds limit) {
     PacketSocket peer(topo_->switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (std::chrono::steady_clock::now() < deadline) {
-      send();
-      if (auto got = peer.receive(isTxRawForm, kQuietWait)) return got;
-    }
-    return std::nullopt;
+    std::optional<Frame> got;
+    eventually([&] { return send(), (got = peer.receive(isTxRawForm, kQuietWait)).has_value(); },
+               limit);
+    return got;
   }
   // Sends once with the peer open: whether nothing in the txraw form came in kQuietWait.
   template <typename Send>
@@ -118,18 +112,13 @@ class R2LNetnsTest : public TopologyTest {
   // Sends until a send is answered by silence on the peer; false if that never happens.
   template <typename Send>
   bool forwardingStops(Send send) {
-    const auto deadline = std::chrono::steady_clock::now() + kSettleLimit;
-    while (std::chrono::steady_clock::now() < deadline) {
-      if (nothingForwarded(send)) return true;
-    }
-    return false;
+    return eventually([&] { return nothingForwarded(send); }, kSettleLimit);
   }
 };
 
 // Guards the remote-to-local path end to end: what a remote's kernel VXLAN device sends
 // reaches the txraw peer in the txraw form, VLAN and glort, and the counts add up.
 TEST_F(R2LNetnsTest, RemoteEchoArrivesOnTxRawPeer) {
-  ASSERT_TRUE(topo_);
   PacketSocket peer(topo().switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
   sendEcho();
   const auto got = peer.receive(isTxRawForm, kFrameWait);
@@ -151,7 +140,6 @@ TEST_F(R2LNetnsTest, RemoteEchoArrivesOnTxRawPeer) {
 // VTEP address is filtered while the same one from a remote is forwarded, and a VNI the
 // VTI does not map is counted and dropped, not forwarded on some VLAN.
 TEST_F(R2LNetnsTest, OwnVtepAndUnmappedVniAreCountedNotForwarded) {
-  ASSERT_TRUE(topo_);
   // The hand-built datagram is well formed: from the remote it goes through.
   const auto got = forwardedWithin([&] { sendDatagram(kRemoteVtepIp); }, kFrameWait);
   ASSERT_TRUE(got.has_value()) << "the hand-built datagram was not forwarded";
@@ -173,7 +161,6 @@ TEST_F(R2LNetnsTest, OwnVtepAndUnmappedVniAreCountedNotForwarded) {
 // Guards the kernel device watch: "txraw" gone must stop the writes, and "txraw" made
 // again (a new device with a new index) must get a new socket, not the stale one.
 TEST_F(R2LNetnsTest, TxRawDeletedAndRecreatedResumesForwarding) {
-  ASSERT_TRUE(topo_);
   ASSERT_TRUE(forwardedWithin([&] { sendEcho(); }, kFrameWait).has_value());
 
   topo().ip(topo().switchNs(), std::string("link del ") + SwitchTopology::kTxRawDevice);
@@ -183,10 +170,7 @@ TEST_F(R2LNetnsTest, TxRawDeletedAndRecreatedResumesForwarding) {
   EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
   EXPECT_TRUE(topo().hostRunning()) << topo().hostOutput();
 
-  topo().ip(topo().switchNs(), std::string("link add name ") + SwitchTopology::kTxRawDevice +
-                                   " type veth peer name " + SwitchTopology::kTxRawPeer);
-  topo().ip(topo().switchNs(), std::string("link set ") + SwitchTopology::kTxRawPeer + " up");
-  topo().ip(topo().switchNs(), std::string("link set ") + SwitchTopology::kTxRawDevice + " up");
+  topo().switchVethPairIs(SwitchTopology::kTxRawDevice);
   const auto got = forwardedWithin([&] { sendEcho(); }, kSettleLimit);
   ASSERT_TRUE(got.has_value()) << "nothing reached the new txraw peer";
   EXPECT_EQ(*got, expectedTxRaw());
@@ -196,7 +180,6 @@ TEST_F(R2LNetnsTest, TxRawDeletedAndRecreatedResumesForwarding) {
 // resumes it; after a UDP port change the old port is filtered and the new one
 // forwarded.
 TEST_F(R2LNetnsTest, OperStatusAndUdpPortAreFollowed) {
-  ASSERT_TRUE(topo_);
   const auto echo = [&] { sendEcho(); };
   ASSERT_TRUE(forwardedWithin(echo, kFrameWait).has_value());
 
@@ -229,7 +212,6 @@ TEST_F(R2LNetnsTest, OperStatusAndUdpPortAreFollowed) {
 // nearly idle: a readable watch left on would call the frame loop, which cannot take
 // the datagram, on every pass of the loop.
 TEST_F(R2LNetnsTest, RemoteSocketWithoutLocalSocketDoesNotSpin) {
-  ASSERT_TRUE(topo_);
   ASSERT_TRUE(forwardedWithin([&] { sendEcho(); }, kFrameWait).has_value());
   topo().ip(topo().switchNs(), std::string("link del ") + SwitchTopology::kTxRawDevice);
   std::this_thread::sleep_for(kQuietWait);  // the kernel watcher reports the device gone
@@ -250,7 +232,6 @@ TEST_F(R2LNetnsTest, RemoteSocketWithoutLocalSocketDoesNotSpin) {
 // Guards the port id against another VTI: a hardware entry of a second VTI, made and
 // deleted, must leave the glort of Vxlan1's frames as Vxlan1's entry says.
 TEST_F(R2LNetnsTest, AnotherVtisHardwareEntryKeepsThePortId) {
-  ASSERT_TRUE(topo_);
   const nlohmann::json vxlan2 = {
       {"interface/status/eth/vxlan", {{"vtiStatus", {{"Vxlan2", {{"operStatus", 2}}}}}}},
       {"vxlan/hardware/status", {{"vxlanHwStatus", {{"Vxlan2", {{"portId", 77}}}}}}}};
@@ -270,7 +251,6 @@ TEST_F(R2LNetnsTest, AnotherVtisHardwareEntryKeepsThePortId) {
 // Guards the VXLAN port being taken while the agent runs: the kernel answers no
 // datagram with an ICMP port unreachable, as it does once the agent is gone.
 TEST_F(R2LNetnsTest, NoPortUnreachableForForwardedDatagrams) {
-  ASSERT_TRUE(topo_);
   ASSERT_TRUE(forwardedWithin([&] { sendEcho(); }, kFrameWait).has_value());
   const auto portUnreachable = [](const Frame& f) {
     return f.size() > 35 && get16(f, 12) == 0x0800 && f[23] == 1 && f[34] == 3 && f[35] == 3;

@@ -1,17 +1,11 @@
 #include "tests/netns/SwitchTopology.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "platform/core/Exception.h"
@@ -99,12 +93,7 @@ void SwitchTopology::build() {
   ip(fabricNs_, "link set br0 up");
 
   addVtep(switchNs_, switchUnderlay_, deviceName("f" + tag_ + "s"), kVtepAddr);
-  for (const char* pair : {kTxRawDevice, kVxlanDevice}) {
-    const std::string peer = std::string(pair) + "-p";
-    ip(switchNs_, "link add name " + std::string(pair) + " type veth peer name " + peer);
-    ip(switchNs_, "link set " + peer + " up");
-    ip(switchNs_, std::string("link set ") + pair + " up");
-  }
+  for (const char* pair : {kTxRawDevice, kVxlanDevice}) switchVethPairIs(pair);
 
   for (size_t i = 0; i < config_.remotes; ++i) {
     const std::string& ns = remoteNs_[i];
@@ -119,6 +108,12 @@ void SwitchTopology::build() {
     }
     addRemoteVxlanDevice(i, config_.vni, config_.udpPort);
   }
+}
+
+void SwitchTopology::switchVethPairIs(const std::string& device) const {
+  ip(switchNs_, "link add name " + device + " type veth peer name " + device + "-p");
+  ip(switchNs_, "link set " + device + "-p up");
+  ip(switchNs_, "link set " + device + " up");
 }
 
 std::string SwitchTopology::remoteUnderlayDevice(size_t i) const {
