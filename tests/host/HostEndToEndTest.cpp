@@ -80,15 +80,12 @@ TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
   ASSERT_TRUE(host.ready()) << host.child().errors();
 
   const Vxlan::CounterTableReader reader(host.name());
-  Vxlan::CounterTablesReading fresh = reader.counts();
-  EXPECT_EQ(fresh.vxlan.size(), Vxlan::kVxlanCounterIds);
-  EXPECT_EQ(fresh.varp.size(), Vxlan::kVarpCounterIds);
+  const Vxlan::CounterTablesReading fresh = reader.counts();
   // The example's devices do not exist here, so opening the sockets may count socket
-  // errors (34) as the host starts; nothing else moves.
+  // errors (34) as the host starts; nothing else moves. (The tables' sizes: the JSON
+  // check below.)
   for (const auto& c : fresh.vxlan) {
-    if (c.id != Vxlan::VxlanCounterId::r2lSocketErrors) {
-      EXPECT_EQ(c.count, 0u) << c.name;
-    }
+    EXPECT_TRUE(c.count == 0 || c.id == Vxlan::VxlanCounterId::r2lSocketErrors) << c.name;
   }
   EXPECT_TRUE(allZero(fresh.varp));
 

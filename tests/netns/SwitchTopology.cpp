@@ -143,35 +143,31 @@ void SwitchTopology::remoteVxlanDeviceIs(size_t i, Vxlan::Vni vni, uint16_t udpP
 
 nlohmann::json SwitchTopology::stateDocument() const {
   using nlohmann::json;
+  json doc = json::parse(R"({
+      "interface/status/eth/vxlan": {"vtiStatus": {"Vxlan1": {
+          "operStatus": 1, "srcIpIntf": "Loopback0", "floodMcastGrp": "0.0.0.0"}}},
+      "vxlan/hardware/status": {"bumStatus": {"bumReplicationMode": 0}},
+      "bridging/config": {"bridgeMacAddr": "00:1c:73:00:00:01"},
+      "bridging/hwcapabilities": {"vxlanTxRawSupported": true},
+      "mlag/status": {"mlagState": 0}})");
+  // The parameters: the VTI's addresses, port, TTL and VLAN, the hardware port id and
+  // every remote VTEP, in the hardware entry and in the VLAN's default flood list.
   json remotes = json::object();
   for (size_t i = 0; i < config_.remotes; ++i) remotes[remoteVtepAddr(i)] = true;
   const std::string vlan = std::to_string(config_.vlan.value());
-  return {
-      {"interface/status/eth/vxlan",
-       {{"vtiStatus",
-         {{"Vxlan1",
-           {{"operStatus", 1},
-            {"localVtepAddr", kVtepAddr},
-            {"srcIpIntf", "Loopback0"},
-            {"srcIntfKernelName", switchUnderlay_},
-            {"udpPort", config_.udpPort},
-            {"ttl", config_.ttl},
-            {"floodMcastGrp", "0.0.0.0"},
-            {"vlanToVniMap", {{vlan, config_.vni.value()}}}}}}}}},
-      {"vxlan/hardware/status",
-       {{"vxlanHwStatus",
-         {{"Vxlan1",
-           {{"portId", config_.portId.value()},
-            {"cpuSourcePortId", config_.portId.value() + 1},
-            {"remoteVtep", remotes}}}}},
-        {"bumStatus",
-         {{"bumReplicationMode", 0},
-          {"bumVtepList",
-           {{"00:00:00:00:00:00/" + vlan, {{"remoteVtepAddr", remotes}, {"listType", 0}}}}}}}}},
-      {"bridging/config", {{"bridgeMacAddr", "00:1c:73:00:00:01"}}},
-      {"bridging/hwcapabilities", {{"vxlanTxRawSupported", true}}},
-      {"mlag/status", {{"mlagState", 0}}},
-  };
+  doc["interface/status/eth/vxlan"]["vtiStatus"]["Vxlan1"].update(
+      {{"localVtepAddr", kVtepAddr},
+       {"srcIntfKernelName", switchUnderlay_},
+       {"udpPort", config_.udpPort},
+       {"ttl", config_.ttl},
+       {"vlanToVniMap", {{vlan, config_.vni.value()}}}});
+  json& hw = doc["vxlan/hardware/status"];
+  hw["vxlanHwStatus"]["Vxlan1"] = {{"portId", config_.portId.value()},
+                                   {"cpuSourcePortId", config_.portId.value() + 1},
+                                   {"remoteVtep", remotes}};
+  hw["bumStatus"]["bumVtepList"]["00:00:00:00:00:00/" + vlan] = {{"remoteVtepAddr", remotes},
+                                                                 {"listType", 0}};
+  return doc;
 }
 
 void SwitchTopology::startHost() {
