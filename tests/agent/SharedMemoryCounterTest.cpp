@@ -39,7 +39,6 @@ struct MountedCounters {
 TEST(SharedMemoryCounterTest, MountedCountsAreSharedAndOutliveTheMount) {
   const std::string agent = uniqueAgentName("shared");
   SharedObjectGuard guard(LumMemtab::Mount::objectName(agent, kCounterTablePath));
-  EXPECT_EQ(guard.name(), "/vxrelay-" + agent + "-vxlan-counter");
   {
     MountedCounters m(agent);
     ASSERT_TRUE(m.counter);

@@ -1,7 +1,7 @@
 // The local-to-remote machine of one VTI in test mode, on a system-call fake: packet,
 // raw and Unix sockets are socket pairs, socket options, binds and requests are
-// recorded (and fail on demand), and every sendto is captured. Frames are written into the peers of
-// the local sockets; time moves only when a send costs it.
+// recorded (and fail on demand), and every sendto is captured. Frames are written into
+// the peers of the local sockets; time moves only when a send costs it.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
@@ -160,13 +160,6 @@ class L2RTestModeTest : public ::testing::Test {
     for (uint16_t i = 0; i < kVxlanCounterIds; ++i) c.push_back(count(Id(i)));
     return c;
   }
-  std::vector<FakeNet::Option> optionsOn(int fd) const {
-    std::vector<FakeNet::Option> o;
-    for (const auto& x : net_.options) {
-      if (x.fd == fd) o.push_back(x);
-    }
-    return o;
-  }
   int optionValue(int fd, int level, int name) const {
     for (const auto& x : net_.options) {
       if (x.fd == fd && x.level == level && x.name == name) return x.value;
@@ -193,11 +186,14 @@ TEST_F(L2RTestModeTest, SocketsAreMadeWithEveryOption) {
                 sm_->arpSock(), sm_->arpInspectSock()})
     EXPECT_NE(s, -1);
   for (int s : {sm_->localSockHi(), sm_->localSockLo()}) {
-    const auto o = optionsOn(s);
+    std::vector<int> names;  // in the order set, -1 for the bind
+    for (const auto& x : net_.options) {
+      if (x.fd == s) names.push_back(x.name);
+    }
     EXPECT_EQ(optionValue(s, SOL_SOCKET, SO_RCVBUF), 0x200000) << "test mode";
-    ASSERT_FALSE(o.empty());
-    EXPECT_EQ(o.back().level, -1) << "the bind comes after the type filter";
-    EXPECT_EQ(o[o.size() - 2].name, SO_ATTACH_FILTER);
+    ASSERT_GE(names.size(), 2u);
+    EXPECT_EQ(names.back(), -1) << "the bind comes after the type filter";
+    EXPECT_EQ(names[names.size() - 2], SO_ATTACH_FILTER);
     EXPECT_EQ(net_.boundIndex[s], 7);
   }
   const int hi = sm_->remoteSockHi();
