@@ -1,6 +1,8 @@
 // The mirror of the controller's virtual IP and MAC tables and its lookup.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "forwarding/Local2RemoteForwarderSm.h"
 
 namespace Vxlan {
@@ -20,11 +22,8 @@ TEST(L2RVarpTablesTest, LookupTakesTheFirstTableWithTheVni) {
       VarpIpMacEntry(addr("10.1.1.5"), VniOrNone(Vni(100)), mac("00:00:00:00:00:0a")));
   col->varpIpMacTableIs("b")->varpIpMacEntryIs(
       VarpIpMacEntry(addr("10.1.1.5"), VniOrNone(Vni(200)), mac("00:00:00:00:00:0b")));
-  const struct {
-    VniOrNone vni;
-    const char *ip, *mac;
-    int expected;
-  } cases[] = {
+  // VNI, address and MAC asked for, and the answer.
+  const std::tuple<VniOrNone, const char*, const char*, int> cases[] = {
       {VniOrNone(Vni(200)), "10.1.1.5", "00:00:00:00:00:0b", 2},
       {VniOrNone(Vni(200)), "10.1.1.5", "00:00:00:00:00:0a", 1},  // another MAC
       {VniOrNone(Vni(300)), "10.1.1.5", "00:00:00:00:00:00", 0},
@@ -33,8 +32,8 @@ TEST(L2RVarpTablesTest, LookupTakesTheFirstTableWithTheVni) {
       {VniOrNone(), "10.9.9.9", "00:00:00:00:00:00", 2},
       {VniOrNone(), "10.9.9.9", "00:00:00:00:00:01", 1},
   };
-  for (const auto& x : cases) {
-    EXPECT_EQ(ipPortTableVarpMacLookup(c, x.vni, addr(x.ip), mac(x.mac)), x.expected) << x.ip;
+  for (const auto& [vni, ip, m, expected] : cases) {
+    EXPECT_EQ(ipPortTableVarpMacLookup(c, vni, addr(ip), mac(m)), expected) << ip << " " << m;
   }
 }
 

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "agent/VxlanCounterId.h"
+#include "platform/types/EthAddr.h"
 #include "tests/netns/NamespaceSwitch.h"
 #include "tests/netns/OverlayFrames.h"
 #include "tests/netns/PacketSocket.h"
@@ -38,11 +39,8 @@ constexpr uint8_t kTtl = 33;
 // A user frame of a type no host stack answers, marked with `mark` so that each test
 // frame is told apart from every other.
 Frame userFrame(const char* dst, uint32_t mark) {
-  Frame f;
-  unsigned b[6];
-  std::sscanf(dst, "%x:%x:%x:%x:%x:%x", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5]);
-  for (unsigned x : b) f.push_back(static_cast<uint8_t>(x));
-  f.insert(f.end(), {0x02, 0x00, 0x00, 0x00, 0x10, 0x01});
+  const auto d = Wire::EthAddr::fromString(dst).bytes();
+  Frame f = {d[0], d[1], d[2], d[3], d[4], d[5], 0x02, 0x00, 0x00, 0x00, 0x10, 0x01};
   push16(f, 0x88b5);
   push32(f, mark);
   f.resize(60, 0xa5);
