@@ -33,12 +33,12 @@ struct MountedCounters {
 };
 
 // Guards the whole chain of the running agent: the mount gives a counter table over
-// fresh zeroed shared memory, its adds reach a read-only reader, and the counts outlive
-// the mapping. (A reader in another process: HostEndToEnd's counter test.)
+// fresh zeroed shared memory, its adds reach a read-only reader under the names of
+// their fixed ids (unused ids have none), and the counts outlive the mapping. (A
+// reader in another process: HostEndToEnd's counter test.)
 TEST(SharedMemoryCounterTest, MountedCountsAreSharedAndOutliveTheMount) {
   const std::string agent = uniqueAgentName("shared");
   SharedObjectGuard guard(LumMemtab::Mount::objectName(agent, kCounterTablePath));
-  EXPECT_EQ(guard.name(), "/vxrelay-" + agent + "-vxlan-counter");
   {
     MountedCounters m(agent);
     ASSERT_TRUE(m.counter);
@@ -56,6 +56,8 @@ TEST(SharedMemoryCounterTest, MountedCountsAreSharedAndOutliveTheMount) {
     EXPECT_EQ(r.vxlan[12].name, "r2lRxFrames");
     EXPECT_EQ(r.count(VxlanCounterId::r2lRxFrames), 5u);
     EXPECT_EQ(r.varp[7].name, "vxlanArpRx");
+    EXPECT_EQ(r.vxlan[32].name, "") << "an unused id";
+    EXPECT_EQ(r.varp[28].name, "");
     EXPECT_EQ(r.count(VarpCounterId::vxlanArpRx), 7u);
   }
   MountedCounters again(agent);

@@ -57,28 +57,5 @@ TEST_F(VxlanAgentCounterTest, DamagedReadIsReportedAndRestartsFromZero) {
   EXPECT_EQ(s->lastMessage, "bad magic");
 }
 
-// Guards clearing: every id of each table is written, the unused ones too, and the
-// other table is left alone.
-TEST_F(VxlanAgentCounterTest, ClearWritesEveryId) {
-  for (uint16_t i = 0; i < kVxlanCounterIds; ++i) s->vxlanCountIs(i, i + 1);
-  for (uint16_t i = 0; i < kVarpCounterIds; ++i) s->varpCountIs(i, i + 1);
-  table->vxlanCounterClearAll();
-  for (uint16_t i = 0; i < kVxlanCounterIds; ++i) EXPECT_EQ(s->vxlanCount(i), 0u) << i;
-  EXPECT_EQ(s->varpCount(uint16_t(VarpCounterId::pendingListAged)), 39u);
-  table->varpCounterClearAll();
-  for (uint16_t i = 0; i < kVarpCounterIds; ++i) EXPECT_EQ(s->varpCount(i), 0u) << i;
-}
-
-// Guards the shared numbering: names sit at their fixed ids, the unused ids have none.
-TEST(VxlanCounterIdTest, NamesStandAtTheirIds) {
-  EXPECT_EQ(vxlanCounterName(11), "r2lRxBytes");
-  EXPECT_EQ(vxlanCounterName(34), "r2lSocketErrors");
-  EXPECT_EQ(vxlanCounterName(32), "");
-  EXPECT_EQ(vxlanCounterName(42), "");
-  EXPECT_EQ(varpCounterName(0), "arpCacheUpdated");
-  EXPECT_EQ(varpCounterName(28), "");
-  EXPECT_EQ(varpCounterName(30), "decapFabricHdr");
-}
-
 }  // namespace
 }  // namespace Vxlan

@@ -159,42 +159,10 @@ TEST_F(L2RFramePathTest, OuterHeaderIsWrittenInFrontOfTheUserFrame) {
                 Wire::IpAddr::fromString("10.99.0.7"));
   const uint16_t udpLen = static_cast<uint16_t>(u.size() + 16);
   const Bytes p = packet(e);
-  const Bytes expected = {0x45,
-                          0,
-                          0,
-                          0,
-                          0,
-                          0,
-                          0x40,
-                          0,
-                          17,
-                          17,
-                          0,
-                          0,
-                          10,
-                          99,
-                          0,
-                          1,
-                          10,
-                          99,
-                          0,
-                          7,
-                          p[20],
-                          p[21],
-                          0x12,
-                          0xb5,
-                          static_cast<uint8_t>(udpLen >> 8),
-                          static_cast<uint8_t>(udpLen),
-                          0,
-                          0,
-                          0x08,
-                          0,
-                          0,
-                          0,
-                          0x00,
-                          0x13,
-                          0x92,
-                          0};
+  const auto lenHi = static_cast<uint8_t>(udpLen >> 8), lenLo = static_cast<uint8_t>(udpLen);
+  const Bytes expected = {0x45,  0,     0, 0, 0,    0,  0x40, 0, 17,    17,    0,    0,
+                          10,    99,    0, 1, 10,   99, 0,    7, p[20], p[21], 0x12, 0xb5,
+                          lenHi, lenLo, 0, 0, 0x08, 0,  0,    0, 0x00,  0x13,  0x92, 0};
   EXPECT_EQ(Bytes(p.begin(), p.begin() + 36), expected);
   EXPECT_EQ(user(e), u);
   EXPECT_EQ(e.length, u.size() + 36);

@@ -1,6 +1,8 @@
 // The mirror of the controller's virtual IP and MAC tables and its lookup.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "forwarding/Local2RemoteForwarderSm.h"
 
 namespace Vxlan {
@@ -20,21 +22,19 @@ TEST(L2RVarpTablesTest, LookupTakesTheFirstTableWithTheVni) {
       VarpIpMacEntry(addr("10.1.1.5"), VniOrNone(Vni(100)), mac("00:00:00:00:00:0a")));
   col->varpIpMacTableIs("b")->varpIpMacEntryIs(
       VarpIpMacEntry(addr("10.1.1.5"), VniOrNone(Vni(200)), mac("00:00:00:00:00:0b")));
-  EXPECT_EQ(
-      ipPortTableVarpMacLookup(c, VniOrNone(Vni(200)), addr("10.1.1.5"), mac("00:00:00:00:00:0b")),
-      2);
-  EXPECT_EQ(
-      ipPortTableVarpMacLookup(c, VniOrNone(Vni(200)), addr("10.1.1.5"), mac("00:00:00:00:00:0a")),
-      1)
-      << "same address and VNI, another MAC";
-  EXPECT_EQ(ipPortTableVarpMacLookup(c, VniOrNone(Vni(300)), addr("10.1.1.5"), Wire::EthAddr()), 0);
-  EXPECT_EQ(
-      ipPortTableVarpMacLookup(c, VniOrNone(Vni(0)), addr("10.1.1.5"), mac("00:00:00:00:00:0a")), 0)
-      << "VNI 0 never matches";
-  // VNI none matches the default entry of a table without the address.
-  EXPECT_EQ(ipPortTableVarpMacLookup(c, VniOrNone(), addr("10.9.9.9"), Wire::EthAddr()), 2);
-  EXPECT_EQ(ipPortTableVarpMacLookup(c, VniOrNone(), addr("10.9.9.9"), mac("00:00:00:00:00:01")),
-            1);
+  // VNI, address and MAC asked for, and the answer.
+  const std::tuple<VniOrNone, const char*, const char*, int> cases[] = {
+      {VniOrNone(Vni(200)), "10.1.1.5", "00:00:00:00:00:0b", 2},
+      {VniOrNone(Vni(200)), "10.1.1.5", "00:00:00:00:00:0a", 1},  // another MAC
+      {VniOrNone(Vni(300)), "10.1.1.5", "00:00:00:00:00:00", 0},
+      {VniOrNone(Vni(0)), "10.1.1.5", "00:00:00:00:00:0a", 0},  // VNI 0 never matches
+      // VNI none matches the default entry of a table without the address.
+      {VniOrNone(), "10.9.9.9", "00:00:00:00:00:00", 2},
+      {VniOrNone(), "10.9.9.9", "00:00:00:00:00:01", 1},
+  };
+  for (const auto& [vni, ip, m, expected] : cases) {
+    EXPECT_EQ(ipPortTableVarpMacLookup(c, vni, addr(ip), mac(m)), expected) << ip << " " << m;
+  }
 }
 
 TEST(L2RVarpTablesTest, TablesAndEntriesFollowTheControllerStatus) {

@@ -12,9 +12,7 @@ class R2LLifecycleTest : public R2LManagerFixture {};
 // with protocol 0 and given ETH_P_ALL at bind, so that they never listen to every
 // interface), both closed with the configuration cleared when down.
 TEST_F(R2LLifecycleTest, SocketsFollowOperStatus) {
-  txrawIs(true);
-  Lum::Ptr<VtiStatus> s = vti(false);
-  start();
+  Lum::Ptr<VtiStatus> s = startWithVti(false);
   ASSERT_TRUE(sm());
   EXPECT_TRUE(sm()->initialized());
   EXPECT_EQ(sys_.opened, 0);
@@ -50,9 +48,7 @@ TEST_F(R2LLifecycleTest, SocketsFollowOperStatus) {
 // Guards which attribute rebuilds what: port, source interface and VTEP address the
 // remote socket only (an address of 0.0.0.0 leaves it closed), controller mode both.
 TEST_F(R2LLifecycleTest, AttributeChangesRebuildTheRightSockets) {
-  txrawIs(true);
-  Lum::Ptr<VtiStatus> s = vti(true);
-  start();
+  Lum::Ptr<VtiStatus> s = startWithVti(true);
   const int local = sm()->localSock();
   auto rebuilt = [&](auto change) {
     sys_.opened = 0;
@@ -95,11 +91,9 @@ TEST_F(R2LLifecycleTest, AttributeChangesRebuildTheRightSockets) {
 // falls back to unknown without it; deletion closes the sockets, removes the
 // configuration, resets portId and drops the hardware machines.
 TEST_F(R2LLifecycleTest, DeletingTheVtiCleansUp) {
-  txrawIs(true);
   hw_->vxlanHwStatusIs(kVti)->portIdIs(HwPortId(0x21));
   bum_->bumMcastGrpIs(Bridging::VlanId(10), ip("239.1.1.1"));
-  vti(true);
-  start();
+  startWithVti(true);
   Lum::Ptr<Sm> machine = sm();
   EXPECT_EQ(machine->portId(), HwPortId(0x21));
   hw_->vxlanHwStatus(kVti)->portIdIs(HwPortId(0x22));
@@ -165,9 +159,7 @@ TEST_F(R2LLifecycleTest, TxRawDeviceReopensAndClosesTheSockets) {
 // pair back. And against a pair left closed by the order in which a document's
 // attributes are applied: up before the device name, the name completes the pair.
 TEST_F(R2LLifecycleTest, RemoteSocketIsWatchedOnlyWithALocalSocket) {
-  txrawIs(true);
-  Lum::Ptr<VtiStatus> s = vti(true);
-  start();
+  Lum::Ptr<VtiStatus> s = startWithVti(true);
   EXPECT_TRUE(remoteWatched());
   txrawIs(false);
   s->udpPortIs(8472);
@@ -192,10 +184,8 @@ TEST_F(R2LLifecycleTest, RemoteSocketIsWatchedOnlyWithALocalSocket) {
 // VNI table and follows its state; a new BUM status brings its flood group; a new
 // MLAG status its membership rule.
 TEST_F(R2LLifecycleTest, NewNotifierCatchesUp) {
-  txrawIs(true);
   bum_->bumReplicationModeIs(2);
-  vti(false);
-  start();
+  startWithVti(false);
 
   Lum::Ptr<VtiStatus> other = new VtiStatus(kVti);
   other->srcIpIntfIs(kSrc);

@@ -1,72 +1,25 @@
-// The remote-to-local manager on a full set of inputs, with raw sockets replaced by
-// socket pairs: FakeRawSockets answers socket(AF_PACKET) with one end of a pair (the
-// test reaches the other through peer()), SIOCGIFINDEX from its own device table
-// (reading the name as the kernel does, at most 15 bytes), records the protocols asked
-// for, binds and closes, and fails a bind or a write on demand.
+// The remote-to-local manager on a full set of inputs, with packet sockets replaced by
+// socket pairs (TestSupport::SocketPairs: devices "lo1" and "txraw"); FakeRawSockets
+// also fails a write, or cuts a batch write short, on demand.
 #pragma once
 
-#include <arpa/inet.h>
 #include <linux/if_ether.h>
-#include <linux/if_packet.h>
 #include <net/if.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <map>
-#include <set>
-#include <string>
+#include <algorithm>
 #include <utility>
 
 #include "forwarding/Remote2LocalForwarderSm.h"
-#include "platform/os/SysCalls.h"
+#include "tests/support/SocketPairs.h"
 
 namespace Vxlan {
 
-class FakeRawSockets : public Lum::SysCalls {
+class FakeRawSockets : public TestSupport::SocketPairs {
  public:
-  ~FakeRawSockets() override {
-    for (auto [fd, other] : peer_) ::close(fd), ::close(other);
-  }
-  int socket(int domain, int type, int protocol) override {
-    if (domain != AF_PACKET) return SysCalls::socket(domain, type, protocol);
-    int fds[2];
-    if (::socketpair(AF_UNIX, SOCK_DGRAM, 0, fds) < 0) return -1;
-    peer_[fds[0]] = fds[1];
-    ++opened;
-    openProtocols.insert(protocol);
-    return fds[0];
-  }
-  int ioctl(int fd, unsigned long request, void* arg) override {
-    if (request != SIOCGIFINDEX || !peer_.count(fd)) return SysCalls::ioctl(fd, request, arg);
-    auto* req = static_cast<ifreq*>(arg);
-    auto it = devices.find(std::string(req->ifr_name, strnlen(req->ifr_name, IFNAMSIZ - 1)));
-    if (it == devices.end()) {
-      errno = ENODEV;
-      return -1;
-    }
-    req->ifr_ifindex = it->second;
-    return 0;
-  }
-  int bind(int fd, const sockaddr* addr, socklen_t len) override {
-    if (!peer_.count(fd)) return SysCalls::bind(fd, addr, len);
-    if (failBind) return errno = failBind, -1;
-    const auto* ll = reinterpret_cast<const sockaddr_ll*>(addr);
-    boundIndex[fd] = ll->sll_ifindex;
-    boundProtocol[fd] = ntohs(ll->sll_protocol);
-    return 0;
-  }
-  int close(int fd) override {
-    if (auto it = peer_.find(fd); it != peer_.end()) {
-      ::close(it->second);
-      peer_.erase(it);
-      boundIndex.erase(fd);
-    }
-    return SysCalls::close(fd);
-  }
+  FakeRawSockets() : SocketPairs({AF_PACKET}) { devices = {{"lo1", 3}, {"txraw", 7}}; }
   Lum::SysResult write(int fd, const void* buf, size_t len) override {
     if (failWriteOnce) return {-1, std::exchange(failWriteOnce, 0)};
     return SysCalls::write(fd, buf, len);
@@ -81,23 +34,11 @@ class FakeRawSockets : public Lum::SysCalls {
     }
     return SysCalls::sendmmsg(fd, msgs, count, flags);
   }
-  size_t openCount() const { return peer_.size(); }
-  bool isOpen(int fd) const { return peer_.count(fd) != 0; }
-  int peer(int fd) const { return peer_.at(fd); }
 
-  std::map<std::string, int> devices{{"lo1", 3}, {"txraw", 7}};
-  std::map<int, int> boundIndex;
-  std::map<int, int> boundProtocol;
-  std::set<int> openProtocols;
-  int opened = 0;
-  int failBind = 0;       // errno of every bind of a packet socket while set
   int failWriteOnce = 0;  // errno of the next write
   unsigned shortSendOnce = 0;
   int failSendAfterShort = 0;
   int failNextSend = 0;
-
- private:
-  std::map<int, int> peer_;
 };
 
 class R2LManagerFixture : public ::testing::Test {
@@ -109,6 +50,13 @@ class R2LManagerFixture : public ::testing::Test {
   void start() {
     r2l_ = new Remote2LocalForwarderSm(Remote2LocalForwarderSm::Inputs{
         dir_, hw_, igmp_, pim_, bum_, maps_, kni_, counter_, mlag_});
+  }
+  // With "txraw" present: the VTI, up or not, then the manager.
+  Lum::Ptr<VtiStatus> startWithVti(bool up) {
+    txrawIs(true);
+    Lum::Ptr<VtiStatus> s = vti(up);
+    start();
+    return s;
   }
   // The VTI with its source interface; up or not.
   Lum::Ptr<VtiStatus> vti(bool up) {

@@ -62,10 +62,8 @@ TEST_F(R2LVniMapTest, RebuiltOnStart) {
 class R2LMembershipTest : public R2LManagerFixture {
  protected:
   void SetUp() override {
-    txrawIs(true);
     bum_->bumReplicationModeIs(2);
-    s_ = vti(true);
-    start();
+    s_ = startWithVti(true);
   }
   Lum::Ptr<VtiStatus> s_;
 };

@@ -26,9 +26,9 @@ bool allZero(const auto& readings) {
 
 // Guards a running host end to end: it takes its state file, its control socket
 // answers, a change applied through the tool reads back, a change request with a
-// refused part is taken not at all and names the path, a second host given the same
-// control socket ends without taking it over, and SIGTERM ends the host with status 0
-// and without its socket left behind.
+// refused part is taken not at all and names the path, and SIGTERM ends the host with
+// status 0 and without its socket left behind. (A live socket is not taken over: the
+// control server's test.)
 TEST(HostEndToEnd, RunningHostAppliesGetsAndEndsOnSigterm) {
   Host host;
   ASSERT_TRUE(host.ready()) << host.child().errors();
@@ -65,15 +65,6 @@ TEST(HostEndToEnd, RunningHostAppliesGetsAndEndsOnSigterm) {
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(host.stateOf(kVtiPath)["vtiStatus"]["Vxlan1"]["udpPort"], "4789");
 
-  const std::string other = host.name() + "-b";
-  ChildProcess second({VXRELAY_HOST, "--name", other, "--control", host.control()},
-                      (host.dir() / "second.out").string(), kChildEnv,
-                      (host.dir() / "second.err").string());
-  const std::string err = refusalLine(second);
-  ::shm_unlink(LumMemtab::Mount::objectName(other, Vxlan::kCounterTablePath).c_str());
-  EXPECT_NE(err.find(host.control()), std::string::npos) << err;
-  EXPECT_TRUE(host.stateOf(kVtiPath).contains("vtiStatus"));
-
   ASSERT_EQ(::kill(host.child().pid(), SIGTERM), 0);
   const std::optional<int> status = host.child().exitWithin(kExitBound);
   ASSERT_TRUE(status) << "still running after SIGTERM";
@@ -89,15 +80,12 @@ TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
   ASSERT_TRUE(host.ready()) << host.child().errors();
 
   const Vxlan::CounterTableReader reader(host.name());
-  Vxlan::CounterTablesReading fresh = reader.counts();
-  EXPECT_EQ(fresh.vxlan.size(), Vxlan::kVxlanCounterIds);
-  EXPECT_EQ(fresh.varp.size(), Vxlan::kVarpCounterIds);
+  const Vxlan::CounterTablesReading fresh = reader.counts();
   // The example's devices do not exist here, so opening the sockets may count socket
-  // errors (34) as the host starts; nothing else moves.
+  // errors (34) as the host starts; nothing else moves. (The tables' sizes: the JSON
+  // check below.)
   for (const auto& c : fresh.vxlan) {
-    if (c.id != Vxlan::VxlanCounterId::r2lSocketErrors) {
-      EXPECT_EQ(c.count, 0u) << c.name;
-    }
+    EXPECT_TRUE(c.count == 0 || c.id == Vxlan::VxlanCounterId::r2lSocketErrors) << c.name;
   }
   EXPECT_TRUE(allZero(fresh.varp));
 

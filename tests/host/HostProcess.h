@@ -120,7 +120,6 @@ class Host {
   const std::string& name() const { return name_; }
   const std::string& counterObject() const { return counterObject_; }
   const std::string& control() const { return control_; }
-  const std::filesystem::path& dir() const { return dir_.path(); }
   ChildProcess& child() { return *child_; }
 
  private:

@@ -1,17 +1,11 @@
 #include "tests/netns/SwitchTopology.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "platform/core/Exception.h"
@@ -99,12 +93,7 @@ void SwitchTopology::build() {
   ip(fabricNs_, "link set br0 up");
 
   addVtep(switchNs_, switchUnderlay_, deviceName("f" + tag_ + "s"), kVtepAddr);
-  for (const char* pair : {kTxRawDevice, kVxlanDevice}) {
-    const std::string peer = std::string(pair) + "-p";
-    ip(switchNs_, "link add name " + std::string(pair) + " type veth peer name " + peer);
-    ip(switchNs_, "link set " + peer + " up");
-    ip(switchNs_, std::string("link set ") + pair + " up");
-  }
+  for (const char* pair : {kTxRawDevice, kVxlanDevice}) switchVethPairIs(pair);
 
   for (size_t i = 0; i < config_.remotes; ++i) {
     const std::string& ns = remoteNs_[i];
@@ -119,6 +108,12 @@ void SwitchTopology::build() {
     }
     addRemoteVxlanDevice(i, config_.vni, config_.udpPort);
   }
+}
+
+void SwitchTopology::switchVethPairIs(const std::string& device) const {
+  ip(switchNs_, "link add name " + device + " type veth peer name " + device + "-p");
+  ip(switchNs_, "link set " + device + "-p up");
+  ip(switchNs_, "link set " + device + " up");
 }
 
 std::string SwitchTopology::remoteUnderlayDevice(size_t i) const {
@@ -148,35 +143,31 @@ void SwitchTopology::remoteVxlanDeviceIs(size_t i, Vxlan::Vni vni, uint16_t udpP
 
 nlohmann::json SwitchTopology::stateDocument() const {
   using nlohmann::json;
+  json doc = json::parse(R"({
+      "interface/status/eth/vxlan": {"vtiStatus": {"Vxlan1": {
+          "operStatus": 1, "srcIpIntf": "Loopback0", "floodMcastGrp": "0.0.0.0"}}},
+      "vxlan/hardware/status": {"bumStatus": {"bumReplicationMode": 0}},
+      "bridging/config": {"bridgeMacAddr": "00:1c:73:00:00:01"},
+      "bridging/hwcapabilities": {"vxlanTxRawSupported": true},
+      "mlag/status": {"mlagState": 0}})");
+  // The parameters: the VTI's addresses, port, TTL and VLAN, the hardware port id and
+  // every remote VTEP, in the hardware entry and in the VLAN's default flood list.
   json remotes = json::object();
   for (size_t i = 0; i < config_.remotes; ++i) remotes[remoteVtepAddr(i)] = true;
   const std::string vlan = std::to_string(config_.vlan.value());
-  return {
-      {"interface/status/eth/vxlan",
-       {{"vtiStatus",
-         {{"Vxlan1",
-           {{"operStatus", 1},
-            {"localVtepAddr", kVtepAddr},
-            {"srcIpIntf", "Loopback0"},
-            {"srcIntfKernelName", switchUnderlay_},
-            {"udpPort", config_.udpPort},
-            {"ttl", config_.ttl},
-            {"floodMcastGrp", "0.0.0.0"},
-            {"vlanToVniMap", {{vlan, config_.vni.value()}}}}}}}}},
-      {"vxlan/hardware/status",
-       {{"vxlanHwStatus",
-         {{"Vxlan1",
-           {{"portId", config_.portId.value()},
-            {"cpuSourcePortId", config_.portId.value() + 1},
-            {"remoteVtep", remotes}}}}},
-        {"bumStatus",
-         {{"bumReplicationMode", 0},
-          {"bumVtepList",
-           {{"00:00:00:00:00:00/" + vlan, {{"remoteVtepAddr", remotes}, {"listType", 0}}}}}}}}},
-      {"bridging/config", {{"bridgeMacAddr", "00:1c:73:00:00:01"}}},
-      {"bridging/hwcapabilities", {{"vxlanTxRawSupported", true}}},
-      {"mlag/status", {{"mlagState", 0}}},
-  };
+  doc["interface/status/eth/vxlan"]["vtiStatus"]["Vxlan1"].update(
+      {{"localVtepAddr", kVtepAddr},
+       {"srcIntfKernelName", switchUnderlay_},
+       {"udpPort", config_.udpPort},
+       {"ttl", config_.ttl},
+       {"vlanToVniMap", {{vlan, config_.vni.value()}}}});
+  json& hw = doc["vxlan/hardware/status"];
+  hw["vxlanHwStatus"]["Vxlan1"] = {{"portId", config_.portId.value()},
+                                   {"cpuSourcePortId", config_.portId.value() + 1},
+                                   {"remoteVtep", remotes}};
+  hw["bumStatus"]["bumVtepList"]["00:00:00:00:00:00/" + vlan] = {{"remoteVtepAddr", remotes},
+                                                                 {"listType", 0}};
+  return doc;
 }
 
 void SwitchTopology::startHost() {

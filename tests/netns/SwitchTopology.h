@@ -94,6 +94,9 @@ class SwitchTopology {
   std::string remoteOverlayAddr(size_t i) const;
   // The underlay veth end of remote i, for frames written below its kernel VXLAN device.
   std::string remoteUnderlayDevice(size_t i) const;
+  // Makes the veth pair `device` <-> `device`-p in the switch namespace, both up: how
+  // "txraw" and "vxlan" are made, and made again by tests that deleted one.
+  void switchVethPairIs(const std::string& device) const;
   // Replaces the kernel VXLAN device of remote i by one with this VNI and destination
   // port (same name, addresses and remote), for traffic the switch is not set up for.
   void remoteVxlanDeviceIs(size_t i, Vxlan::Vni vni, uint16_t udpPort) const;

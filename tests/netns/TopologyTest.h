@@ -1,7 +1,8 @@
 // TestSupport::TopologyTest: the fixture of the tests that run the agent host against
 // the real kernel. SetUp builds a SwitchTopology and starts the host (skipped without
-// root; CI runs as root); TearDown removes it all and checks that nothing it made is
-// left: no namespace, no counter table, no folder, whatever the test did.
+// root; CI runs as root); a test body runs only with both in place. TearDown removes it
+// all and checks that nothing it made is left: no namespace, no counter table, no
+// folder, whatever the test did.
 #pragma once
 
 #include <unistd.h>
@@ -13,17 +14,20 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "agent/VxlanCounterId.h"
 #include "tests/netns/SwitchTopology.h"
+#include "tests/support/ChildProcess.h"
 
 namespace TestSupport {
 
 class TopologyTest : public ::testing::Test {
  protected:
   static constexpr auto kFrameWait = std::chrono::seconds(3);
+  // How long silence must last to count as "nothing", and how long a change may take.
+  static constexpr auto kQuietWait = std::chrono::milliseconds(500);
+  static constexpr auto kSettleLimit = std::chrono::seconds(5);
 
   // The topology a test gets; tests that need another one override this.
   virtual SwitchTopologyConfig topologyConfig() const { return {}; }
@@ -59,12 +63,8 @@ class TopologyTest : public ::testing::Test {
   // Polls counter `id` until it exceeds `before` (counts are stored after the write
   // they count); its last value.
   uint64_t countAbove(Vxlan::VxlanCounterId id, uint64_t before) const {
-    const auto deadline = std::chrono::steady_clock::now() + kFrameWait;
-    uint64_t now = count(id);
-    while (now <= before && std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      now = count(id);
-    }
+    uint64_t now = 0;
+    eventually([&] { return (now = count(id)) > before; }, kFrameWait);
     return now;
   }
 

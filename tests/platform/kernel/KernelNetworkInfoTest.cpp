@@ -4,6 +4,9 @@
 // with libmnl as the kernel lays them out.
 #include "platform/kernel/KernelNetworkInfoManager.h"
 
+// glibc's interface header first: the kernel's then leaves out what it defines.
+#include <net/if.h>
+
 #include <fcntl.h>
 #include <libmnl/libmnl.h>
 #include <linux/if.h>
@@ -20,6 +23,7 @@
 #include <vector>
 
 #include "platform/os/SysCalls.h"
+#include "tests/support/SocketPairs.h"
 #include "tests/support/Throws.h"
 
 namespace KernelNetworkInfo {
@@ -36,14 +40,7 @@ struct Device {
 
 InterfaceState dev(unsigned i, const char* name, uint32_t flags, uint32_t mtu,
                    Wire::EthAddr mac = {}, uint8_t oper = IF_OPER_UNKNOWN) {
-  InterfaceState s;
-  s.ifindex = IfIndex(i);
-  s.name = name;
-  s.flags = flags;
-  s.operState = oper;
-  s.hwAddr = mac;
-  s.mtu = mtu;
-  return s;
+  return {IfIndex(i), name, flags, oper, mac, mtu};
 }
 
 void putLink(std::vector<uint8_t>& out, uint16_t type, uint32_t seq, uint32_t pid, const Device& d,
@@ -78,34 +75,21 @@ void putDone(std::vector<uint8_t>& out, uint32_t seq, uint16_t extraFlags = 0) {
   out.insert(out.end(), buf, buf + nlh->nlmsg_len);
 }
 
-struct FakeKernel : Lum::SysCalls {
-  std::map<unsigned, Device> devices;  // what a dump lists
-  int mine = -1;                       // the manager's socket
-  int peer = -1;                       // the kernel's end
-  uint32_t dumpSeq = 0;                // of the last request
+// The netlink socket is a socket pair (TestSupport::SocketPairs); the kernel's end is
+// its peer.
+struct FakeKernel : TestSupport::SocketPairs {
+  std::map<unsigned, Device> links;  // what a dump lists
+  int mine = -1;                     // the manager's socket
+  uint32_t dumpSeq = 0;              // of the last request
   int dumps = 0;
   bool answerDumps = true;
   int nextRecvErrno = 0;
   uint32_t nextSender = 0;  // the port the next datagram seems to come from
   std::vector<std::string> closed;
 
-  ~FakeKernel() override {
-    if (peer >= 0) ::close(peer);
-  }
-  void add(const InterfaceState& s, size_t addrLen = 6) {
-    devices[s.ifindex.value()] = {s, addrLen};
-  }
+  void add(const InterfaceState& s, size_t addrLen = 6) { links[s.ifindex.value()] = {s, addrLen}; }
 
-  int socket(int, int, int) override {
-    int fds[2];
-    if (::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, fds) < 0) return -1;
-    mine = fds[0];
-    peer = fds[1];
-    return mine;
-  }
-  int bind(int fd, const sockaddr* a, socklen_t l) override {
-    return fd == mine ? 0 : SysCalls::bind(fd, a, l);
-  }
+  int socket(int d, int t, int p) override { return mine = SocketPairs::socket(d, t, p); }
   int getsockname(int fd, sockaddr* a, socklen_t* l) override {
     if (fd != mine) return SysCalls::getsockname(fd, a, l);
     auto* nl = reinterpret_cast<sockaddr_nl*>(a);
@@ -116,7 +100,7 @@ struct FakeKernel : Lum::SysCalls {
   }
   int close(int fd) override {
     if (fd == mine) closed.push_back("socket");
-    return SysCalls::close(fd);
+    return SocketPairs::close(fd);
   }
   ssize_t send(int fd, const void* buf, size_t len, int flags) override {
     if (fd != mine) return SysCalls::send(fd, buf, len, flags);
@@ -131,10 +115,7 @@ struct FakeKernel : Lum::SysCalls {
   ssize_t recvfrom(int fd, void* buf, size_t len, int flags, sockaddr* from,
                    socklen_t* fromLen) override {
     if (fd != mine) return SysCalls::recvfrom(fd, buf, len, flags, from, fromLen);
-    if (nextRecvErrno) {
-      errno = std::exchange(nextRecvErrno, 0);
-      return -1;
-    }
+    if (nextRecvErrno) return errno = std::exchange(nextRecvErrno, 0), -1;
     const ssize_t n = ::recv(fd, buf, len, flags);
     if (n < 0) return n;
     auto* nl = reinterpret_cast<sockaddr_nl*>(from);
@@ -148,7 +129,7 @@ struct FakeKernel : Lum::SysCalls {
   // The dump as the kernel sends it: several links in one datagram, then DONE.
   void answerDump(uint16_t doneFlags = 0) {
     std::vector<uint8_t> d;
-    for (const auto& [i, device] : devices) putLink(d, RTM_NEWLINK, dumpSeq, kPort, device);
+    for (const auto& [i, device] : links) putLink(d, RTM_NEWLINK, dumpSeq, kPort, device);
     write(d);
     d.clear();
     putDone(d, dumpSeq, doneFlags);
@@ -160,7 +141,7 @@ struct FakeKernel : Lum::SysCalls {
     write(d);
   }
   void write(const std::vector<uint8_t>& d) {
-    ASSERT_EQ(::send(peer, d.data(), d.size(), 0), static_cast<ssize_t>(d.size()));
+    ASSERT_EQ(::send(peer(mine), d.data(), d.size(), 0), static_cast<ssize_t>(d.size()));
   }
 };
 
@@ -274,7 +255,7 @@ TEST_F(KernelNetworkInfoTest, DumpsRunOneAtATime) {
   start();
   kernel_.answerDumps = false;
   kernel_.nextRecvErrno = ENOBUFS;
-  kernel_.event(RTM_NEWLINK, kernel_.devices[1].s);
+  kernel_.event(RTM_NEWLINK, kernel_.links[1].s);
   loop_.runOnce(0);
   ASSERT_EQ(kernel_.dumps, 2);
   ASSERT_TRUE(manager_->dumpInProgress());
@@ -287,7 +268,7 @@ TEST_F(KernelNetworkInfoTest, DumpsRunOneAtATime) {
   EXPECT_TRUE(root_->interface(IfIndex(6))) << "a device announced during the dump was deleted";
   EXPECT_EQ(kernel_.dumps, 3) << "the loss during the dump was not followed by a dump";
   kernel_.add(dev(6, "late0", kUp, 1500));
-  kernel_.devices.erase(3);
+  kernel_.links.erase(3);
   kernel_.answerDump(NLM_F_DUMP_INTR);
   loop_.runOnce(0);
   EXPECT_TRUE(root_->interface(IfIndex(3))) << "an interrupted dump deleted a device";

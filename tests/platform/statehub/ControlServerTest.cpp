@@ -20,26 +20,14 @@ namespace {
 
 using nlohmann::json;
 
-struct VtiWatch : Vxlan::VtiStatus::NotifieeConst {
-  std::vector<int> ports;
-  void onUdpPort() override { ports.push_back(notifier()->udpPort()); }
-};
-
-struct NoMounter : Mounter {
-  void doMountsComplete(MountStatus, EntityManager&) override {}
-};
-
 class ControlServerTest : public ::testing::Test {
  protected:
   void SetUp() override {
     socketPath_ = dir_.file("statehub.sock");
-    NoMounter m;
-    Lum::Ptr<MountGroup> g = em_->getMountGroup(&m);
-    g->doMount("r", "StatehubTest::VtiDir", kVti);
-    g->doMount("wc", "Lum::Dir", kRequests);
-    g->doClose(false, "", 0);
-    loop_.runOnce(0);
-    ASSERT_EQ(g->status(), mountSuccess_) << g->error();
+    ASSERT_EQ(
+        StatehubTest::mountAll(
+            *em_, loop_, {{"r", "StatehubTest::VtiDir", kVti}, {"wc", "Lum::Dir", kRequests}}),
+        mountSuccess_);
     server_ = std::make_unique<ControlServer>(*em_, socketPath_, loop_);
   }
 
@@ -93,7 +81,7 @@ TEST_F(ControlServerTest, ApplyGetAndCommand) {
                               {"state", {{kVti, {{"vtiStatus", {{"Vxlan1", json::object()}}}}}}}});
   ASSERT_EQ(a, json({{"ok", true}}));
   auto dir = Lum::ptrCast<StatehubTest::VtiDir>(em_->getEntity(kVti));
-  Lum::Ptr<VtiWatch> watch(new VtiWatch);
+  Lum::Ptr<StatehubTest::VtiWatch> watch(new StatehubTest::VtiWatch);
   Lum::ActivityManager activities(loop_);
   watch->lumFwkActivityIs(activities.newActivity());
   watch->notifierIs(dir->vtiStatus(Wire::IntfId("Vxlan1")));
@@ -107,9 +95,9 @@ TEST_F(ControlServerTest, ApplyGetAndCommand) {
       EXPECT_EQ(*answer, json({{"ok", true}}));
       break;
     }
-    ASSERT_TRUE(watch->ports.empty()) << "reacted, but the answer is not there";
+    ASSERT_TRUE(watch->seen.empty()) << "reacted, but the answer is not there";
   }
-  EXPECT_EQ(watch->ports, std::vector<int>{4790});
+  EXPECT_EQ(watch->seen, std::vector<std::string>{"udpPort 4790"});
 
   a = roundTrip(client, {{"op", "get"}, {"path", std::string(kVti) + "/vtiStatus/Vxlan1"}});
   EXPECT_EQ(a["ok"], true);

@@ -15,6 +15,7 @@ namespace {
 
 using nlohmann::json;
 using StatehubTest::VtiDir;
+using StatehubTest::VtiWatch;
 using TestSupport::thrownText;
 
 struct RecordingMounter : Mounter {
@@ -26,24 +27,11 @@ struct RecordingMounter : Mounter {
   }
 };
 
-struct VtiWatch : Vxlan::VtiStatus::NotifieeConst {
-  std::vector<std::string> seen;
-  void onUdpPort() override { seen.push_back("udpPort " + std::to_string(notifier()->udpPort())); }
-  void onVlanToVniMap(Bridging::VlanId v) override {
-    seen.push_back("vlan " + std::to_string(v.value()));
-  }
-};
-
 class StatehubTest : public ::testing::Test {
  protected:
-  MountStatus mountAll(const std::vector<std::pair<std::string, std::string>>& typeAndPath) {
-    RecordingMounter m;
-    Lum::Ptr<MountGroup> g = em->getMountGroup(&m);
-    for (const auto& [type, path] : typeAndPath) g->doMount("r", type, path);
-    g->doClose(false, "", 0);
-    loop.runOnce(0);
-    EXPECT_EQ(m.calls.size(), 1u);
-    return m.calls.empty() ? mountUnknown_ : m.calls.front();
+  // Mounts `type` read-only at `path`, as a group of its own.
+  MountStatus mountAll(const std::string& type, const std::string& path) {
+    return ::StatehubTest::mountAll(*em, loop, {{"r", type, path}});
   }
   Lum::Ptr<VtiDir> vtiDir() { return Lum::ptrCast<VtiDir>(em->getEntity(kVti)); }
 
@@ -53,8 +41,10 @@ class StatehubTest : public ::testing::Test {
 };
 
 // Guards against completion delivered inside doClose (before the agent is ready for
-// it), against entities missing, misnamed or of the wrong type at their paths, and
-// against a trailing slash making a second, different mount.
+// it), against entities missing, misnamed or of the wrong type at their paths, against
+// a trailing slash making a second, different mount, and against a mount of the path
+// by a later group replacing the entity that reactors already watch, or another type
+// taking the path over.
 TEST_F(StatehubTest, MountGroupCompletesOnTheLoopWithEntitiesAtTheirPaths) {
   RecordingMounter m;
   Lum::Ptr<MountGroup> g = em->getMountGroup(&m);
@@ -82,17 +72,12 @@ TEST_F(StatehubTest, MountGroupCompletesOnTheLoopWithEntitiesAtTheirPaths) {
   ASSERT_TRUE(dir);
   EXPECT_EQ(dir->name().view(), "vxlan");
   EXPECT_EQ(em->mountPaths().size(), 2u);
-}
 
-// Guards against a second mount of a path replacing the entity that reactors already
-// watch, and against a path taken over by another type.
-TEST_F(StatehubTest, PathMountedTwiceIsSharedAndKeepsItsType) {
-  ASSERT_EQ(mountAll({{"Lum::Dir", "a/dir"}}), mountSuccess_);
-  Lum::Ptr<Lum::Entity> first = em->getEntity("a/dir");
-  ASSERT_EQ(mountAll({{"Lum::Dir", "a/dir/"}}), mountSuccess_);
-  EXPECT_EQ(em->getEntity("a/dir"), first);
-  EXPECT_EQ(mountAll({{"StatehubTest::VtiDir", "a/dir"}}), mountFailed_);
-  EXPECT_EQ(em->getEntity("a/dir"), first);
+  // A later group's mount of the path shares the entity; another type fails.
+  ASSERT_EQ(mountAll("StatehubTest::VtiDir", "vxlan/vtiDir"), mountSuccess_);
+  EXPECT_EQ(em->getEntity("vxlan/vtiDir"), vtis);
+  EXPECT_EQ(mountAll("Lum::Dir", "vxlan/vtiDir/"), mountFailed_);
+  EXPECT_EQ(em->getEntity("vxlan/vtiDir"), vtis);
 }
 
 // Guards against a failed group leaving part of its mounts behind: an unknown type, a
@@ -115,7 +100,7 @@ TEST_F(StatehubTest, FailingGroupCreatesNothing) {
   // Kept state that the entity refuses when it is finally mounted fails the group too,
   // and the path stays unmounted, so the fault is not silently dropped.
   em->stateIs({{kVti, {{"vtiStatus", {{"Vxlan1", {{"udpPort", 70000}}}}}}}});
-  EXPECT_EQ(mountAll({{"StatehubTest::VtiDir", kVti}}), mountFailed_);
+  EXPECT_EQ(mountAll("StatehubTest::VtiDir", kVti), mountFailed_);
   EXPECT_FALSE(em->getEntity(kVti));
 }
 
@@ -123,7 +108,7 @@ TEST_F(StatehubTest, FailingGroupCreatesNothing) {
 // entities, and names that lead nowhere; and deletion by null in maps and collections,
 // where a delete of something absent is not an error.
 TEST_F(StatehubTest, EntitiesBelowAMountAndNullDeletes) {
-  ASSERT_EQ(mountAll({{"StatehubTest::VtiDir", kVti}}), mountSuccess_);
+  ASSERT_EQ(mountAll("StatehubTest::VtiDir", kVti), mountSuccess_);
   Lum::Ptr<VtiDir> dir = vtiDir();
   dir->vtiStatusIs(Wire::IntfId("Vxlan1"));
   dir->vtiStatusIs(Wire::IntfId("Ethernet1/1"));
@@ -162,7 +147,7 @@ TEST_F(StatehubTest, StateAppliedAtMountAndAfter) {
          {"settings", {{"enabled", true}}},
          {"vtiStatus", {{"Vxlan1", {{"udpPort", 4790}, {"vlanToVniMap", {{"10", 5010}}}}}}}}}});
   EXPECT_EQ(em->pendingStatePaths(), std::vector<std::string>{kVti});
-  ASSERT_EQ(mountAll({{"StatehubTest::VtiDir", kVti}}), mountSuccess_);
+  ASSERT_EQ(mountAll("StatehubTest::VtiDir", kVti), mountSuccess_);
   EXPECT_TRUE(em->pendingStatePaths().empty());
   Lum::Ptr<VtiDir> dir = vtiDir();
   EXPECT_EQ(dir->label().view(), "fabric");
@@ -186,7 +171,7 @@ TEST_F(StatehubTest, StateAppliedAtMountAndAfter) {
 // Guards the all-or-nothing rule: every refused document leaves the entities as they
 // were, even its valid parts that sort before the fault, and names the refused item.
 TEST_F(StatehubTest, RefusedDocumentChangesNothingAndNamesThePath) {
-  ASSERT_EQ(mountAll({{"StatehubTest::VtiDir", kVti}}), mountSuccess_);
+  ASSERT_EQ(mountAll("StatehubTest::VtiDir", kVti), mountSuccess_);
   em->stateIs({{kVti, {{"vtiStatus", {{"Vxlan1", json::object()}}}}}});
   const json before = em->stateOf(kVti);
   const std::string base = kVti;
@@ -240,7 +225,7 @@ TEST_F(StatehubTest, StateFiles) {
   std::ofstream(good)
       << R"({"later/mounted": {"label": "x"}, "interface/status/eth/vxlan": {"label": "y"}})";
   std::ofstream(broken) << R"({"interface/status/eth/vxlan": {"label": )";
-  ASSERT_EQ(mountAll({{"StatehubTest::VtiDir", kVti}}), mountSuccess_);
+  ASSERT_EQ(mountAll("StatehubTest::VtiDir", kVti), mountSuccess_);
   em->stateFileIs(good);
   EXPECT_EQ(vtiDir()->label().view(), "y");
   EXPECT_EQ(em->pendingStatePaths(), std::vector<std::string>{"later/mounted"});

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -19,27 +20,17 @@ using Lum::GenericRef;
 using Lum::Ptr;
 
 // Texts that the status key and value types read, each canonical for its type, and
-// some that most of them refuse. Every attribute is tried with every text.
-const std::vector<std::string> kTexts = {"",
-                                         "false",
-                                         "true",
-                                         "7",
-                                         "99",
-                                         "256",
-                                         "5000",
-                                         "0",
-                                         "10.0.0.1",
-                                         "0.0.0.0",
-                                         "10.0.0.1/24",
-                                         "10.1.1.5/32",
-                                         "10.1.1.5",
-                                         "Ethernet1",
-                                         "00:11:22:33:44:55",
-                                         "00:11:22:33:44:55/10",
-                                         "0.0.0.0,239.1.1.1",
-                                         "2,10",
-                                         "10.1.1.5/32,5000,00:11:22:33:44:55",
-                                         "10.1.1.5,5000,00:11:22:33:44:55"};
+// some that most of them refuse (the empty text, then the others separated by blanks).
+// Every attribute is tried with every text.
+const std::vector<std::string> kTexts = [] {
+  std::vector<std::string> texts = {""};
+  std::istringstream in(
+      "false true 7 99 256 5000 0 10.0.0.1 0.0.0.0 10.0.0.1/24 10.1.1.5/32 10.1.1.5 Ethernet1 "
+      "00:11:22:33:44:55 00:11:22:33:44:55/10 0.0.0.0,239.1.1.1 2,10 "
+      "10.1.1.5/32,5000,00:11:22:33:44:55 10.1.1.5,5000,00:11:22:33:44:55");
+  for (std::string t; in >> t;) texts.push_back(t);
+  return texts;
+}();
 
 bool accepted(const std::function<void()>& f) {
   try {
