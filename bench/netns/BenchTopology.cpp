@@ -20,11 +20,13 @@ constexpr uint16_t kHighPriority = 0x0041;
 constexpr uint32_t kSwitchVtepIp = 0x0a630001;  // 10.99.0.1
 constexpr uint32_t kRemoteVtepIp = 0x0a630002;  // 10.99.0.2
 
-TestSupport::SwitchTopologyConfig configFor(Path path, int cpu) {
+TestSupport::SwitchTopologyConfig configFor(Path path, int cpu, std::vector<std::string> wrapper) {
   TestSupport::SwitchTopologyConfig c;
   c.remotes = 1;
   c.remoteHosts = true;
   if (path == Path::vxrelay) c.hostCpu = cpu;
+  if (!wrapper.empty()) c.hostStartLimit = std::chrono::seconds(90);
+  c.hostWrapper = std::move(wrapper);
   return c;
 }
 
@@ -66,8 +68,9 @@ uint64_t rxPackets(const Port& port) {
   return linkJson(port, "-s").at("stats64").at("rx").at("packets").get<uint64_t>();
 }
 
-BenchTopology::BenchTopology(Path path, int pathCpu, int generatorCpu)
-    : path_(path), topo_(configFor(path, pathCpu)) {
+BenchTopology::BenchTopology(Path path, int pathCpu, int generatorCpu,
+                             std::vector<std::string> hostWrapper)
+    : path_(path), topo_(configFor(path, pathCpu, std::move(hostWrapper))) {
   // Should a step throw, topo_ (whole by now) removes everything on the way out.
   if (path_ == Path::kernel) addKernelVtep();
   // The remote VTEP's address resolved for good: no ARP exchange inside a measurement.

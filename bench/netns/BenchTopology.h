@@ -50,8 +50,10 @@ class BenchTopology {
  public:
   // Builds the namespaces and the path's devices and steers the switch's receive work
   // to `pathCpu`, the rest to `generatorCpu`; the vxrelay path starts the host on
-  // `pathCpu`. Throws with the refused command on failure, having removed it all.
-  BenchTopology(Path path, int pathCpu, int generatorCpu);
+  // `pathCpu`, through `hostWrapper` when given (valgrind). Throws with the refused
+  // command on failure, having removed it all.
+  BenchTopology(Path path, int pathCpu, int generatorCpu,
+                std::vector<std::string> hostWrapper = {});
 
   Path path() const { return path_; }
   TestSupport::SwitchTopology& topo() { return topo_; }

@@ -66,12 +66,17 @@ CallCost callgrindCost(const std::string& program, const std::string& filter,
       TestSupport::run("valgrind --tool=callgrind --callgrind-out-file=" + out + " " + program +
                        " '--benchmark_filter=" + filter + "' --benchmark_min_time=0.05");
   if (status != 0) throw Lum::Exception("callgrind on " + program + " failed: " + output);
-  std::ifstream in(out);
-  const CallCost cost = parseCalls(in, function);
+  const CallCost cost = callgrindFileCost(out, function);
   if (cost.calls == 0) {
     throw Lum::Exception("callgrind saw no call of " + function + " in " + program + " " + filter);
   }
   return cost;
+}
+
+CallCost callgrindFileCost(const std::string& file, const std::string& function) {
+  std::ifstream in(file);
+  if (!in) throw Lum::Exception("no callgrind output " + file);
+  return parseCalls(in, function);
 }
 
 }  // namespace Bench

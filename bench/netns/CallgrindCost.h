@@ -33,4 +33,8 @@ bool haveValgrind();
 CallCost callgrindCost(const std::string& program, const std::string& filter,
                        const std::string& function, const std::string& folder);
 
+// The cost of the functions whose demangled name contains `function` in callgrind's
+// output file `file`; no call seen is a cost of 0 calls.
+CallCost callgrindFileCost(const std::string& file, const std::string& function);
+
 }  // namespace Bench

@@ -18,6 +18,7 @@
 #include "bench/netns/BenchTopology.h"
 #include "bench/netns/CallgrindCost.h"
 #include "bench/netns/FrameGenerator.h"
+#include "bench/netns/LoopCost.h"
 #include "bench/netns/Measurement.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TempDir.h"
@@ -150,12 +151,17 @@ int main(int argc, char** argv) {
   app.add_option("--repeat", opt.settings.repeat, "runs per figure")->check(CLI::Range(1, 20));
   app.add_option("--generator-cpu", opt.generatorCpu, "the generator's CPU");
   app.add_option("--path-cpu", opt.pathCpu, "the agent host's (or the kernel path's) CPU");
+  std::string frameMode = "batch";
+  app.add_option("--frame-mode", frameMode, "the agent's frame mode (VXRELAY_FRAME_MODE)")
+      ->check(CLI::IsMember({"batch", "single", "filtered"}));
   app.add_flag("--no-callgrind", noCallgrind, "skip the instruction counts");
   app.add_flag("--callgrind-only", callgrindOnly, "only the instruction counts");
   CLI11_PARSE(app, argc, argv);
   opt.settings.duration = std::chrono::duration<double>(seconds);
   opt.traffic = !callgrindOnly;
   opt.callgrind = !noCallgrind;
+  // The agent host inherits it and reads it when the agent library loads.
+  ::setenv("VXRELAY_FRAME_MODE", frameMode.c_str(), 1);
 
   try {
     bool ok = true;
@@ -168,7 +174,12 @@ int main(int argc, char** argv) {
       Bench::pinTo(opt.generatorCpu);
       ok = Bench::runTraffic(opt);
     }
-    if (opt.callgrind) Bench::runCallgrind();
+    if (opt.callgrind) {
+      Bench::runCallgrind();
+      if (::geteuid() == 0 && Bench::haveValgrind()) {
+        Bench::runLoopCost(opt.pathCpu, opt.generatorCpu);
+      }
+    }
     return ok ? 0 : 1;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "netns_bench: %s\n", e.what());

@@ -15,7 +15,6 @@ namespace TestSupport {
 namespace {
 
 constexpr size_t kMaxDeviceName = 15;  // IFNAMSIZ less the terminating zero
-constexpr auto kHostStartLimit = std::chrono::seconds(10);
 constexpr auto kHostStopLimit = std::chrono::seconds(5);
 constexpr auto kPollStep = std::chrono::milliseconds(50);
 
@@ -181,12 +180,13 @@ void SwitchTopology::startHost() {
   if (config_.hostCpu >= 0) {
     argv.insert(argv.end(), {"taskset", "-c", std::to_string(config_.hostCpu)});
   }
+  argv.insert(argv.end(), config_.hostWrapper.begin(), config_.hostWrapper.end());
   argv.insert(argv.end(), {VXRELAY_HOST_PROGRAM, "--library", VXRELAY_AGENT_LIBRARY, "--state",
                            stateFile, "--control", controlSocket_, "--name", agentName_});
   host_.emplace(argv, dir_->file("host.log"),
                 std::vector<std::string>{"RINGLOGDIR=" + dir_->file("")});
 
-  const auto deadline = std::chrono::steady_clock::now() + kHostStartLimit;
+  const auto deadline = std::chrono::steady_clock::now() + config_.hostStartLimit;
   bool answering = false;
   for (;;) {
     if (!hostRunning()) throw Lum::Exception("vxrelay-host exited: " + hostOutput());

@@ -30,6 +30,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -62,6 +63,10 @@ struct SwitchTopologyConfig {
   std::string remoteGroup;
   // The CPU that the host runs on (`taskset -c`), for benchmarks; -1 leaves it free.
   int hostCpu = -1;
+  // A program (with its arguments) that runs the host, for benchmarks: valgrind, say.
+  std::vector<std::string> hostWrapper;
+  // How long the host may take to answer; a host under valgrind takes longer.
+  std::chrono::seconds hostStartLimit{10};
 };
 
 class SwitchTopology {
