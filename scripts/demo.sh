@@ -7,8 +7,9 @@
 # host-a sits on an access port (VLAN 10) of a switch namespace that runs vxrelay-host
 # and vxrelay-fpemu (the forwarding plane); host-b sits behind the far VTEP: a Linux
 # kernel VXLAN device with a bridge (--peer kernel, the default) or a second switch like
-# the first (--peer vxrelay). VLAN 10 is VNI 5010 on both sides; the underlay is one
-# veth pair, 10.99.0.1 to 10.99.0.2. The hosts are 192.168.50.1 and .2.
+# the first (--peer vxrelay; it has a trunk port "tr" for VLANs 10 and 20 besides, whose
+# peer "tr-p" nothing uses). VLAN 10 is VNI 5010 on both sides; the underlay is one veth
+# pair, 10.99.0.1 to 10.99.0.2. The hosts are 192.168.50.1 and .2.
 #
 # Everything made is listed in /tmp/vxrelay-demo-TAG (namespaces, processes, agents)
 # and removed on exit, on Ctrl-C and on failure; --keep leaves it up until --stop.
@@ -125,8 +126,8 @@ state_file() {  # state_file FILE LOCAL REMOTE
 EOF
 }
 
-make_switch() {  # make_switch NS INDEX LOCAL REMOTE PORT: agent devices, agent, emulator
-  local ns=$1 agent="demo-$tag-$2"
+make_switch() {  # make_switch NS INDEX LOCAL REMOTE NAME:MODE:VLANS...: devices, agent, emulator
+  local ns=$1 agent="demo-$tag-$2" port ports=()
   for dev in vxlan txraw; do
     ip -n "$ns" link add "$dev" mtu 9000 type veth peer name "$dev-p" mtu 9000
     ip -n "$ns" link set "$dev-p" up
@@ -136,8 +137,8 @@ make_switch() {  # make_switch NS INDEX LOCAL REMOTE PORT: agent devices, agent,
   state_file "$work/state-$2.json" "$3" "$4"
   start "host-$2" "$ns" "$bin/vxrelay-host" --state "$work/state-$2.json" --name "$agent" \
     --control "$work/$agent.sock"
-  start "fpemu-$2" "$ns" "$bin/vxrelay-fpemu" --port "$5:access:$vlan" --vxlan vxlan-p \
-    --txraw txraw-p
+  for port in "${@:5}"; do ports+=(--port "$port"); done
+  start "fpemu-$2" "$ns" "$bin/vxrelay-fpemu" "${ports[@]}" --vxlan vxlan-p --txraw txraw-p
 }
 
 wait_for() {  # wait_for WHAT TENTHS COMMAND...: until the command succeeds
@@ -161,7 +162,7 @@ ip -n "$far" addr add 10.99.0.2/24 dev underlay
 ip -n "$sw1" link set underlay up
 ip -n "$far" link set underlay up
 make_host "$a" 192.168.50.1 "$sw1" ha
-make_switch "$sw1" 1 10.99.0.1 10.99.0.2 ha
+make_switch "$sw1" 1 10.99.0.1 10.99.0.2 "ha:access:$vlan"
 if [ "$peer" = kernel ]; then
   ip netns exec "$far" ethtool -K underlay tx off >/dev/null
   ip -n "$far" link add vx0 mtu 1500 type vxlan id "$vni" remote 10.99.0.1 local 10.99.0.2 \
@@ -173,7 +174,11 @@ if [ "$peer" = kernel ]; then
   ip -n "$far" link set br0 up
 else
   make_host "$b" 192.168.50.2 "$far" hb
-  make_switch "$far" 2 10.99.0.2 10.99.0.1 hb
+  # A trunk port besides, its far end "tr-p" free for a capture or a packet writer.
+  ip -n "$far" link add tr type veth peer name tr-p
+  ip -n "$far" link set tr-p up
+  ip -n "$far" link set tr up
+  make_switch "$far" 2 10.99.0.2 10.99.0.1 "hb:access:$vlan" "tr:trunk:$vlan,20"
 fi
 
 say "waiting for the agents and the emulators"
