@@ -35,13 +35,13 @@ FpEmulator::FpEmulator(const EmulatorConfig& config, Lum::EventLoop& loop, std::
     txRaw_ = open(config.txRawDevice, true);
     vxlan_ = open(config.vxlanDevice, false);
     watchSignals();
+    for (const Socket& s : ports_) loop_.readableHandlerIs(s.fd, this);
+    loop_.readableHandlerIs(txRaw_.fd, this);
+    loop_.readableHandlerIs(signalFd_, this);
   } catch (...) {
     closeAll();
     throw;
   }
-  for (const Socket& s : ports_) loop_.readableHandlerIs(s.fd, this);
-  loop_.readableHandlerIs(txRaw_.fd, this);
-  loop_.readableHandlerIs(signalFd_, this);
 }
 
 FpEmulator::~FpEmulator() {
