@@ -40,14 +40,14 @@ void checkDevice(const std::string& name, const std::string& what) {
 
 }  // namespace
 
-PortConfig portOf(std::string_view spec) {
-  const size_t first = spec.find(':');
-  const size_t second = first == spec.npos ? spec.npos : spec.find(':', first + 1);
-  if (second == spec.npos) refuse("port '" + std::string(spec) + "' is not NAME:MODE:VLANS");
+PortConfig portOf(std::string_view text) {
+  const size_t first = text.find(':');
+  const size_t second = first == text.npos ? text.npos : text.find(':', first + 1);
+  if (second == text.npos) refuse("port '" + std::string(text) + "' is not NAME:MODE:VLANS");
   PortConfig p;
-  p.name = std::string(spec.substr(0, first));
-  p.mode = modeOf(spec.substr(first + 1, second - first - 1));
-  std::string_view vlans = spec.substr(second + 1);
+  p.name = std::string(text.substr(0, first));
+  p.mode = modeOf(text.substr(first + 1, second - first - 1));
+  std::string_view vlans = text.substr(second + 1);
   for (;;) {
     const size_t comma = vlans.find(',');
     p.vlans.push_back(vlanOf(vlans.substr(0, comma)));

@@ -27,7 +27,7 @@ struct EmulatorConfig {
 };
 
 // Each throws std::invalid_argument naming what is wrong.
-PortConfig portOf(std::string_view spec);
+PortConfig portOf(std::string_view text);
 EmulatorConfig configOf(const nlohmann::json& doc);
 // Device names that fit the kernel's, at least one port, no port twice, VLAN counts
 // that fit each mode.

@@ -34,7 +34,7 @@ Fpemu::EmulatorConfig configFrom(const std::string& file, const std::vector<std:
     if (!in) throw std::invalid_argument("cannot read " + file);
     config = Fpemu::configOf(nlohmann::json::parse(in, nullptr, true));
   }
-  for (const std::string& spec : ports) config.ports.push_back(Fpemu::portOf(spec));
+  for (const std::string& text : ports) config.ports.push_back(Fpemu::portOf(text));
   if (!vxlan.empty()) config.vxlanDevice = vxlan;
   if (!txraw.empty()) config.txRawDevice = txraw;
   Fpemu::check(config);
