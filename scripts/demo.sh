@@ -46,16 +46,18 @@ say() { echo "== $*"; }
 
 # --- teardown: from the lists in $work, so that --stop finds what another run made --
 
-alive() { [ -e "/proc/$1" ] && ! grep -q '^[0-9]* ([^)]*) Z' "/proc/$1/stat" 2>/dev/null; }
+# A process of this run: started with RINGLOGDIR naming $work (a pid reused since by
+# someone else's process is left alone); a zombie no longer counts.
+ours() { grep -qzx "RINGLOGDIR=$work/" "/proc/$1/environ" 2>/dev/null; }
 
 teardown() {
   [ -d "$work" ] || return 0
   local name pid i
   if [ -f "$work/pids" ]; then
-    while read -r name pid; do kill -TERM "$pid" 2>/dev/null || true; done <"$work/pids"
+    while read -r name pid; do ours "$pid" && kill -TERM "$pid" 2>/dev/null; done <"$work/pids"
     while read -r name pid; do
-      for i in $(seq 50); do alive "$pid" || break; sleep 0.1; done
-      alive "$pid" && kill -KILL "$pid" 2>/dev/null
+      for i in $(seq 50); do ours "$pid" || break; sleep 0.1; done
+      ours "$pid" && kill -KILL "$pid" 2>/dev/null
     done <"$work/pids"
     wait 2>/dev/null || true
   fi
@@ -198,7 +200,7 @@ ip netns exec "$a" ping -c 5 -i 0.2 192.168.50.2 | tail -n 2
 
 say "TCP: $transfer_bytes bytes from host-a to host-b (socat, port 5001)"
 head -c "$transfer_bytes" /dev/urandom >"$work/sent"
-ip netns exec "$b" socat -u TCP-LISTEN:5001,reuseaddr "OPEN:$work/received,creat,trunc" &
+RINGLOGDIR=$work/ ip netns exec "$b" socat -u TCP-LISTEN:5001,reuseaddr "OPEN:$work/received,creat,trunc" &
 listener=$!
 echo "listener $listener" >>"$work/pids"
 wait_for "the listener on host-b" 50 sh -c "ip netns exec $b ss -ltn | grep -q ':5001 '"
