@@ -1,10 +1,12 @@
 # Entry points for a new machine. `make test` installs missing build dependencies,
 # configures, builds and runs every test; `make asan-test` does the same under
 # AddressSanitizer and UndefinedBehaviorSanitizer (unit tests only); `make run` builds
-# and starts the agent host with the example state file until Ctrl-C. `make fuzz`
-# builds the fuzz targets with clang and libFuzzer in build/fuzz and runs each for
-# FUZZ_SECONDS (fuzz/README.md); `make test` replays their corpora without clang.
-.PHONY: deps build test run asan asan-test bench bench-netns fuzz clean
+# and starts the agent host with the example state file until Ctrl-C; `make demo` (as
+# root) runs two hosts' traffic through the agent and the forwarding-plane emulator.
+# `make fuzz` builds the fuzz targets with clang and libFuzzer in build/fuzz and runs
+# each for FUZZ_SECONDS (fuzz/README.md); `make test` replays their corpora without
+# clang.
+.PHONY: deps build test run demo asan asan-test bench bench-netns fuzz clean
 
 FUZZ_SECONDS ?= 60
 FUZZ_CXX ?= clang++
@@ -21,6 +23,11 @@ test: build
 
 run: build
 	./build/release/bin/vxrelay-host --state examples/switch.json
+
+# As root: two hosts in network namespaces talking through the agent and the
+# forwarding-plane emulator (scripts/demo.sh; DEMO_ARGS="--peer vxrelay --keep").
+demo: build
+	./scripts/demo.sh $(DEMO_ARGS)
 
 asan: deps
 	cmake --preset asan

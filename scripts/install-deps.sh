@@ -10,6 +10,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libpcap-dev libmnl-dev nlohmann-json3-dev libcli11-dev
   iproute2
+  # `make demo` and the namespace tests: traffic between hosts, checksums off on veths
+  iputils-ping socat ethtool
 )
 if [ "${1:-}" = fuzz ]; then
   packages+=(clang libclang-rt-dev)

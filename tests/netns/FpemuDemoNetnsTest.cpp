@@ -1,0 +1,196 @@
+// The demo topology (scripts/demo.sh --keep) with each far side: ping both ways without
+// loss, 1 MB over TCP intact, the counters of the emulator, the agent and the far
+// VTEP in agreement, a tagged frame through a trunk port, and nothing left once it is
+// stopped. Needs root; skipped without.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "agent/CounterTableReader.h"
+#include "tests/netns/PacketSocket.h"
+#include "tests/support/Shell.h"
+#include "tools/fpemu/FpCounters.h"
+
+namespace TestSupport {
+namespace {
+
+using namespace std::chrono_literals;
+using Counts = std::map<std::string, uint64_t>;
+
+const std::string kDemo = std::string("VXRELAY_BIN=") + VXRELAY_BIN + " " + VXRELAY_DEMO;
+
+class FpemuDemoNetnsTest : public ::testing::TestWithParam<const char*> {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "network namespaces need root; CI runs these as root";
+    kernel_ = std::string(GetParam()) == "kernel";
+    tag_ = "vxdt" + std::to_string(::getpid()) + GetParam();
+    work_ = "/tmp/vxrelay-demo-" + tag_;
+  }
+  void TearDown() override {
+    if (!tag_.empty()) run(kDemo + " --stop " + tag_);
+  }
+
+  std::string in(const std::string& ns, const std::string& command) const {
+    return "ip netns exec " + tag_ + "-" + ns + " " + command;
+  }
+  std::string agent(int i) const { return "demo-" + tag_ + "-" + std::to_string(i); }
+  std::map<std::string, pid_t> pids() const {
+    std::map<std::string, pid_t> p;
+    std::ifstream f(work_ + "/pids");
+    for (std::string name; f >> name;) f >> p[name];
+    return p;
+  }
+  std::string log(int i) const {
+    std::ifstream f(work_ + "/fpemu-" + std::to_string(i) + ".log");
+    std::stringstream s;
+    s << f.rdbuf();
+    return s.str();
+  }
+  // Switch i's counters: the emulator's (printed into its log on SIGUSR1) by name, the
+  // agent's as "agent.<name>"; on the kernel side the far VTEP's as "vx0.rx" and "vx0.tx".
+  Counts counters(int i) const {
+    const size_t before = log(i).rfind("counters\n");
+    ::kill(pids().at("fpemu-" + std::to_string(i)), SIGUSR1);
+    Counts c;
+    for (int tries = 0; tries < 100 && c.size() < Fpemu::Counters::kCount; ++tries) {
+      std::this_thread::sleep_for(20ms);
+      const std::string text = log(i);
+      const size_t at = text.rfind("counters\n");
+      if (at == std::string::npos || at == before) continue;
+      std::istringstream rows(text.substr(at + 9));
+      c.clear();
+      for (std::string name; rows >> name;) rows >> c[name];
+    }
+    for (const auto& r : Vxlan::CounterTableReader(agent(i)).counts().vxlan) {
+      c["agent." + std::string(r.name)] = r.count;
+    }
+    // What the kernel dropped for want of room in the agent's sockets on "vxlan".
+    c["vxlanSocketDrops"] =
+        std::stoull(run(in("sw" + std::to_string(i),
+                           "ss -0 -m -p | awk '/[*]:vxlan / && /vxrelay-host/ "
+                           "{match($0, /,d[0-9]+[)]/); n += substr($0, RSTART + 2, RLENGTH - 3)} "
+                           "END {print n + 0}'"))
+                        .second);
+    if (kernel_) {
+      std::istringstream vx0(run(in("vtep",
+                                    "cat /sys/class/net/vx0/statistics/rx_packets "
+                                    "/sys/class/net/vx0/statistics/tx_packets"))
+                                 .second);
+      vx0 >> c["vx0.rx"] >> c["vx0.tx"];
+    }
+    return c;
+  }
+  static Counts delta(Counts after, const Counts& before) {
+    for (auto& [name, n] : after) n -= before.count(name) ? before.at(name) : 0;
+    return after;
+  }
+  static bool running(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string state;
+    return stat >> state >> state >> state && state != "Z";
+  }
+
+  bool kernel_ = true;
+  std::string tag_;
+  std::string work_;
+};
+
+TEST_P(FpemuDemoNetnsTest, TrafficBothWaysArrivesAndEveryCounterAgrees) {
+  const int switches = kernel_ ? 1 : 2;
+  const auto [rc, out] = run(kDemo + " --keep --peer " + GetParam() + " --tag " + tag_);
+  ASSERT_EQ(rc, 0) << out;
+  const std::map<std::string, pid_t> started = pids();
+  std::vector<Counts> before;
+  for (int i = 1; i <= switches; ++i) before.push_back(counters(i));
+
+  for (const auto& [from, to] : {std::pair{"a", "192.168.50.2"}, std::pair{"b", "192.168.50.1"}}) {
+    const std::string ping = run(in(from, std::string("ping -q -c 20 -i 0.05 -W 2 ") + to)).second;
+    EXPECT_NE(ping.find(" 0% packet loss"), std::string::npos) << ping;
+  }
+  const auto [trc, transfer] =
+      run("cd " + work_ + " && head -c 1048576 /dev/urandom >big && (" +
+          in("b", "socat -u TCP-LISTEN:5002,reuseaddr OPEN:big.rx,creat,trunc") + " & l=$!; " +
+          "for i in $(seq 50); do " + in("b", "ss -ltn") +
+          " | grep -q :5002 && break; sleep 0.1; done; " +
+          in("a", "timeout 20 socat -u OPEN:big TCP:192.168.50.2:5002") + "; wait $l) && " +
+          "sha256sum <big && sha256sum <big.rx");
+  ASSERT_EQ(trc, 0) << transfer;
+  EXPECT_EQ(transfer.substr(0, 64), transfer.substr(transfer.find('\n') + 1, 64));
+
+  // Over this traffic, each switch: every frame the emulator read is accounted for; the
+  // agent read every local frame the emulator wrote (but those the kernel dropped when
+  // the agent's socket was full, which the transfer's bursts cause) and sent each to the
+  // one VTEP; the emulator read every frame the agent wrote on "txraw". The far side got
+  // all of it.
+  std::this_thread::sleep_for(300ms);
+  std::vector<Counts> d;
+  for (int i = 1; i <= switches; ++i) {
+    SCOPED_TRACE("switch " + std::to_string(i));
+    d.push_back(delta(counters(i), before[static_cast<size_t>(i - 1)]));
+    Counts& e = d.back();
+    EXPECT_EQ(e["portRxFrames"], e["portLocalFrames"] + e["portRemoteFrames"] +
+                                     e["portFloodFrames"] + e["dropRunt"] +
+                                     e["dropVlanNotAllowed"] + e["dropSameSegment"]);
+    EXPECT_GE(e["portRemoteFrames"], 40u) << "pings and replies";
+    EXPECT_EQ(e["agentTxFrames"], e["portRemoteFrames"] + e["portFloodFrames"]);
+    EXPECT_EQ(e["agentTxFrames"], e["agent.l2rRxFrames"] + e["vxlanSocketDrops"]);
+    EXPECT_EQ(e["agent.l2rForwardFrames"], e["agent.l2rRxFrames"]);
+    EXPECT_EQ(e["agent.l2rTxFrames"], e["agent.l2rForwardFrames"]);
+    EXPECT_EQ(e["txRawRxFrames"], e["agent.r2lTxFrames"]);
+    EXPECT_GE(e["txRawRxFrames"], 40u);
+    EXPECT_EQ(e["txRawRxFrames"], e["txRawLocalFrames"] + e["txRawFloodFrames"]);
+    const uint64_t ports = i == 2 ? 2 : 1;  // of VLAN 10: switch 2 has its trunk besides
+    EXPECT_EQ(e["portTxFrames"], e["txRawLocalFrames"] + ports * e["txRawFloodFrames"] +
+                                     e["portLocalFrames"] + (ports - 1) * e["portFloodFrames"]);
+    EXPECT_EQ(e["sendErrors"] + e["readErrors"], 0u);
+  }
+  const Counts& far =
+      kernel_ ? Counts{{"agent.r2lTxFrames", d[0]["vx0.rx"]}, {"agent.l2rTxFrames", d[0]["vx0.tx"]}}
+              : d[1];
+  EXPECT_EQ(d[0]["agent.l2rTxFrames"], far.at("agent.r2lTxFrames"));
+  EXPECT_EQ(d[0]["agent.r2lTxFrames"], far.at("agent.l2rTxFrames"));
+
+  if (!kernel_) {
+    // A tagged frame into switch 2's trunk port (the kernel hands it over with the tag in
+    // its metadata) reaches host-b on the access port and host-a through both agents,
+    // untagged.
+    Frame tagged = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x02, 0,    0,
+                    0,    0x77, 0x01, 0x81, 0x00, 0x00, 10,   0x88, 0xb5};
+    tagged.resize(64, 0x5a);
+    Frame plain = tagged;
+    plain.erase(plain.begin() + 12, plain.begin() + 16);
+    PacketSocket hostA(tag_ + "-a", "eth0", PacketSocket::Mode::capture);
+    PacketSocket hostB(tag_ + "-b", "eth0", PacketSocket::Mode::capture);
+    PacketSocket(tag_ + "-sw2", "tr-p", PacketSocket::Mode::sendOnly).send(tagged);
+    const auto same = [&plain](const Frame& f) { return f == plain; };
+    EXPECT_TRUE(hostB.receive(same, 3s).has_value());
+    EXPECT_TRUE(hostA.receive(same, 3s).has_value());
+  }
+
+  const auto [src, stopped] = run(kDemo + " --stop " + tag_);
+  ASSERT_EQ(src, 0) << stopped;
+  for (const std::string& ns : listNetworkNamespaces()) {
+    EXPECT_NE(ns.rfind(tag_, 0), 0u) << ns << " left";
+  }
+  for (const auto& [name, pid] : started) EXPECT_FALSE(running(pid)) << name << " left";
+  for (int i = 1; i <= switches; ++i) {
+    EXPECT_FALSE(std::filesystem::exists("/dev/shm/vxrelay-" + agent(i) + "-vxlan-counter"));
+    EXPECT_FALSE(std::filesystem::exists("/run/vxrelay/" + agent(i) + ".lock"));
+  }
+  EXPECT_FALSE(std::filesystem::exists(work_));
+}
+
+INSTANTIATE_TEST_SUITE_P(Peers, FpemuDemoNetnsTest, ::testing::Values("kernel", "vxrelay"));
+
+}  // namespace
+}  // namespace TestSupport

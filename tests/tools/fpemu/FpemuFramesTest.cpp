@@ -1,0 +1,179 @@
+// The emulator's per-frame work without sockets: each port mode's VLAN and flags and
+// the local form the agent reads (compared with the test builder's bytes, not the
+// emulator's own), learning, flooding and the "txraw" path, and its configuration.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "tests/support/VxlanFrameBuilder.h"
+#include "tools/fpemu/FpConfig.h"
+#include "tools/fpemu/FpSwitch.h"
+
+namespace Fpemu {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using TestSupport::push16;
+
+// A frame from `src` (last byte) to `dst` (ff: broadcast), with an optional 802.1Q tag.
+Bytes frame(uint8_t dst, uint8_t src, int tagVlan = -1) {
+  Bytes f;
+  for (int i = 0; i < 12; ++i) f.push_back(i == 0 || i == 6 ? 0x02 : 0);
+  f[5] = dst;
+  f[11] = src;
+  if (dst == 0xff) std::fill(f.begin(), f.begin() + 6, 0xff);
+  if (tagVlan >= 0) {
+    push16(f, 0x8100);
+    push16(f, static_cast<uint16_t>(0xa000 | tagVlan));  // priority 5 rides along
+  }
+  push16(f, 0x0800);
+  for (uint8_t i = 0; i < 30; ++i) f.push_back(i);
+  return f;
+}
+
+Bytes untagged(const Bytes& f) {
+  Bytes u(f.begin(), f.begin() + 12);
+  u.insert(u.end(), f.begin() + 16, f.end());
+  return u;
+}
+
+std::vector<PortConfig> ports() {
+  return {{"h0", PortMode::access, {10}},
+          {"h1", PortMode::access, {10}},
+          {"t0", PortMode::trunk, {10, 20}},
+          {"q0", PortMode::dot1qTunnel, {30}}};
+}
+
+TEST(FpemuFramesTest, EachPortModeGivesItsVlanFlagsAndLocalForm) {
+  const std::vector<PortConfig> p = ports();
+  struct Case {
+    size_t port;
+    Bytes f;
+    Drop drop;
+    uint16_t vlan;
+    uint16_t flags;
+    bool innerUntagged;
+  } cases[] = {
+      {0, frame(1, 2), Drop::none, 10, 0, false},
+      {0, frame(1, 2, 0), Drop::none, 10, 0x4000, true},  // priority tag
+      {0, frame(1, 2, 10), Drop::none, 10, 0x4000, true},
+      {0, frame(1, 2, 20), Drop::vlanNotAllowed, 0, 0, false},
+      {2, frame(1, 2, 20), Drop::none, 20, 0x2000, true},
+      {2, frame(1, 2, 30), Drop::vlanNotAllowed, 0, 0, false},
+      {2, frame(1, 2), Drop::vlanNotAllowed, 0, 0, false},
+      {3, frame(1, 2, 77), Drop::none, 30, 0x1000, false},  // the customer's tag stays
+      {0, Bytes(13, 0x02), Drop::runt, 0, 0, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "port " << c.port << ", " << c.f.size() << " bytes");
+    const Ingress in = classify(p[c.port], c.f);
+    ASSERT_EQ(in.drop, c.drop);
+    if (c.drop != Drop::none) continue;
+    EXPECT_EQ(in.vlan, c.vlan);
+    EXPECT_EQ(in.flags, c.flags);
+    Bytes local;
+    localFrameOf(c.f, in, 1234, local);
+    EXPECT_EQ(local, TestSupport::localFrame(c.f, 0x0041, c.flags, c.vlan, 1234));
+    Bytes inner;
+    innerOf(c.f, in, inner);
+    EXPECT_EQ(inner, c.innerUntagged ? untagged(c.f) : c.f);
+  }
+}
+
+TEST(FpemuFramesTest, LearningFloodingAndDeliveryAcrossPortsAndTheAgent) {
+  FpSwitch sw(ports());
+  // An unknown destination floods to the VLAN's other ports and to the agent.
+  const Decision& flood = sw.fromPort(0, frame(0xff, 0xa0));
+  EXPECT_TRUE(flood.toAgent);
+  EXPECT_EQ(flood.ports, (std::vector<int>{1, 2}));
+  Bytes out;
+  egressOf(sw.ports()[2], 10, flood.inner, out);
+  EXPECT_EQ(untagged(out), frame(0xff, 0xa0));
+  EXPECT_EQ(out[14], 0x00) << "a trunk's tag carries the VLAN alone";
+  EXPECT_EQ(out[15], 10);
+
+  // The answer from the trunk goes to h0 only, untagged there; h0's own MAC behind h0
+  // stays on that segment.
+  const Decision& back = sw.fromPort(2, frame(0xa0, 0xb0, 10));
+  EXPECT_FALSE(back.toAgent);
+  EXPECT_EQ(back.ports, std::vector<int>{0});
+  EXPECT_EQ(back.inner, frame(0xa0, 0xb0));
+  EXPECT_EQ(sw.fromPort(0, frame(0xa0, 0xa1)).drop, Drop::sameSegment);
+  // Learning is per VLAN: 0xb0 in VLAN 20 is unknown.
+  EXPECT_EQ(sw.fromPort(2, frame(0xb0, 0xa2, 20)).ports, std::vector<int>{});
+
+  // A source seen on "txraw" is remote: frames for it go to the agent alone, and a
+  // host that moves behind the agent moves in the table.
+  const Bytes fromRemote =
+      TestSupport::txRawFrame(frame(0xa0, 0xc0), Bridging::VlanId(10), Vxlan::HwPortId(16));
+  EXPECT_EQ(sw.fromTxRaw(fromRemote).ports, std::vector<int>{0});
+  const Decision& toRemote = sw.fromPort(1, frame(0xc0, 0xa3));
+  EXPECT_TRUE(toRemote.toAgent);
+  EXPECT_TRUE(toRemote.ports.empty());
+  sw.fromTxRaw(
+      TestSupport::txRawFrame(frame(0xff, 0xb0), Bridging::VlanId(10), Vxlan::HwPortId(16)));
+  EXPECT_TRUE(sw.fromPort(0, frame(0xb0, 0xa0)).toAgent);
+  EXPECT_EQ(sw.counters()[Counter::macMoves], 1u);
+  EXPECT_EQ(sw.counters()[Counter::portRemoteFrames], 2u);
+}
+
+TEST(FpemuFramesTest, TxRawFramesAreCheckedAndDeliveredByVlan) {
+  FpSwitch sw(ports());
+  const Bytes inner = frame(0xff, 0xc0);
+  using TestSupport::txRawFrame;
+  const Decision& d = sw.fromTxRaw(txRawFrame(inner, Bridging::VlanId(20), Vxlan::HwPortId(16)));
+  EXPECT_EQ(d.vlan, 20);
+  EXPECT_EQ(d.inner, inner);
+  EXPECT_EQ(d.ports, std::vector<int>{2});
+
+  EXPECT_EQ(sw.fromTxRaw(txRawFrame(inner, Bridging::VlanId(99), Vxlan::HwPortId(16))).drop,
+            Drop::txRawUnknownVlan);
+  Bytes wrongTag = txRawFrame(inner, Bridging::VlanId(10), Vxlan::HwPortId(16));
+  wrongTag[13] = 0x00;
+  EXPECT_EQ(sw.fromTxRaw(wrongTag).drop, Drop::txRawBadHeader);
+  EXPECT_EQ(sw.fromTxRaw(Bytes(wrongTag.begin(), wrongTag.begin() + 19)).drop,
+            Drop::txRawBadHeader);
+  // Never back to the agent: a destination learnt from "txraw" is dropped.
+  EXPECT_EQ(
+      sw.fromTxRaw(txRawFrame(frame(0xc0, 0xc1), Bridging::VlanId(20), Vxlan::HwPortId(16))).drop,
+      Drop::txRawToRemote);
+  const Counters& c = sw.counters();
+  EXPECT_EQ(c[Counter::txRawRxFrames], 5u);
+  EXPECT_EQ(c[Counter::dropTxRawUnknownVlan], 1u);
+  EXPECT_EQ(c[Counter::dropTxRawBadHeader], 2u);
+  EXPECT_EQ(c[Counter::dropTxRawToRemote], 1u);
+}
+
+TEST(FpemuFramesTest, TagTakenByTheKernelIsPutBack) {
+  const Bytes f = frame(1, 2, 20);
+  Bytes buf(4);
+  const Bytes stripped = untagged(f);
+  buf.insert(buf.end(), stripped.begin(), stripped.end());
+  const std::span<uint8_t> restored = withTagRestored(buf, stripped.size(), 0x8100, 0xa014);
+  EXPECT_EQ(Bytes(restored.begin(), restored.end()), f);
+}
+
+TEST(FpemuFramesTest, PortsAndFilesAreReadAndRefused) {
+  const PortConfig t = portOf("trunk1:trunk:10,20");
+  EXPECT_EQ(t.name, "trunk1");
+  EXPECT_EQ(t.mode, PortMode::trunk);
+  EXPECT_EQ(t.vlans, (std::vector<uint16_t>{10, 20}));
+  for (const char* bad : {"h0:access", "h0:hybrid:10", "h0:access:4095", "h0:access:1x"}) {
+    EXPECT_THROW(portOf(bad), std::invalid_argument) << bad;
+  }
+  EmulatorConfig c = configOf(nlohmann::json::parse(
+      R"({"vxlan": "vx-p", "ports": [{"name": "q", "mode": "dot1q-tunnel", "vlans": [30]}]})"));
+  EXPECT_EQ(c.vxlanDevice, "vx-p");
+  EXPECT_EQ(c.txRawDevice, "txraw-p");
+  EXPECT_NO_THROW(check(c));
+  c.ports.push_back(portOf("q:access:10"));
+  EXPECT_THROW(check(c), std::invalid_argument) << "a port named twice";
+  c.ports.back() = portOf("h:access:10,20");
+  EXPECT_THROW(check(c), std::invalid_argument) << "two VLANs on an access port";
+  EXPECT_THROW(configOf(nlohmann::json::parse(R"({"ports": [{"name": "h"}]})")),
+               std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace Fpemu

@@ -1,0 +1,36 @@
+// Fpemu::EmulatorConfig: the emulator's ports and its ends of the agent's devices,
+// from `--port NAME:MODE:VLANS` options or a JSON file:
+//
+//   {"vxlan": "vxlan-p", "txraw": "txraw-p",
+//    "ports": [{"name": "host0", "mode": "access", "vlans": [10]},
+//              {"name": "trunk1", "mode": "trunk", "vlans": [10, 20]}]}
+//
+// MODE is access, trunk or dot1q-tunnel; VLANS a comma list of 1 to 4094, exactly one
+// for access and dot1q-tunnel. "vxlan" and "txraw" name the devices the emulator
+// writes local frames into and reads the agent's frames from: with veth pairs, the
+// peers of the agent's "vxlan" and "txraw".
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/fpemu/FpFrames.h"
+
+namespace Fpemu {
+
+struct EmulatorConfig {
+  std::string vxlanDevice = "vxlan-p";
+  std::string txRawDevice = "txraw-p";
+  std::vector<PortConfig> ports;
+};
+
+// Each throws std::invalid_argument naming what is wrong.
+PortConfig portOf(std::string_view text);
+EmulatorConfig configOf(const nlohmann::json& doc);
+// Device names that fit the kernel's, at least one port, no port twice, VLAN counts
+// that fit each mode.
+void check(const EmulatorConfig& config);
+
+}  // namespace Fpemu

@@ -1,0 +1,75 @@
+// vxrelay-fpemu: plays a switch's forwarding plane for the agent on a Linux machine
+// without one. It runs in the switch's network namespace until SIGINT or SIGTERM and
+// then prints its counters (also on SIGUSR1) and exits 0; a bad configuration or a
+// device it cannot open ends it at once with one line, `vxrelay-fpemu: <reason>`, and
+// status 1.
+//
+//   vxrelay-fpemu --port host0:access:10 --port trunk1:trunk:10,20 --vxlan vxlan-p
+//   vxrelay-fpemu --port host0:access:10 --txraw txraw-p
+//   vxrelay-fpemu --config ports.json
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "platform/loop/EventLoop.h"
+#include "tools/fpemu/FpConfig.h"
+#include "tools/fpemu/FpEmulator.h"
+
+namespace {
+
+int fail(const std::string& why) {
+  std::cerr << "vxrelay-fpemu: " << why << "\n";
+  return 1;
+}
+
+Fpemu::EmulatorConfig configFrom(const std::string& file, const std::vector<std::string>& ports,
+                                 const std::string& vxlan, const std::string& txraw) {
+  Fpemu::EmulatorConfig config;
+  if (!file.empty()) {
+    std::ifstream in(file);
+    if (!in) throw std::invalid_argument("cannot read " + file);
+    config = Fpemu::configOf(nlohmann::json::parse(in, nullptr, true));
+  }
+  for (const std::string& text : ports) config.ports.push_back(Fpemu::portOf(text));
+  if (!vxlan.empty()) config.vxlanDevice = vxlan;
+  if (!txraw.empty()) config.txRawDevice = txraw;
+  Fpemu::check(config);
+  return config;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"vxrelay-fpemu: a switch's forwarding plane between host ports and the agent"};
+  std::string file;
+  std::vector<std::string> ports;
+  std::string vxlan;
+  std::string txraw;
+  app.add_option("--config", file, "JSON file with the ports and devices");
+  app.add_option("--port", ports, "NAME:MODE:VLANS, MODE access, trunk or dot1q-tunnel");
+  app.add_option("--vxlan", vxlan, "device to write local frames into (default vxlan-p)");
+  app.add_option("--txraw", txraw, "device to read the agent's frames from (default txraw-p)");
+  CLI11_PARSE(app, argc, argv);
+
+  Fpemu::EmulatorConfig config;
+  try {
+    config = configFrom(file, ports, vxlan, txraw);
+  } catch (const std::exception& e) {
+    return fail(e.what());
+  }
+  Lum::EventLoop& loop = Lum::eventLoop();
+  try {
+    Fpemu::FpEmulator emulator(config, loop, std::cout);
+    std::cout << "vxrelay-fpemu: " << config.ports.size() << " ports, local frames to "
+              << config.vxlanDevice << ", agent frames from " << config.txRawDevice << std::endl;
+    loop.run();
+    emulator.counters().print(std::cout);
+  } catch (const std::exception& e) {
+    return fail(e.what());
+  }
+  return 0;
+}
