@@ -1,25 +1,104 @@
 // ARP on the local-to-remote frame path: whether an ARP request is to be flooded to the
-// remote VTEPs, and the rewrite of a flooded request's source MAC.
+// remote VTEPs at all, and the rewrite of a flooded request's source MAC.
 //
-// For now every request is flooded unchanged. The answers that depend on the switch's
-// own addresses (SVI and virtual router addresses are not flooded; a request for a
-// host behind the virtual VTEP carries the bridge MAC) take the place of these two
-// bodies, and nothing else on the frame path changes with them.
+// A request for an address that this switch owns (a virtual router address of the
+// VLAN's interface, or a primary or secondary address of any routed interface) is
+// answered here and not flooded. A flooded request whose sender is a host behind the
+// virtual VTEP carries the bridge MAC (the MLAG primary's when the peer is primary),
+// so that remote peers learn a MAC of a switch and not the shared virtual one.
+#include <cstdio>
+
 #include "forwarding/ForwardingTrace.h"
 #include "forwarding/L2RVtiStatusSm.h"
+#include "forwarding/L2RVxStatusSm.h"
+#include "frames/EthArpIpHdr.h"
+#include "frames/EthHdr.h"
+#include "platform/status/bridging/BridgingConfig.h"
+#include "platform/status/ip/IpStatus.h"
+#include "platform/status/mlag/MlagStatus.h"
+#include "platform/status/routing/FhrpStatusV4.h"
+#include "platform/status/routing/VirtualRouterMacStatus.h"
 
 namespace Vxlan {
 
-bool Local2RemoteForwarderSm::LumVtiStatusSm::arpHERRequired(uint32_t vlan, uint32_t arpTargetIp) {
-  L2R_TRACE(8, " vlan " << vlan << " Arp Target IP: " << Wire::IpAddr::fromHostOrder(arpTargetIp));
+using Sm = Local2RemoteForwarderSm::LumVtiStatusSm;
+
+bool Sm::arpHERRequired(uint32_t vlan, uint32_t arpTargetIp) {
+  // The interface names are the switch's ("Vlan10") and stay as they stand.
+  char name[16];
+  std::snprintf(name, sizeof name, "Vlan%u", vlan);
+  const Wire::IntfId intf(name);
+  const Wire::IpAddr target = Wire::IpAddr::fromHostOrder(arpTargetIp);
+  L2R_TRACE(8, "L2RSm::"
+                   << "arpHERRequired"
+                   << " Arp Target IP: " << target);
+  if (!owner_) return true;
+  const Local2RemoteForwarderSm::Inputs& in = owner_->inputs();
+  if (in.fhrpStatus && in.fhrpStatus->isSharedVirtualAddr(intf, target)) return false;
+  if (!in.ipStatusDir) return true;
+  // Every routed interface, not only the VLAN's: an address of this switch is
+  // answered by it whichever interface carries it.
+  for (auto it = in.ipStatusDir->ipIntfStatusIterator(); it; ++it) {
+    const Ip::IpIntfStatus& st = *it;
+    if (st.activeAddrWithMask().address() == target) {
+      L2R_TRACE(8, " SVI: " << it.key() << " matches the ARP request IP: " << target);
+      return false;
+    }
+    for (const auto& [addr, member] : st.activeSecondaryWithMask()) {
+      if (member && addr.address() == target) {
+        L2R_TRACE(8, " SVI Ip: " << addr << " matches the ARP request IP: " << target);
+        return false;
+      }
+    }
+  }
   return true;
 }
 
-void Local2RemoteForwarderSm::LumVtiStatusSm::checkAndRewriteNakedArpRequest(uint8_t* frame,
-                                                                             uint32_t l2Offset,
-                                                                             VniOrNone vni) {
-  (void)frame;
-  L2R_TRACE(8, " l2 offset " << l2Offset << " vni " << vni << " unmodified");
+Wire::EthAddr Sm::workingBridgeMac() const {
+  const Local2RemoteForwarderSm::Inputs& in = owner_->inputs();
+  Wire::EthAddr bridgeMac =
+      in.bridgingConfig ? in.bridgingConfig->bridgeMacAddr() : Wire::EthAddr();
+  if (!in.mlagStatus || in.mlagStatus->mlagState() != Mlag::MlagState::mlagStateSecondary) {
+    return bridgeMac;
+  }
+  // The peer is the primary: its bridge MAC answers for both switches.
+  const Wire::EthAddr peerMac = in.mlagStatus->peerMacAddr();
+  if (!peerMac.isZero()) {
+    L2R_TRACE(0, "L2RSm( using primary's bridgeMac: " << peerMac << ")");
+    return peerMac;
+  }
+  L2R_TRACE(0, "L2RSm( using local bridgeMac as there's no Primary's Mac"
+                   << " address available: " << bridgeMac << ")");
+  return bridgeMac;
+}
+
+void Sm::checkAndRewriteNakedArpRequest(uint8_t* frame, uint32_t l2Offset, VniOrNone vni) {
+  if (!owner_) return;
+  const Local2RemoteForwarderSm::Inputs& in = owner_->inputs();
+  const Wire::EthAddr varpMac =
+      in.fhrpVarpMacStatus ? in.fhrpVarpMacStatus->varpVirtualMac() : Wire::EthAddr();
+  const Wire::EthAddr bridgeMac = workingBridgeMac();
+  Wire::EthArpIpHdr* arp = Wire::hdrAt<Wire::EthArpIpHdr>(frame + l2Offset);
+  const Wire::EthAddr senderMac = arp->senderHw;
+  const Wire::IpAddr senderIp = arp->senderIp();
+  L2R_TRACE(0, "L2RSm("
+                   << " varpMac " << varpMac << " bridgeMac " << bridgeMac << " vni " << vni
+                   << " sender ip " << senderIp << " l2 offset " << l2Offset << ")");
+  const int found =
+      ipPortTableVarpMacLookup(in.l2rVarpIpMacTableCol, vni, Wire::IpGenAddr(senderIp), senderMac);
+  if (found == 0) {
+    L2R_TRACE(0, "L2RSm("
+                     << " unmodifed naked arp request "
+                     << ")");
+    vxlanCounterInc(VxlanCounterId::l2rNakedArpUnmodified, 1);
+    return;
+  }
+  L2R_TRACE(0, "L2RSm("
+                   << " rewrite source mac in naked arp request " << varpMac << " to bridge mac "
+                   << bridgeMac << ")");
+  Wire::hdrAt<Wire::EthHdr>(frame)->src = bridgeMac;
+  arp->senderHw = bridgeMac;
+  vxlanCounterInc(VxlanCounterId::l2rNakedArpRewritten, 1);
 }
 
 }  // namespace Vxlan

@@ -203,6 +203,9 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   // flooded one.
   bool arpHERRequired(uint32_t vlan, uint32_t arpTargetIp);
   void checkAndRewriteNakedArpRequest(uint8_t* frame, uint32_t l2Offset, VniOrNone vni);
+  // The bridge MAC a rewritten request carries: the MLAG primary's when the peer is
+  // primary and its MAC is known, else this switch's own.
+  Wire::EthAddr workingBridgeMac() const;
 
  private:
   static Lum::FileDescriptor* descriptorOf(const Lum::FileDescriptor::Notifiee* r) {

@@ -501,5 +501,80 @@ TEST_F(L2RTestModeTest, BatchModeKeepsPerFrameSemantics) {
   EXPECT_GT(count(Id::l2rTimeBudgetExpired), budgets);
 }
 
+// The switch's own addresses are answered here, whichever interface carries them: a
+// virtual router address flagged true, a primary or a secondary address.
+TEST_F(L2RTestModeTest, ArpRequestsForThisSwitchsAddressesAreNotFlooded) {
+  Local2RemoteForwarderSm::Inputs in = owner_->inputs();
+  in.fhrpStatus = new Routing::Fhrp::StatusV4("fhrp");
+  const auto vr = in.fhrpStatus->intfStatusIs(Wire::IntfId("Vlan10"))
+                      ->vrStatusIs(Routing::Fhrp::kSharedVirtualRouterVrId);
+  vr->ipAddrsIs(ip("10.0.0.254"), true);
+  vr->ipAddrsIs(ip("10.0.0.253"), false);
+  Lum::Ptr<Ip::Status> ipStatus = new Ip::Status("ip");
+  ipStatus->ipIntfStatusIs(Wire::IntfId("Vlan20"))
+      ->activeAddrWithMaskIs(Wire::IpAddrWithMask(ip("10.0.20.1"), 24));
+  ipStatus->ipIntfStatusIs(Wire::IntfId("Vlan30"))
+      ->activeSecondaryWithMaskIs(Wire::IpAddrWithMask(ip("10.0.30.5"), 24));
+  in.ipStatusDir = ipStatus;
+  sm_->doDisconnectSockets();
+  owner_ = new Local2RemoteForwarderSm(in);
+  sm_ = new Sm(nullptr, status_, owner_.ptr());
+
+  const auto asks = [&](const char* target, uint32_t vlan = 10) {
+    return sm_->arpHERRequired(vlan, ip(target).hostOrder());
+  };
+  EXPECT_FALSE(asks("10.0.0.254")) << "the VLAN's virtual router address";
+  EXPECT_TRUE(asks("10.0.0.254", 11)) << "another VLAN's virtual routers are its own";
+  EXPECT_TRUE(asks("10.0.0.253")) << "flagged false: not a virtual address";
+  EXPECT_FALSE(asks("10.0.20.1")) << "an SVI address of another VLAN";
+  EXPECT_FALSE(asks("10.0.30.5")) << "a secondary address";
+  EXPECT_TRUE(asks("10.0.20.2"));
+}
+
+// A flooded request from a host behind the virtual VTEP leaves with the bridge MAC in
+// both places; one from any other host is left as it is. Each is counted.
+TEST_F(L2RTestModeTest, FloodedRequestsFromVirtualHostsCarryTheBridgeMac) {
+  const auto own = Wire::EthAddr::fromString("02:00:00:00:0b:01");
+  const auto peer = Wire::EthAddr::fromString("02:00:00:00:0b:02");
+  Local2RemoteForwarderSm::Inputs in = owner_->inputs();
+  Lum::Ptr<Bridging::Config> bridging = new Bridging::Config("bridging");
+  bridging->bridgeMacAddrIs(own);
+  Lum::Ptr<Mlag::Status> mlag = new Mlag::Status("mlag");
+  Lum::Ptr<VarpIpMacTableCol> tables = new VarpIpMacTableCol("tables");
+  const auto host = Wire::IpGenAddr(ip("10.0.0.7"));
+  tables->varpIpMacTableIs(Lum::String8("t"))
+      ->varpIpMacEntryIs(host, VarpIpMacEntry(host, VniOrNone(Vni(5010)), Wire::EthAddr()));
+  in.bridgingConfig = bridging;
+  in.mlagStatus = mlag;
+  in.l2rVarpIpMacTableCol = tables;
+  sm_->doDisconnectSockets();
+  owner_ = new Local2RemoteForwarderSm(in);
+  sm_ = new Sm(nullptr, status_, owner_.ptr());
+
+  // An ARP request behind an 802.1Q tag, from `sender`; its two sender MACs after the check.
+  const auto rewrite = [&](const char* sender) {
+    Bytes f = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 2, 0, 0, 0, 0, 0x77, 0x81, 0, 0, 10,
+               0x08, 0x06, 0,    1,    0x08, 0,    6, 4, 0, 1, 2, 0,    0,    0, 0, 0x77};
+    const auto s = ip(sender).bytes();
+    f.insert(f.end(), s.begin(), s.end());
+    f.resize(f.size() + 10, 0);
+    sm_->checkAndRewriteNakedArpRequest(f.data(), 18, VniOrNone(Vni(5010)));
+    return std::pair{Wire::EthAddr::fromBytes(f.data() + 6),
+                     Wire::EthAddr::fromBytes(f.data() + 18 + 8)};
+  };
+  const auto untouched = Wire::EthAddr::fromString("02:00:00:00:00:77");
+  EXPECT_EQ(rewrite("10.0.0.8"), std::pair(untouched, untouched));
+  EXPECT_EQ(count(Id::l2rNakedArpUnmodified), 1u);
+  EXPECT_EQ(rewrite("10.0.0.7"), std::pair(own, own));
+  mlag->mlagStateIs(Mlag::MlagState::mlagStatePrimary);
+  mlag->peerMacAddrIs(peer);
+  EXPECT_EQ(rewrite("10.0.0.7"), std::pair(own, own)) << "this switch is the primary";
+  mlag->mlagStateIs(Mlag::MlagState::mlagStateSecondary);
+  EXPECT_EQ(rewrite("10.0.0.7"), std::pair(peer, peer)) << "the peer is the primary";
+  mlag->peerMacAddrIs(Wire::EthAddr());
+  EXPECT_EQ(rewrite("10.0.0.7"), std::pair(own, own)) << "the primary's MAC is not known";
+  EXPECT_EQ(count(Id::l2rNakedArpRewritten), 4u);
+}
+
 }  // namespace
 }  // namespace Vxlan
