@@ -175,7 +175,9 @@ Encap encapFrame(uint8_t* bytes, uint32_t len, const EncapFilter& f) {
   const uint16_t hash = flowHash(user, innerType);
   if (innerType == Wire::kEthTypeArp && f.arp) {
     const uint32_t l2 = tagged ? Wire::kEthHdrLen + Wire::kDot1qTagLen : Wire::kEthHdrLen;
-    if (user.be16(l2 + offsetof(Wire::EthArpIpHdr, op)) == Wire::EthArpIpHdr::kOpRequest) {
+    // Only a whole ARP header is offered: the hook reads and rewrites its fields.
+    if (frameLen >= l2 + sizeof(Wire::EthArpIpHdr) &&
+        user.be16(l2 + offsetof(Wire::EthArpIpHdr, op)) == Wire::EthArpIpHdr::kOpRequest) {
       if (!f.arp->herRequired(e.vlan, user.be32(l2 + offsetof(Wire::EthArpIpHdr, targetIpBytes)))) {
         return dropped(e, Drop::arpNotRequired, e.vlan);
       }

@@ -22,7 +22,9 @@
 //   3. user VLAN 1 to 4094, else badVlan;
 //   4. a VNI for the VLAN, else noVni;
 //   5. srcIfIndex, when not 0, is not the MLAG peer link, else peerLink;
-//   6. an ARP request (opcode 1) that the ARP hook says not to flood: arpNotRequired.
+//   6. an ARP request (opcode 1, with the whole 28-byte ARP header in the frame) that
+//      the ARP hook says not to flood: arpNotRequired. A request cut shorter is
+//      flooded as it is, without asking.
 // Fields that a frame is too short to hold read as zero: a short frame hashes and
 // strips as if they were zero, and nothing behind the read length is ever looked at.
 #pragma once

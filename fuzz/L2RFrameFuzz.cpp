@@ -11,7 +11,9 @@
 //
 // The filter is fixed and matches the seeds (fuzz/corpus/l2r_frame): VLAN 10 on VNI
 // 5010 and 4094 on 0xabcdef, peer link 7, tunnel port 9; ARP requests for an odd
-// target address are refused by the hook, the others are left unchanged.
+// target address are refused by the hook, and those from an odd sender address have
+// their two sender MACs rewritten as the switch's hook does, reading and writing the
+// same fields: the rewrite must find the whole ARP header inside the frame.
 #include <cstdlib>
 #include <cstring>
 
@@ -32,10 +34,19 @@ namespace {
 
 using namespace Vxlan;
 
+constexpr uint8_t kBridgeMac[6] = {0x02, 0, 0, 0, 0x0b, 0x01};
+
 struct OddTargetsRefused : L2R::ArpRequestHook {
   bool herRequired(uint32_t, uint32_t targetIp) override { return (targetIp & 1) == 0; }
-  void rewriteNakedRequest(uint8_t*, uint32_t, VniOrNone) override {}
-};
+  void rewriteNakedRequest(uint8_t* frame, uint32_t l2Offset, VniOrNone) override {
+    uint8_t* arp = frame + l2Offset;
+    if ((arp[17] & 1) == 0) return;  // the sender address's last byte
+    std::memcpy(frame + 6, kBridgeMac, 6);
+    std::memcpy(arp + 8, kBridgeMac, 6);
+    rewroteAt = l2Offset;
+  }
+  uint32_t rewroteAt = 0;  // the ARP header of the last rewrite, 0 for none
+} hook;
 
 const L2R::EncapFilter& filter() {
   static L2R::VlanToVniTable vlans = [] {
@@ -49,7 +60,6 @@ const L2R::EncapFilter& filter() {
     t.is(9, true);
     return t;
   }();
-  static OddTargetsRefused hook;
   static const L2R::EncapFilter f = [] {
     L2R::EncapFilter x;
     x.vlanToVni = &vlans;
@@ -69,6 +79,7 @@ void check(bool ok) {
 }
 
 L2R::FrameBuffer buf;
+uint8_t expected[L2R::kReadSize];
 
 }  // namespace
 
@@ -79,6 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 #ifdef VXRELAY_ASAN
   ASAN_POISON_MEMORY_REGION(buf.read + size, L2R::kReadSize - size);
 #endif
+  hook.rewroteAt = 0;
   const L2R::Encap e = L2R::encapFrame(buf, len, filter());
 #ifdef VXRELAY_ASAN
   ASAN_UNPOISON_MEMORY_REGION(buf.read + size, L2R::kReadSize - size);
@@ -97,7 +109,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   check(static_cast<uint32_t>((p[24] << 8) | p[25]) == e.length - 20);
   check(static_cast<uint32_t>((p[32] << 16) | (p[33] << 8) | p[34]) ==
         (e.vlan == 10 ? 5010u : 0xabcdefu));
-  check(std::memcmp(p + 36, data, 12) == 0);
-  check(std::memcmp(p + 48, data + 24 + removed, len - 24 - removed) == 0);
+  // The user frame as read, with the hook's rewrite where it made one: the source MAC
+  // and the ARP sender MAC, which lies behind the local header and the tags removed.
+  std::memcpy(expected, data, size);
+  if (hook.rewroteAt != 0) {
+    std::memcpy(expected + 6, kBridgeMac, 6);
+    std::memcpy(expected + 24 + removed + hook.rewroteAt + 8 - 12, kBridgeMac, 6);
+  }
+  check(std::memcmp(p + 36, expected, 12) == 0);
+  check(std::memcmp(p + 48, expected + 24 + removed, len - 24 - removed) == 0);
   return 0;
 }
