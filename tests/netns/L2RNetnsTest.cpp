@@ -108,6 +108,31 @@ class L2RNetnsTest : public TopologyTest {
             {{"00:00:00:00:00:00/10", {{"remoteVtepAddr", vteps}, {"listType", type}}}}}}}});
   }
 
+  // Whether remote 0's host gets `user`, written in the local form (or, with
+  // `inspected`, sent to the ARP inspection socket in the same form).
+  bool reachesRemote(const Frame& user, bool inspected = false) {
+    PacketSocket host(topo_->remoteNs(0), SwitchTopology::kRemoteHostPeer,
+                      PacketSocket::Mode::capture);
+    if (inspected) {
+      inspect(localFrame(user, kHigh, 0, topo_->config().vlan.value()));
+    } else {
+      sendLocal(user);
+    }
+    return host.receive([&user](const Frame& got) { return got == user; }, kQuietWait).has_value();
+  }
+  void inspect(const Frame& local) {
+    NamespaceSwitch in(topo_->switchNs());
+    const int sock = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ASSERT_GE(sock, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::snprintf(addr.sun_path, sizeof addr.sun_path, "%c%s", 0, "VeltraVxlanArpInspect");
+    const ssize_t n = ::sendto(sock, local.data(), local.size(), 0,
+                               reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
+    ::close(sock);
+    ASSERT_EQ(n, ssize_t(local.size()));
+  }
+
   uint32_t mark_ = 0;
 };
 
@@ -235,6 +260,41 @@ TEST_F(L2RNetnsTest, VtiStateAndVxlanDeviceAreFollowed) {
   EXPECT_TRUE(topo().hostRunning()) << topo().hostOutput();
   topo().switchVethPairIs(SwitchTopology::kVxlanDevice);
   EXPECT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), kBoth) << "nothing after vxlan came back";
+}
+
+// An ARP request from host 10.0.10.<mark> behind the switch for 10.0.10.<target>.
+Frame arpRequest(uint8_t target, uint8_t mark) {
+  Frame f = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x02, 0, 0, 0, 0x10, mark};
+  push16(f, 0x0806);
+  const Frame arp = {0,  1, 8,  0,    6, 4, 0, 1, 0x02, 0, 0,  0, 0x10, mark,
+                     10, 0, 10, mark, 0, 0, 0, 0, 0,    0, 10, 0, 10,   target};
+  f.insert(f.end(), arp.begin(), arp.end());
+  f.resize(60, 0);
+  return f;
+}
+
+// Guards ARP on the path end to end: a request for the switch's own SVI address stays
+// here (and is counted), one for any other address reaches the remotes; and a frame
+// sent to the ARP inspection socket leaves as a low-priority frame does.
+TEST_F(L2RNetnsTest, OwnAddressesStayHereAndInspectedFramesLeaveOnTheLowSocket) {
+  ASSERT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), kBoth);
+  ASSERT_TRUE(
+      topo()
+          .apply({{"ip/status",
+                   {{"ipIntfStatus", {{"Vlan10", {{"activeAddrWithMask", "10.0.10.1/24"}}}}}}}})
+          .value("ok", false));
+  const uint64_t drops = count(Id::l2rArpHerDrops);
+  uint8_t mark = 0;
+  EXPECT_TRUE(eventually([&] { return !reachesRemote(arpRequest(1, ++mark)); }, kSettleLimit))
+      << "a request for the SVI address was flooded";
+  EXPECT_GT(count(Id::l2rArpHerDrops), drops);
+  EXPECT_TRUE(reachesRemote(arpRequest(9, ++mark)));
+
+  const uint64_t low = count(Id::l2rRxLoFrames);
+  const uint64_t high = count(Id::l2rRxHiFrames);
+  EXPECT_TRUE(reachesRemote(userFrame("ff:ff:ff:ff:ff:ff", ++mark_), true));
+  EXPECT_EQ(count(Id::l2rRxLoFrames), low + 1);
+  EXPECT_EQ(count(Id::l2rRxHiFrames), high);
 }
 
 class L2RMulticastNetnsTest : public L2RNetnsTest {
