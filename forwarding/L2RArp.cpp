@@ -6,7 +6,12 @@
 // answered here and not flooded. A flooded request whose sender is a host behind the
 // virtual VTEP carries the bridge MAC (the MLAG primary's when the peer is primary),
 // so that remote peers learn a MAC of a switch and not the shared virtual one.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "forwarding/ForwardingTrace.h"
 #include "forwarding/L2RVtiStatusSm.h"
@@ -99,6 +104,39 @@ void Sm::checkAndRewriteNakedArpRequest(uint8_t* frame, uint32_t l2Offset, VniOr
   Wire::hdrAt<Wire::EthHdr>(frame)->src = bridgeMac;
   arp->senderHw = bridgeMac;
   vxlanCounterInc(VxlanCounterId::l2rNakedArpRewritten, 1);
+}
+
+bool Sm::inspectedSenderAllowed(const msghdr& m) {
+  static const uid_t self = ::geteuid();
+  auto* msg = const_cast<msghdr*>(&m);  // CMSG_NXTHDR takes them writable; nothing is written
+  for (cmsghdr* c = CMSG_FIRSTHDR(msg); c; c = CMSG_NXTHDR(msg, c)) {
+    if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_CREDENTIALS) continue;
+    ucred cred;
+    std::memcpy(&cred, CMSG_DATA(c), sizeof cred);
+    if (cred.uid == 0 || cred.uid == self) return true;
+    L2R_TRACE(0, "() refused a frame on the arp inspect socket from uid " << cred.uid);
+    vxlanCounterInc(VxlanCounterId::l2rReadErrors, 1);
+    return false;
+  }
+  // No credentials: the socket lacks SO_PASSCRED, and nothing can be told.
+  L2R_TRACE(0, "() refused a frame on the arp inspect socket without credentials");
+  vxlanCounterInc(VxlanCounterId::l2rReadErrors, 1);
+  return false;
+}
+
+Lum::SysResult Sm::readInspected(int32_t sock, uint8_t* buf, size_t len) {
+  for (;;) {
+    iovec iov{buf, len};
+    alignas(cmsghdr) uint8_t creds[CMSG_SPACE(sizeof(ucred))];
+    msghdr m{};
+    m.msg_iov = &iov;
+    m.msg_iovlen = 1;
+    m.msg_control = creds;
+    m.msg_controllen = sizeof creds;
+    const ssize_t n = Lum::sysCalls().recvmsg(sock, &m, MSG_DONTWAIT);
+    if (n < 0) return {-1, errno};
+    if (inspectedSenderAllowed(m)) return {n, 0};
+  }
 }
 
 }  // namespace Vxlan

@@ -27,6 +27,10 @@ L2RBatch::L2RBatch() {
     in[i].msg_hdr.msg_iov = &inIov[i];
     in[i].msg_hdr.msg_iovlen = 1;
   }
+  for (unsigned i = 0; i < kFrames; ++i) {
+    in[i].msg_hdr.msg_control = creds[i];
+    in[i].msg_hdr.msg_controllen = sizeof creds[i];
+  }
   for (unsigned i = 0; i < kMsgs; ++i) {
     out[i] = {};
     out[i].msg_hdr.msg_iov = outIov[i];
@@ -74,6 +78,7 @@ void Sm::handleFramesBatch(int32_t localSock, int32_t remoteSock, L2RBatch& b) {
   const L2R::EncapFilter filter = encapFilter();
   for (;;) {
     if (b.next == b.count) {
+      for (mmsghdr& m : b.in) m.msg_hdr.msg_controllen = sizeof b.creds[0];
       const int n =
           Lum::sysCalls().recvmmsg(localSock, b.in, L2RBatch::kFrames, MSG_DONTWAIT, nullptr);
       if (n < 0) {
@@ -90,6 +95,7 @@ void Sm::handleFramesBatch(int32_t localSock, int32_t remoteSock, L2RBatch& b) {
     bool spent = false;
     while (b.next < b.count && !spent) {
       const unsigned i = b.next++;
+      if (localSock == arpInspectSock_ && !inspectedSenderAllowed(b.in[i].msg_hdr)) continue;
       spent = forwardFrame(b.frames[i].bytes(), b.in[i].msg_len, hi, filter, remoteSock, &b) &&
               Lum::now() > deadline;
     }

@@ -151,7 +151,9 @@ void Sm::handleFrames(int32_t localSock, int32_t remoteSock) {
   Lum::SysCalls& sys = Lum::sysCalls();
   L2R::FrameBuffer buf;
   for (;;) {
-    const Lum::SysResult got = sys.read(localSock, buf.read, sizeof buf.read);
+    const Lum::SysResult got = localSock == arpInspectSock_
+                                   ? readInspected(localSock, buf.read, sizeof buf.read)
+                                   : sys.read(localSock, buf.read, sizeof buf.read);
     L2R_TRACE(7, "() read " << got.rc << " bytes");
     if (got.failed()) {
       if (got.err == EAGAIN || got.err == EWOULDBLOCK) {

@@ -143,6 +143,12 @@ void Sm::createArpInspectSocket() {
     L2R_TRACE(0, "() bind arpInspectSocket: " << std::strerror(errno));
   }
   arpInspectSockIs(sock);
+  // Each datagram comes with its sender's credentials, which the frame loop checks:
+  // an abstract name has no file permissions to keep other users out.
+  const int on = 1;
+  if (sys.setsockopt(sock, SOL_SOCKET, SO_PASSCRED, &on, sizeof on) < 0) {
+    L2R_TRACE(0, "() SO_PASSCRED arpInspectSocket: " << std::strerror(errno));
+  }
   L2R_TRACE(8, "() arpInspect socket: " << sock);
   if (Lum::FileDescriptor* fd = fileDescriptorArpInspect()) {
     fd->descriptorIs(sock);

@@ -34,6 +34,8 @@ struct L2RBatch {
   L2R::FrameBuffer frames[kFrames];
   iovec inIov[kFrames];
   mmsghdr in[kFrames];
+  // The senders' credentials, which the ARP inspection socket carries.
+  alignas(cmsghdr) uint8_t creds[kFrames][CMSG_SPACE(sizeof(ucred))];
   // Frames read so far and the next to handle: a run that its budget ends keeps the
   // rest for the next run, in order.
   unsigned count = 0;
@@ -240,6 +242,11 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   // Batch mode: see L2RBatch.cpp.
   L2RBatch* batchFor(int32_t localSock) const;
   void handleFramesBatch(int32_t localSock, int32_t remoteSock, L2RBatch& b);
+  // The ARP inspection socket takes frames only from this user or root: whether the
+  // datagram received into `m` is from one of them (counted and traced if not).
+  bool inspectedSenderAllowed(const msghdr& m);
+  // A read of the ARP inspection socket that passes over datagrams of other users.
+  Lum::SysResult readInspected(int32_t sock, uint8_t* buf, size_t len);
   void handleRingFrames(int32_t localSock, int32_t remoteSock, L2RBatch& b);
   // Frames a local socket's ring had no room for, as frames received and read errors.
   void countRingDrops(Lum::PacketRxRing& ring, bool hi);

@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -110,27 +111,40 @@ class L2RNetnsTest : public TopologyTest {
 
   // Whether remote 0's host gets `user`, written in the local form (or, with
   // `inspected`, sent to the ARP inspection socket in the same form).
-  bool reachesRemote(const Frame& user, bool inspected = false) {
+  bool reachesRemote(const Frame& user, bool inspected = false, int uid = -1) {
     PacketSocket host(topo_->remoteNs(0), SwitchTopology::kRemoteHostPeer,
                       PacketSocket::Mode::capture);
     if (inspected) {
-      inspect(localFrame(user, kHigh, 0, topo_->config().vlan.value()));
+      inspect(localFrame(user, kHigh, 0, topo_->config().vlan.value()), uid);
     } else {
       sendLocal(user);
     }
     return host.receive([&user](const Frame& got) { return got == user; }, kQuietWait).has_value();
   }
-  void inspect(const Frame& local) {
+  // Sends `local` to the ARP inspection socket, as user `uid` when it is not -1 (from
+  // a child process that takes that user).
+  void inspect(const Frame& local, int uid = -1) {
     NamespaceSwitch in(topo_->switchNs());
-    const int sock = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ASSERT_GE(sock, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::snprintf(addr.sun_path, sizeof addr.sun_path, "%c%s", 0, "VeltraVxlanArpInspect");
-    const ssize_t n = ::sendto(sock, local.data(), local.size(), 0,
-                               reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
-    ::close(sock);
-    ASSERT_EQ(n, ssize_t(local.size()));
+    const auto send = [&local] {
+      const int sock = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+      sockaddr_un addr{};
+      addr.sun_family = AF_UNIX;
+      std::snprintf(addr.sun_path, sizeof addr.sun_path, "%c%s", 0, "VeltraVxlanArpInspect");
+      const ssize_t n = ::sendto(sock, local.data(), local.size(), 0,
+                                 reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
+      ::close(sock);
+      return n == ssize_t(local.size());
+    };
+    if (uid < 0) {
+      ASSERT_TRUE(send());
+      return;
+    }
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) ::_exit(::setresuid(uid, uid, uid) == 0 && send() ? 0 : 1);
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    ASSERT_EQ(status, 0) << "the child could not send as uid " << uid;
   }
 
   uint32_t mark_ = 0;
@@ -275,7 +289,8 @@ Frame arpRequest(uint8_t target, uint8_t mark) {
 
 // Guards ARP on the path end to end: a request for the switch's own SVI address stays
 // here (and is counted), one for any other address reaches the remotes; and a frame
-// sent to the ARP inspection socket leaves as a low-priority frame does.
+// sent to the ARP inspection socket leaves as a low-priority frame does, unless its
+// sender is another user than the agent's or root.
 TEST_F(L2RNetnsTest, OwnAddressesStayHereAndInspectedFramesLeaveOnTheLowSocket) {
   ASSERT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), kBoth);
   ASSERT_TRUE(
@@ -295,6 +310,11 @@ TEST_F(L2RNetnsTest, OwnAddressesStayHereAndInspectedFramesLeaveOnTheLowSocket) 
   EXPECT_TRUE(reachesRemote(userFrame("ff:ff:ff:ff:ff:ff", ++mark_), true));
   EXPECT_EQ(count(Id::l2rRxLoFrames), low + 1);
   EXPECT_EQ(count(Id::l2rRxHiFrames), high);
+  // The name is open to every process of the namespace; other users' frames are refused.
+  const uint64_t errors = count(Id::l2rReadErrors);
+  EXPECT_FALSE(reachesRemote(userFrame("ff:ff:ff:ff:ff:ff", ++mark_), true, 65534));
+  EXPECT_EQ(count(Id::l2rReadErrors), errors + 1);
+  EXPECT_EQ(count(Id::l2rRxLoFrames), low + 1);
 }
 
 class L2RMulticastNetnsTest : public L2RNetnsTest {
