@@ -78,12 +78,6 @@ std::ostream& operator<<(std::ostream& os, const DropText& t) {
 
 }  // namespace
 
-void Sm::vxlanCounterInc(VxlanCounterId id, uint32_t count) {
-  if (VxlanAgentCounter* c = owner_ ? owner_->vxAgentCounter() : nullptr) {
-    c->vxlanCounterAdd(id, count);
-  }
-}
-
 void Sm::dropFrame(Drop why, uint32_t detail, int err) {
   const DropRow& row = kDropRows[static_cast<size_t>(why)];
   L2R_TRACE(row.level, (DropText{row, detail, err}));

@@ -103,12 +103,6 @@ R2L::FrameFilter Remote2LocalForwarderSm::LumVtiStatusSm::frameFilter() const {
   return f;
 }
 
-void Remote2LocalForwarderSm::LumVtiStatusSm::vxlanCounterInc(VxlanCounterId id, uint32_t count) {
-  if (VxlanAgentCounter* c = parent_ ? parent_->vxAgentCounter() : nullptr) {
-    c->vxlanCounterAdd(id, count);
-  }
-}
-
 void Remote2LocalForwarderSm::LumVtiStatusSm::dropFrame(Drop why, uint32_t len, uint32_t detail,
                                                         int err) {
   const DropRow& row = kDropRows[static_cast<size_t>(why)];

@@ -349,7 +349,11 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   // Returns what the write returned (with its errno), or 0 for a length that is not
   // positive.
   Lum::SysResult writeDecapdFrame(const uint8_t* frame, int32_t len);
-  void vxlanCounterInc(VxlanCounterId id, uint32_t count);
+  // Inline: on the frame paths each add is a few instructions (the id is a constant).
+  void vxlanCounterInc(VxlanCounterId id, uint32_t count) {
+    if (VxlanAgentCounter* c = parent_ ? parent_->vxAgentCounter() : nullptr)
+      c->vxlanCounterAdd(id, count);
+  }
   void dump_buf(const char* label, const uint8_t* buf, uint32_t len);
   // What the frame path checks a frame against, as it stands now.
   R2L::FrameFilter frameFilter() const;

@@ -9,9 +9,13 @@
 // see. Needs root and valgrind.
 #pragma once
 
+#include <string>
+
 namespace Bench {
 
-// Prints one line per direction; throws Lum::Exception when a step fails.
-void runLoopCost(int pathCpu, int generatorCpu);
+// Prints one line per direction and traffic; throws Lum::Exception when a step fails.
+// With `keep` (a folder) callgrind's outputs stay there (callgrind.out.0 paced,
+// callgrind.out.1 in bursts), for callgrind_annotate.
+void runLoopCost(int pathCpu, int generatorCpu, const std::string& keep = "");
 
 }  // namespace Bench

@@ -155,6 +155,9 @@ int main(int argc, char** argv) {
   app.add_option("--frame-mode", frameMode, "the agent's frame mode (VXRELAY_FRAME_MODE)")
       ->check(CLI::IsMember({"batch", "single", "filtered"}));
   app.add_flag("--no-callgrind", noCallgrind, "skip the instruction counts");
+  std::string keep;
+  app.add_option("--keep-callgrind", keep, "a folder that keeps the frame loops' callgrind outputs")
+      ->check(CLI::ExistingDirectory);
   app.add_flag("--callgrind-only", callgrindOnly, "only the instruction counts");
   CLI11_PARSE(app, argc, argv);
   opt.settings.duration = std::chrono::duration<double>(seconds);
@@ -177,7 +180,7 @@ int main(int argc, char** argv) {
     if (opt.callgrind) {
       Bench::runCallgrind();
       if (::geteuid() == 0 && Bench::haveValgrind()) {
-        Bench::runLoopCost(opt.pathCpu, opt.generatorCpu);
+        Bench::runLoopCost(opt.pathCpu, opt.generatorCpu, keep);
       }
     }
     return ok ? 0 : 1;

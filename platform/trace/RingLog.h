@@ -249,9 +249,11 @@ class RingBuf {
     }
     const uint32_t bytes = (static_cast<uint32_t>(sizeof(RecordHeader)) + body + 7u) & ~7u;
     unsigned char* at = reserve(bytes);
-    unsigned char* p = at + sizeof(RecordHeader);
+    // The padding (under 8 bytes) lies in the record's last word: zeroed first with
+    // one store, then the arguments written over what they fill of it.
+    std::memset(at + bytes - 8, 0, 8);
+    [[maybe_unused]] unsigned char* p = at + sizeof(RecordHeader);
     (putAt(p, args), ...);
-    std::memset(p, 0, static_cast<size_t>(at + bytes - p));
     commit(at, bytes, descId);
   }
   // Makes room for a record of `bytes` at head (forgetting what it overwrites) and
