@@ -9,6 +9,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -49,8 +50,28 @@ class EthAddr {
   constexpr bool isBroadcast() const { return *this == EthAddr(0xffff, 0xffff, 0xffff); }
   constexpr bool isZero() const { return *this == EthAddr(); }
 
-  friend constexpr bool operator==(const EthAddr& a, const EthAddr& b) = default;
-  friend constexpr std::strong_ordering operator<=>(const EthAddr& a, const EthAddr& b) = default;
+  // The six bytes as one big-endian number: the bytes' order, compared at once (map
+  // keys on the frame paths compare these).
+  constexpr uint64_t number() const {
+    if (std::is_constant_evaluated()) {
+      uint64_t n = 0;
+      for (uint8_t b : bytes_) n = n << 8 | b;
+      return n;
+    }
+    // At run time one load and a swap (little-endian hosts; a big-endian one loads the
+    // number as it stands).
+    uint64_t n = 0;
+    __builtin_memcpy(&n, bytes_.data(), 6);
+    if constexpr (std::endian::native == std::endian::little) return __builtin_bswap64(n) >> 16;
+    return n >> 16;
+  }
+
+  friend constexpr bool operator==(const EthAddr& a, const EthAddr& b) {
+    return a.number() == b.number();
+  }
+  friend constexpr std::strong_ordering operator<=>(const EthAddr& a, const EthAddr& b) {
+    return a.number() <=> b.number();
+  }
 
  private:
   std::array<uint8_t, 6> bytes_{};
