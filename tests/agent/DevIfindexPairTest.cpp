@@ -24,8 +24,7 @@ TEST(DevIfindexPairTest, OrderAndTextFormBothWays) {
   const DevIfindexPair a("et1", 900), b("et2", 1), c("et2", 5);
   EXPECT_TRUE(a < b && b < c && b <= c && c > b && c >= b && b != c &&
               c == DevIfindexPair("et2", 5));
-  EXPECT_TRUE(!DevIfindexPair());
-  EXPECT_FALSE(!DevIfindexPair("", 3) || !DevIfindexPair("et1", 0));
+  EXPECT_TRUE(!DevIfindexPair() && !!DevIfindexPair("", 3) && !!DevIfindexPair("et1", 0));
 
   const DevIfindexPair v("et3 'x'\\", 4294967295u);
   EXPECT_EQ(valueToStrep(v).str(),

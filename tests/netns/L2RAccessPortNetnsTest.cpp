@@ -33,8 +33,8 @@ class L2RAccessPortNetnsTest : public TopologyTest {
     NamespaceSwitch in(topo().switchNs());
     return ::if_nametoindex(device.c_str());
   }
-  // A user frame with the customer's tag (VLAN 30), marked with `mark`; sent in the
-  // local form from kernel index `src`, flagged (0x2000) for the trunk's tag removal.
+  // A frame with the customer's tag (VLAN 30) and `mark`, in the local form from index
+  // `src`, flagged (0x2000) for the trunk's tag removal.
   void sendFrom(uint32_t src, uint32_t mark) {
     Frame f = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 2, 0, 0, 0, 0x30, 1, 0x81, 0, 0, 30, 0x88, 0xb5};
     push32(f, mark);
@@ -42,8 +42,8 @@ class L2RAccessPortNetnsTest : public TopologyTest {
     PacketSocket(topo().switchNs(), SwitchTopology::kVxlanPeer, PacketSocket::Mode::sendOnly)
         .send(localFrame(f, 0x0041, 0x2000, topo().config().vlan.value(), src));
   }
-  // Sends fresh frames from kernel index `src` until remote 0 gets one (the agent may
-  // still be taking a change in), for at most `limit`; the user frame, or empty.
+  // Sends fresh frames from `src` until remote 0 gets one (a change may still be on its
+  // way), at most for `limit`; the user frame, or empty.
   Frame forwardedFrom(uint32_t src, std::chrono::milliseconds limit = kSettleLimit) {
     Frame got;
     eventually(
@@ -52,7 +52,6 @@ class L2RAccessPortNetnsTest : public TopologyTest {
                                 PacketSocket::Mode::capture);
           const uint32_t mark = 0xa5000000 | ++mark_;
           sendFrom(src, mark);
-          // The mark, found with or without the tag in front of it.
           const uint8_t m[] = {0xa5, uint8_t(mark >> 16), uint8_t(mark >> 8), uint8_t(mark)};
           const auto datagram = underlay.receive(
               [&m](const Frame& g) {
@@ -66,36 +65,36 @@ class L2RAccessPortNetnsTest : public TopologyTest {
         limit);
     return got;
   }
-  static bool tagged(const Frame& f) { return f.size() > 14 && get16(f, 12) == 0x8100; }
+  // 0x8100 with the tag kept, 0x88b5 without, 0 for no frame.
+  uint16_t typeFrom(uint32_t src) {
+    const Frame f = forwardedFrom(src);
+    return f.size() > 14 ? get16(f, 12) : 0;
+  }
 
   uint32_t mark_ = 0;
 };
 
-// Guards both kinds of access port end to end. A tunnel port's frame keeps its
-// customer's tag across the tunnel (the trunk's tag removal does not strike) and is
-// counted; its device deleted and made again with a new index is followed, and the old
-// index is no tunnel port any more. The peer link's frames are dropped and counted
-// while MLAG is active, and forwarded again once it is inactive.
+// Guards both kinds of access port end to end: a tunnel port's frame keeps its tag and
+// is counted, also after its device is made anew (a new index, the old one forgotten);
+// the peer link's frames are dropped and counted only while MLAG is active.
 TEST_F(L2RAccessPortNetnsTest, TunnelPortAndPeerLinkByKernelIndex) {
-  topo().switchVethPairIs("q1");
-  topo().switchVethPairIs("pl");
-  const uint32_t first = ifindex("q1");
-  const uint32_t peer = ifindex("pl");
-  ASSERT_FALSE(tagged(forwardedFrom(first))) << "not a tunnel port yet: the tag goes";
+  for (const char* device : {"q1", "pl"}) topo().switchVethPairIs(device);
+  const uint32_t first = ifindex("q1"), peer = ifindex("pl");
+  ASSERT_EQ(typeFrom(first), 0x88b5) << "not a tunnel port yet: the tag goes";
   ASSERT_TRUE(apply(R"({
       "interface/status/eth/intf": {"intfStatus": {"Ethernet3": {"deviceName": "q1"},
                                                    "Port-Channel10": {"deviceName": "pl"}}},
       "bridging/config": {"switchIntfConfig": {
           "Ethernet3": {"switchportModeAndNativeVlan": "2,10"}}}})"));
-  ASSERT_TRUE(eventually([&] { return tagged(forwardedFrom(first)); }, kSettleLimit));
+  ASSERT_TRUE(eventually([&] { return typeFrom(first) == 0x8100; }, kSettleLimit));
   EXPECT_GT(count(Id::l2rDot1qTunnelFrames), 0u);
 
   topo().ip(topo().switchNs(), "link del q1");
   topo().switchVethPairIs("q1");
   const uint32_t second = ifindex("q1");
   ASSERT_NE(second, first);
-  EXPECT_TRUE(eventually([&] { return tagged(forwardedFrom(second)); }, kSettleLimit));
-  EXPECT_FALSE(tagged(forwardedFrom(first))) << "the old index is still a tunnel port";
+  EXPECT_TRUE(eventually([&] { return typeFrom(second) == 0x8100; }, kSettleLimit));
+  EXPECT_EQ(typeFrom(first), 0x88b5) << "the old index is still a tunnel port";
 
   ASSERT_FALSE(forwardedFrom(peer).empty());
   ASSERT_TRUE(apply(R"({"mlag/status": {"mlagState": 3, "peerLinkIntf": "Port-Channel10"}})"));

@@ -117,8 +117,7 @@ class RegistryWalk {
         if (checked && written && !chosen) chosen.emplace(k, v);
       }
     }
-    for (const std::string& k : ref.keys(a.name)) {
-      // A collection may make elements of a derived type for some keys.
+    for (const std::string& k : ref.keys(a.name)) {  // elements of a derived type too
       Ptr<Entity> elem = isMap ? nullptr : acc.element(*e, k);
       if (elem && !walked.count(elem->fwkType().fullName())) walk(elem);
       ref.entryDel(a.name, k);
