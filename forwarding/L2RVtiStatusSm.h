@@ -17,6 +17,7 @@
 
 #include <memory>
 
+#include "agent/DevIfindexPair.h"
 #include "forwarding/Local2RemoteForwarderSm.h"
 #include "platform/os/PacketRxRing.h"
 
@@ -97,6 +98,128 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
    public:
     void onReadableCount() override { s()->handleFileDescriptorArpInspect(); }
   };
+
+  // ---- Access ports (L2RAccessPorts.cpp) ----------------------------------------
+  // What the frame path asks of a frame's source index: is it the MLAG peer link
+  // (peerLinkIfIndex, 0 for none) or a port in dot1q-tunnel mode (dot1QTunnelIfIndex)?
+  // A port of mode 2 has a pair of device name and kernel index in
+  // dot1QTunnelIntfToDevIfindex, with index 0 while the kernel lacks its device, and
+  // its index in dot1QTunnelIfIndex once known. One LumIntfConfig follows each port's
+  // switchport settings, one LumIntfStatus each interface's device name, and the
+  // kernel's devices (handleKernelDevice) fill in the indexes. The port reactors keep
+  // the VTI's id in `intfId_`, as every trace line of this machine names it, and their
+  // own port in `port_`.
+  class LumIntfConfig : public Bridging::SwitchIntfConfig::NotifieeConst {
+   public:
+    LumIntfConfig(const Lum::Ptr<const Bridging::SwitchIntfConfig>& config, LumVtiStatusSm* owner);
+    static Wire::IntfId lumKeyOf(const Lum::Ptr<const Bridging::SwitchIntfConfig>& c) {
+      return c->intfId();
+    }
+    void parentIs(LumVtiStatusSm* owner) { owner_ = owner; }
+    const Wire::IntfId& port() const { return port_; }
+    bool initialized() const { return initialized_; }
+
+    void handleInitialized();
+    void handleDot1QTunnelConfig();
+    // Takes the port out of both maps.
+    void cleanup();
+    void onSwitchportModeAndNativeVlan() override { handleDot1QTunnelConfig(); }
+    void onNotifier() override { handleDot1QTunnelConfig(); }
+    // A port whose configuration is gone is no tunnel port any more.
+    void doPrepareToDie() override { cleanup(); }
+
+   private:
+    // The device name of the port's status, its bond's name for a port channel.
+    bool deviceNameOf(const Interface::EthIntfStatus& status, Lum::String8& name) const;
+
+    LumVtiStatusSm* owner_;
+    Wire::IntfId intfId_;
+    Wire::IntfId port_;
+    bool initialized_ = false;
+  };
+  class LumIntfStatus : public Interface::EthIntfStatus::NotifieeConst {
+   public:
+    LumIntfStatus(const Lum::Ptr<const Interface::EthIntfStatus>& status, LumVtiStatusSm* owner);
+    static Wire::IntfId lumKeyOf(const Lum::Ptr<const Interface::EthIntfStatus>& s) {
+      return s->intfId();
+    }
+    void parentIs(LumVtiStatusSm* owner) { owner_ = owner; }
+
+    void handleDevName();
+    void onDeviceName() override { handleDevName(); }
+    void onNotifier() override { handleDevName(); }
+
+   private:
+    LumVtiStatusSm* owner_;
+    Wire::IntfId intfId_;
+    Wire::IntfId port_;
+  };
+  class LumPeerLinkIntf
+      : public Lum::NestedReactor<LumVtiStatusSm, Interface::EthIntfStatus::NotifieeConst> {
+   public:
+    void onDeviceName() override { s()->handleMlagStateOrPeerLinkIntf(); }
+    void onNotifier() override { s()->handleMlagStateOrPeerLinkIntf(); }
+  };
+  class LumMlagStatus : public Lum::NestedReactor<LumVtiStatusSm, Mlag::Status::NotifieeConst> {
+   public:
+    void onMlagState() override { s()->handleMlagStateOrPeerLinkIntf(); }
+    void onPeerLinkIntf() override { s()->handlePeerLinkIntf(); }
+    void onNotifier() override { s()->handlePeerLinkIntf(); }
+  };
+  class LumBridgingConfig
+      : public Lum::NestedReactor<LumVtiStatusSm, Bridging::Config::NotifieeConst> {
+   public:
+    void onSwitchIntfConfig(const Wire::IntfId& port) override {
+      s()->handleSwitchIntfConfig(port);
+    }
+    void onSwitchIntfConfig() override { s()->syncIntfConfig(); }
+    void onNotifier() override { s()->syncIntfConfig(); }
+  };
+  class LumIntfStatusDir
+      : public Lum::NestedReactor<LumVtiStatusSm, Interface::EthIntfStatusDir::NotifieeConst> {
+   public:
+    void onIntfStatus(const Wire::IntfId& intf) override { s()->handleIntfStatus(intf); }
+    void onIntfStatus() override { s()->syncIntfStatus(); }
+    void onNotifier() override { s()->syncIntfStatus(); }
+  };
+  using DevIfindexTable = Lum::ValueMap<Wire::IntfId, DevIfindexPair>;
+
+  const DevIfindexTable& dot1QTunnelIntfToDevIfindex() const {
+    return dot1QTunnelIntfToDevIfindex_;
+  }
+  DevIfindexPair dot1QTunnelIntfToDevIfindex(const Wire::IntfId& port) const {
+    return dot1QTunnelIntfToDevIfindex_(port);
+  }
+  void dot1QTunnelIntfToDevIfindexIs(const Wire::IntfId& port, const DevIfindexPair& pair) {
+    dot1QTunnelIntfToDevIfindex_.is(port, pair);
+  }
+  void dot1QTunnelIntfToDevIfindexDel(const Wire::IntfId& port) {
+    dot1QTunnelIntfToDevIfindex_.del(port);
+  }
+  void dot1QTunnelIntfToDevIfindexDelAll() { dot1QTunnelIntfToDevIfindex_.delAll(); }
+  Lum::Ptr<LumIntfConfig> intfConfig(const Wire::IntfId& port) const { return intfConfig_(port); }
+  Lum::Ptr<LumIntfStatus> intfStatus(const Wire::IntfId& intf) const { return intfStatus_(intf); }
+  // The status of the MLAG peer link while it has one.
+  const Interface::EthIntfStatus* peerLinkIntf() const {
+    return peerLinkIntf_ ? peerLinkIntf_->notifier().ptr() : nullptr;
+  }
+  const Mlag::Status* mlagStatus() const {
+    return mlagStatus_ ? mlagStatus_->notifier().ptr() : nullptr;
+  }
+  const Interface::EthIntfStatusDir* intfStatusDir() const {
+    return intfStatusDir_ ? intfStatusDir_->notifier().ptr() : nullptr;
+  }
+  const KernelNetworkInfo::Root* kernelNetworkInfoRoot() const {
+    return kernelNetworkInfoRoot_ ? kernelNetworkInfoRoot_->notifier().ptr() : nullptr;
+  }
+
+  void handleMlagStateOrPeerLinkIntf();
+  // The peer link's status reactor follows Mlag::Status::peerLinkIntf.
+  void handlePeerLinkIntf();
+  void handleSwitchIntfConfig(const Wire::IntfId& port);
+  void syncIntfConfig();
+  void handleIntfStatus(const Wire::IntfId& intf);
+  void syncIntfStatus();
 
   LumVtiStatusSm(const Lum::Ptr<Lum::ActivityConfig>& activity,
                  const Lum::Ptr<const VtiStatus>& status, Local2RemoteForwarderSm* owner);
@@ -275,9 +398,9 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   Lum::Nested<Holder<VxlanHwStatusDir::NotifieeConst>> vxHwStatus_{this};
   Lum::Nested<Holder<FdbStatus::NotifieeConst>> vxFdbStatus_{this};
   Lum::Nested<LumVxBumStatus> vxBumStatus_{this};
-  Lum::Nested<Holder<Mlag::Status::NotifieeConst>> mlagStatus_{this};
-  Lum::Nested<Holder<Bridging::Config::NotifieeConst>> bridgingConfig_{this};
-  Lum::Nested<Holder<Interface::EthIntfStatusDir::NotifieeConst>> intfStatusDir_{this};
+  Lum::Nested<LumMlagStatus> mlagStatus_{this};
+  Lum::Nested<LumBridgingConfig> bridgingConfig_{this};
+  Lum::Nested<LumIntfStatusDir> intfStatusDir_{this};
   Lum::Nested<Holder<VxlanStatusDir::NotifieeConst>> vxStatusDir_{this};
   Lum::Nested<LumKernelNetworkInfoRoot> kernelNetworkInfoRoot_{this};
   int32_t localSockHi_ = -1;
@@ -295,6 +418,16 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   Wire::IpAddr floodMcastGrp_;
   uint32_t peerLinkIfIndex_ = 0;
   L2R::IfIndexTable dot1QTunnelIfIndex_;
+  // The access ports; the maps come first, so that the port reactors, going first,
+  // still find them while they die.
+  DevIfindexTable dot1QTunnelIntfToDevIfindex_;
+  Lum::Nested<LumPeerLinkIntf> peerLinkIntf_{this};
+  Lum::Collection<LumVtiStatusSm, LumIntfStatus, Wire::IntfId,
+                  Lum::Ptr<const Interface::EthIntfStatus>>
+      intfStatus_{this, "Vxlan::Local2RemoteForwarderSm::LumVtiStatusSm::intfStatus", {"status"}};
+  Lum::Collection<LumVtiStatusSm, LumIntfConfig, Wire::IntfId,
+                  Lum::Ptr<const Bridging::SwitchIntfConfig>>
+      intfConfig_{this, "Vxlan::Local2RemoteForwarderSm::LumVtiStatusSm::intfConfig", {"config"}};
   bool initialized_ = false;
   // Batch mode: one batch for each socket frames come from (high, low, inspection).
   std::unique_ptr<L2RBatch> batches_[3];

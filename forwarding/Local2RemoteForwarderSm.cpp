@@ -1,6 +1,7 @@
 // The manager of the local-to-remote direction and the lifecycle of its per-VTI
 // machines: construction, the status's attributes that open and close the sockets,
-// the flood group, the device "vxlan", and the end.
+// the flood group, and the end. The kernel's devices ("vxlan" among them) are
+// followed in L2RAccessPorts.cpp.
 #include "forwarding/Local2RemoteForwarderSm.h"
 
 #include "forwarding/ForwardingTrace.h"
@@ -11,14 +12,6 @@
 #include "platform/trace/RingLog.h"
 
 namespace Vxlan {
-
-namespace {
-
-// The device the forwarding plane hands frames to the agent on: the forwarding
-// plane's vocabulary, and it stays as it stands.
-constexpr const char* kVxlanDevice = "vxlan";
-
-}  // namespace
 
 // ---- The manager -------------------------------------------------------------
 
@@ -144,6 +137,10 @@ void Sm::handleInitialized() {
     RINGLOG(1, "L2RSm(%s)::handleInitialized sockets not opened: %s", intfId_.stringValue().view(),
             e.what());
   }
+  // The peer link's reactor (the interface statuses were not there when the MLAG
+  // status was attached), then the tunnel ports, last.
+  handlePeerLinkIntf();
+  for (auto it = intfConfig_.iterator(); it; ++it) it->handleInitialized();
 }
 
 bool Sm::operUp() const {
@@ -206,24 +203,6 @@ void Sm::handleBumMcastGrp(Bridging::VlanId vlanId) {
   L2R_TRACE(8,
             "(), vlanId " << vlanId << " Mcast Group Prev:" << prev << " New:" << floodMcastGrp_);
   if (floodMcastGrp_ != prev && operUp()) createRemoteSocket();
-}
-
-void Sm::handleKernelDevice(const Lum::String8& name) {
-  L2R_TRACE(8, "() name:" << name);
-  if (name.view() != kVxlanDevice) return;
-  // The sockets of a machine still being built are opened at the end of
-  // handleInitialized, with the device's state of that moment.
-  if (!initialized_) return;
-  const KernelNetworkInfo::Root* root =
-      kernelNetworkInfoRoot_ ? kernelNetworkInfoRoot_->notifier().ptr() : nullptr;
-  const bool present = root && root->interfaceByName(name);
-  doDisconnectSockets();
-  if (present) doConnectSockets();
-}
-
-void Sm::handleKernelDevice() {
-  L2R_TRACE(8, "()");
-  handleKernelDevice(Lum::String8(kVxlanDevice));
 }
 
 void Sm::doPrepareToDie() {

@@ -21,9 +21,9 @@
 //
 // The class family is spread over files by concern: Local2RemoteForwarderSm.cpp (the
 // manager and the per-VTI lifecycle), L2RFrameLoop.cpp (the frame loop, its drop exit
-// and the ARP resolver copy), L2RDestinations.cpp, L2RSockets.cpp, L2RArp.cpp and
-// L2RVarpTables.cpp (VxStatusSm, in L2RVxStatusSm.h); the per-frame function is
-// L2RFramePath.h.
+// and the ARP resolver copy), L2RDestinations.cpp, L2RSockets.cpp, L2RArp.cpp,
+// L2RAccessPorts.cpp and L2RVarpTables.cpp (VxStatusSm, in L2RVxStatusSm.h); the
+// per-frame function is L2RFramePath.h.
 #pragma once
 
 #include <cstdint>

@@ -7,8 +7,10 @@
 //       vtiStatusSm_{this, "Vxlan::Remote2LocalForwarderSm::vtiStatusSm", {"vtiStatus"}};
 //
 // The first constructor parameter of an element gives its key (Elem::lumKeyOf(params)
-// when the element declares it, else the parameter itself). An element is built as
-// Elem(params..., owner) when it has such a constructor, else as Elem(params...).
+// when the element declares it, else the parameter itself). An element is built by
+// Elem::lumNewElement(params...) when the element type declares it (a type whose
+// elements are of a derived type for some keys), else as Elem(params..., owner) when
+// it has such a constructor, else as Elem(params...).
 //
 // is(params...):
 //  1. an empty first parameter is a range exception:
@@ -164,7 +166,9 @@ class Collection : private NestedSlotBase {
 
   Ptr<Elem> build(const First& first, const Rest&... rest) {
     Ptr<Elem> elem;
-    if constexpr (std::is_constructible_v<Elem, const First&, const Rest&..., Owner*>) {
+    if constexpr (requires { Elem::lumNewElement(first, rest...); }) {
+      elem = Elem::lumNewElement(first, rest...);
+    } else if constexpr (std::is_constructible_v<Elem, const First&, const Rest&..., Owner*>) {
       elem = new Elem(first, rest..., owner_);
     } else {
       elem = new Elem(first, rest...);

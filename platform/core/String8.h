@@ -17,6 +17,11 @@ namespace Lum {
 
 class String8 {
  public:
+  // A position in the text, for parsers that read a value from a position and move it
+  // on (Lum::needString and the value types' constructors from a position and an end).
+  // Copies share the buffer, so positions from any copy of a string belong together.
+  using IteratorConst = std::string_view::const_iterator;
+
   String8() = default;
   String8(const char* s) : String8(std::string_view(s)) {}         // NOLINT: implicit by design
   String8(std::string_view s);                                     // NOLINT

@@ -26,7 +26,7 @@ const std::vector<std::string> kTexts = [] {
   std::vector<std::string> texts = {""};
   std::istringstream in(
       "false true 7 99 256 5000 0 10.0.0.1 0.0.0.0 10.0.0.1/24 10.1.1.5/32 10.1.1.5 Ethernet1 "
-      "00:11:22:33:44:55 00:11:22:33:44:55/10 0.0.0.0,239.1.1.1 2,10 "
+      "Port-Channel1 00:11:22:33:44:55 00:11:22:33:44:55/10 0.0.0.0,239.1.1.1 2,10 "
       "10.1.1.5/32,5000,00:11:22:33:44:55 10.1.1.5,5000,00:11:22:33:44:55");
   for (std::string t; in >> t;) texts.push_back(t);
   return texts;
@@ -117,7 +117,11 @@ class RegistryWalk {
         if (checked && written && !chosen) chosen.emplace(k, v);
       }
     }
-    for (const std::string& k : ref.keys(a.name)) ref.entryDel(a.name, k);
+    for (const std::string& k : ref.keys(a.name)) {  // elements of a derived type too
+      Ptr<Entity> elem = isMap ? nullptr : acc.element(*e, k);
+      if (elem && !walked.count(elem->fwkType().fullName())) walk(elem);
+      ref.entryDel(a.name, k);
+    }
     EXPECT_TRUE(ref.keys(a.name).empty());
     ASSERT_TRUE(chosen) << "no key fits";
     const auto& [key, value] = *chosen;

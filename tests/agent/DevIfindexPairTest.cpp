@@ -1,0 +1,57 @@
+// Vxlan::DevIfindexPair: order, the none value, and the record text form both ways.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "agent/DevIfindexPair.h"
+#include "platform/core/Exception.h"
+#include "platform/types/ValueStrep.h"
+
+namespace Vxlan {
+namespace {
+
+DevIfindexPair read(const std::string& text) {
+  DevIfindexPair v;
+  Lum::strepToValue(Lum::String8(text), v);
+  return v;
+}
+
+// Guards the order (by name, whatever the indexes, then by index) and the none value;
+// the text form written and read back equal (quotes and backslashes in the name, the
+// largest index), read in any order with blanks, a missing attribute at its default;
+// and each fault in its words.
+TEST(DevIfindexPairTest, OrderAndTextFormBothWays) {
+  const DevIfindexPair a("et1", 900), b("et2", 1), c("et2", 5);
+  EXPECT_TRUE(a < b && b < c && b <= c && c > b && c >= b && b != c &&
+              c == DevIfindexPair("et2", 5));
+  EXPECT_TRUE(!DevIfindexPair() && !!DevIfindexPair("", 3) && !!DevIfindexPair("et1", 0));
+
+  const DevIfindexPair v("et3 'x'\\", 4294967295u);
+  EXPECT_EQ(valueToStrep(v).str(),
+            "Value('Vxlan::DevIfindexPair', ** {'devname': 'et3 \\'x\\'\\\\', "
+            "'ifindex': 4294967295})");
+  EXPECT_EQ(read(valueToStrep(v).str()), v);
+  EXPECT_EQ(read(" Value ( 'Vxlan::DevIfindexPair' , ** { 'ifindex' : 7 , 'devname' : 'et9' } ) "),
+            DevIfindexPair("et9", 7));
+  EXPECT_EQ(read("Value('Vxlan::DevIfindexPair', ** {'ifindex': 8})"), DevIfindexPair("", 8));
+
+  const std::string head = "Value('Vxlan::DevIfindexPair', ** {";
+  const std::pair<std::string, std::string> faults[] = {
+      {head + "'devname': 'et1'", "premature end of value type DevIfindexPair"},
+      {head + "'ifindex': 1}) x", "junk at column 50 deserializing " + head + "'ifindex': 1}) x"},
+      {head + "'mtu': 1})", "DevIfindexPair has no such attribute: mtu"},
+      {head + "'ifindex': 4294967296})",
+       "attribute ifindex: value 4294967296 out of range (at most 4294967295)"},
+  };
+  for (const auto& [text, fault] : faults) {
+    try {
+      read(text);
+      ADD_FAILURE() << text << " accepted";
+    } catch (const Lum::RangeException& e) {
+      EXPECT_EQ(e.what(), fault);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace Vxlan
