@@ -110,6 +110,9 @@ Sm::LumIntfStatus::LumIntfStatus(const Lum::Ptr<const Interface::EthIntfStatus>&
     : owner_(owner), intfId_(owner ? owner->intfId() : Wire::IntfId()), port_(status->intfId()) {
   notifierIs(status);
   isRegisteredNotifieeIs(true);
+  if (const auto* lag = dynamic_cast<const Interface::EthLagIntfStatus*>(status.ptr())) {
+    lagName_.is(Lum::Ptr<const Interface::EthLagIntfStatus>(lag));
+  }
 }
 
 void Sm::LumIntfStatus::handleDevName() {

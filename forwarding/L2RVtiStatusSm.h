@@ -150,9 +150,18 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
     void onNotifier() override { handleDevName(); }
 
    private:
+    // A port channel's device name is an attribute of its own status type, which a
+    // reactor on the base type is not told of.
+    class LumLagName
+        : public Lum::NestedReactor<LumIntfStatus, Interface::EthLagIntfStatus::NotifieeConst> {
+     public:
+      void onLagDeviceName() override { s()->handleDevName(); }
+    };
+
     LumVtiStatusSm* owner_;
     Wire::IntfId intfId_;
     Wire::IntfId port_;
+    Lum::Nested<LumLagName> lagName_{this};
   };
   class LumPeerLinkIntf
       : public Lum::NestedReactor<LumVtiStatusSm, Interface::EthIntfStatus::NotifieeConst> {

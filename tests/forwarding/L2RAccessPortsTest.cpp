@@ -79,13 +79,13 @@ TEST_F(L2RAccessPortsTest, TunnelPortFollowsModeStatusAndDevice) {
   EXPECT_EQ(pairs(), 0u);
 
   // A port channel's device is its bond, named in the LAG status that the directory
-  // makes for a port channel's id.
+  // makes for a port channel's id, here after the port is configured.
   const Wire::IntfId po("Port-Channel5");
   auto* lag = dynamic_cast<Interface::EthLagIntfStatus*>(intfs_->intfStatusIs(po).ptr());
   ASSERT_NE(lag, nullptr);
-  lag->lagDeviceNameIs("po5");
   device("po5", 20);
   mode(po, Mode::switchportModeDot1qTunnel);
+  lag->lagDeviceNameIs("po5");
   EXPECT_EQ(sm()->dot1QTunnelIntfToDevIfindex(po), DevIfindexPair("po5", 20));
   EXPECT_EQ(tunnelIndexes(), std::vector<uint32_t>{20});
 }
