@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "forwarding/ForwardingTrace.h"
@@ -29,10 +28,8 @@ namespace Vxlan {
 using Sm = Local2RemoteForwarderSm::LumVtiStatusSm;
 
 bool Sm::arpHERRequired(uint32_t vlan, uint32_t arpTargetIp) {
-  // The interface names are the switch's ("Vlan10") and stay as they stand.
-  char name[16];
-  std::snprintf(name, sizeof name, "Vlan%u", vlan);
-  const Wire::IntfId intf(name);
+  // The frame path has checked the VLAN (1 to 4094) before it asks.
+  const Wire::IntfId intf = Wire::VlanIntfId::intfId(Bridging::VlanId(static_cast<uint16_t>(vlan)));
   const Wire::IpAddr target = Wire::IpAddr::fromHostOrder(arpTargetIp);
   L2R_TRACE(8, "L2RSm::"
                    << "arpHERRequired"

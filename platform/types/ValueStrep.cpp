@@ -1,8 +1,9 @@
 #include "platform/types/ValueStrep.h"
 
 #include <cctype>
-#include <cstdio>
 #include <string>
+
+#include "platform/types/ValueText.h"
 
 namespace Lum {
 
@@ -16,16 +17,7 @@ bool blank(char c) {
 // other bytes outside printable ASCII as \xNN.
 std::string rest(StrepPos pos, StrepPos end) {
   std::string out;
-  for (int n = 0; pos != end && n < 24; ++pos, ++n) {
-    const auto byte = static_cast<unsigned char>(*pos);
-    if (byte < 0x20 || byte >= 0x7f) {
-      char escaped[5];
-      std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
-      out += escaped;
-    } else {
-      out += *pos;
-    }
-  }
+  appendEscaped(out, std::string_view(pos, end).substr(0, 24));
   return out;
 }
 
@@ -105,19 +97,7 @@ void rethrowFromDeserializeAttr(std::string_view attr, const RangeException& e) 
 
 String8 valueToStrep(const String8& s) {
   std::string out = "'";
-  for (const char c : s.view()) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '\\' || c == '\'') {
-      out += '\\';
-      out += c;
-    } else if (byte < 0x20 || byte >= 0x7f) {
-      char escaped[5];
-      std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
-      out += escaped;
-    } else {
-      out += c;
-    }
-  }
+  appendEscaped(out, s.view(), "\\'");
   out += '\'';
   return String8(out);
 }

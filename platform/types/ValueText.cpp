@@ -26,18 +26,23 @@ void throwMalformedText(std::string_view typeName, std::string_view text) {
   message += ": malformed text \"";
   // Bad text comes from outside; keep control bytes (and a NUL, which would end
   // what()) out of the message and logs.
-  for (char c : text) {
-    auto byte = static_cast<unsigned char>(c);
+  appendEscaped(message, text);
+  message += '"';
+  throwRangeException(message);
+}
+
+void appendEscaped(std::string& out, std::string_view text, std::string_view quoted) {
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte >= 0x7f) {
       char escaped[5];
       std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
-      message += escaped;
-    } else {
-      message += c;
+      out += escaped;
+      continue;
     }
+    if (quoted.find(c) != std::string_view::npos) out += '\\';
+    out += c;
   }
-  message += '"';
-  throwRangeException(message);
 }
 
 }  // namespace Lum

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace Lum {
@@ -21,6 +22,10 @@ namespace Lum {
 std::optional<uint64_t> parseDecimal(std::string_view text);
 
 [[noreturn]] void throwMalformedText(std::string_view typeName, std::string_view text);
+
+// Appends `text` to `out` with each control or non-ASCII byte written as "\xNN" (and
+// so never a NUL), and each byte of `quoted` preceded by a backslash.
+void appendEscaped(std::string& out, std::string_view text, std::string_view quoted = {});
 
 // Splits the text of a composite value into exactly N fields at `separator`, which
 // none of the field forms may hold. Any other count of fields is malformed text of
