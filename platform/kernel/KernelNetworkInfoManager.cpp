@@ -1,16 +1,15 @@
 #include "platform/kernel/KernelNetworkInfoManager.h"
 
-#include <fcntl.h>
 #include <libmnl/libmnl.h>
 #include <linux/if_link.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
-#include <sched.h>
 #include <sys/socket.h>
 
 #include <array>
 #include <cerrno>
 
+#include "platform/os/NetnsSocket.h"
 #include "platform/os/SysCalls.h"
 #include "platform/trace/Trace.h"
 
@@ -19,11 +18,6 @@ namespace KernelNetworkInfo {
 namespace {
 
 Lum::TraceFacility& traceKni = Lum::traceFacility("KernelNetworkInfo");
-
-// Where `ip netns add` leaves a handle on each named namespace.
-constexpr std::string_view kNetnsDir = "/run/netns/";
-// The calling thread's own namespace (setns moves a thread, not the process).
-constexpr const char* kOwnNetns = "/proc/thread-self/ns/net";
 
 [[noreturn]] void fail(int err, const std::string& step) {
   LUM_TRACE(traceKni, 1, "Manager: " << step << " failed, errno " << err);
@@ -106,10 +100,7 @@ Manager::Manager(const Lum::Ptr<Lum::ActivityConfig>& activity, const Lum::Ptr<R
       loop_(loop),
       buffer_(kReceiveBufferBytes) {
   // The name becomes a path: it must not climb out of the namespace directory.
-  const std::string_view n = ns_.view();
-  if (n == "." || n == ".." || n.find('/') != std::string_view::npos) {
-    Lum::throwRangeException("NamespaceName \"" + std::string(n) + "\" is not a namespace name");
-  }
+  Lum::checkNamespaceName(ns_.view());
   sock_ = openSocket();
   try {
     fd_ = new Lum::FileDescriptor(Lum::Name("KernelNetworkInfo"), loop_);
@@ -134,40 +125,12 @@ Manager::~Manager() {
 
 int Manager::openSocket() {
   Lum::SysCalls& sys = Lum::sysCalls();
-  int target = -1;
-  int home = -1;
-  const std::string path = std::string(kNetnsDir) + std::string(ns_.view());
-  if (!ns_.empty()) {
-    target = sys.open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
-    if (target < 0) fail(errno, "open " + path);
-    home = sys.open(kOwnNetns, O_RDONLY | O_CLOEXEC, 0);
-    if (home < 0) {
-      const int err = errno;
-      sys.close(target);
-      fail(err, std::string("open ") + kOwnNetns);
-    }
-    if (sys.setns(target, CLONE_NEWNET) < 0) {
-      const int err = errno;
-      sys.close(target);
-      sys.close(home);
-      fail(err, "setns " + path);
-    }
+  int fd = -1;
+  try {
+    fd = Lum::socketInNamespace(ns_.view(), AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+  } catch (const Lum::ErrnoException& e) {
+    fail(e.errNo(), e.step());
   }
-  const int fd = sys.socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
-  const int socketErr = errno;
-  if (home >= 0) {
-    // Whatever socket() did, the thread goes home before anything else runs.
-    if (sys.setns(home, CLONE_NEWNET) < 0) {
-      const int err = errno;
-      if (fd >= 0) sys.close(fd);
-      sys.close(target);
-      sys.close(home);
-      fail(err, "setns back to the thread's own namespace");
-    }
-    sys.close(target);
-    sys.close(home);
-  }
-  if (fd < 0) fail(socketErr, "socket NETLINK_ROUTE");
 
   sockaddr_nl local{};
   local.nl_family = AF_NETLINK;
