@@ -2,21 +2,38 @@
 // arrives inside VXLAN, answer for the switch's own and virtual addresses, write the
 // kernel neighbor table and keep the MLAG peer in step.
 //
-// What exists so far is the machine with its inputs and the clearing of the virtual
-// ARP counter table that the command channel asks of it; the per-VTI and per-VRF
-// machines are still to come.
+// What exists so far: the machine with its inputs, the clearing of the virtual ARP
+// counter table that the command channel asks of it, and the pending lists of
+// rewritten requests with their review on the clock (VirtualArpSm.cpp). The per-VTI
+// and per-VRF machines are still to come.
+//
+// The review. The first list arms the clock for one review interval (1 s) later; each
+// review subtracts the whole seconds since the last one (the interval for the first,
+// and a millisecond of grace so a review that fires a little early still counts a
+// second) from every list's timeLeft, removes the lists whose time is up, and re-arms
+// while any list is left. A list whose timeLeft is 0 never ages.
 #pragma once
 
+#include <map>
+
 #include "agent/VxlanAgentCounter.h"
+#include "platform/core/Reactor.h"
 #include "platform/kernel/KernelNetworkInfoManager.h"
 #include "platform/loop/Clock.h"
 #include "platform/status/StatusModel.h"
 #include "platform/status/interface/KernelNetworkInfo.h"
+#include "platform/wire/Pkt.h"
+#include "varp/ArpRewritePendingList.h"
 
 namespace Vxlan {
 
-class VirtualArpSm : public Lum::VFPtrInterface {
+class VirtualArpSm : public Lum::ReactorBase {
  public:
+  class LumClock : public Lum::NestedReactor<VirtualArpSm, Lum::Clock::NotifieeConst> {
+   public:
+    void onTime() override { s()->runArpRewriteAging(); }
+  };
+
   // The constructor's inputs, in order. The kernel watcher may be empty at
   // construction: the agent builds it last.
   struct Inputs {
@@ -41,16 +58,58 @@ class VirtualArpSm : public Lum::VFPtrInterface {
     bool operator==(const Inputs&) const = default;
   };
 
-  explicit VirtualArpSm(const Inputs& inputs) : inputs_(inputs) {}
+  explicit VirtualArpSm(const Inputs& inputs);
   const Inputs& inputs() const { return inputs_; }
+  bool initialized() const { return initialized_; }
 
   // Writes every id of the virtual ARP counter table with count 0.
   void clearVarpCounters() {
     if (inputs_.vxAgentCounter) inputs_.vxAgentCounter->varpCounterClearAll();
   }
 
+  // The pending lists, by (VNI, target address).
+  Lum::Ptr<ArpRewritePendingList> arpRewritePendingList(const VniIpPairV2& key) const;
+  // Finds or creates; a second call with the same key changes nothing.
+  Lum::Ptr<ArpRewritePendingList> arpRewritePendingListIs(const VniIpPairV2& key);
+  void arpRewritePendingListDel(const VniIpPairV2& key) { pending_.erase(key); }
+  void arpRewritePendingListDelAll() { pending_.clear(); }
+  size_t arpRewritePendingListSize() const { return pending_.size(); }
+
+  double lastProcessTime() const { return lastProcessTime_; }
+  double arpAgingReviewInterval() const { return arpAgingReviewInterval_; }
+  double arpAgingTimeOut() const { return arpAgingTimeOut_; }
+  double timeout() const { return timeout_; }
+  LumClock* clockReactor() const { return clock_.get(); }
+
+  // A request (opcode 1) in VXLAN, `vxlanHdr` pointing at its VXLAN header with the
+  // inner Ethernet header and ARP behind it: when the controller's tables know its
+  // sender under another MAC, the sender MAC goes on the pending list of (VNI, target)
+  // and the frame's inner source and ARP sender MACs become the virtual router MAC.
+  void checkAndRewriteVxlanArpRequest(const Lum::Ptr<Wire::Pkt>& pkt, uint8_t* vxlanHdr);
+  // Arms the review unless it is armed already or has only just run.
+  void doScheduleReview();
+  // The review: the clock's reaction.
+  void runArpRewriteAging();
+
+  // At deletion: the lists go, and with them any review.
+  void doPrepareToDie() override {
+    arpRewritePendingListDelAll();
+    initialized_ = false;
+  }
+
  private:
+  void count(VarpCounterId id) const {
+    if (inputs_.vxAgentCounter) inputs_.vxAgentCounter->varpCounterAdd(id);
+  }
+
   Inputs inputs_;
+  double timeout_ = 50.0;
+  double lastProcessTime_ = 0.0;
+  double arpAgingReviewInterval_ = 1.0;
+  double arpAgingTimeOut_ = ArpRewritePendingList::kDefaultTimeLeft;
+  bool initialized_ = false;
+  std::map<VniIpPairV2, Lum::Ptr<ArpRewritePendingList>> pending_;
+  Lum::Nested<LumClock> clock_{this};
 };
 
 }  // namespace Vxlan

@@ -1,0 +1,13 @@
+// What virtual ARP reads from the environment, once, when the library is loaded.
+#pragma once
+
+#include <optional>
+
+namespace Vxlan {
+
+// PENDING_LIST_TIMELEFT: the time, in whole seconds, that a new pending list starts
+// with instead of its default. A test hook; the variable's name is the operators' and
+// stays as it stands. Absent (or not a number) when unset.
+extern const std::optional<long> PENDING_LIST_TIMELEFT;
+
+}  // namespace Vxlan

@@ -1,0 +1,136 @@
+#include "varp/VirtualArpSm.h"
+
+#include <cmath>
+#include <limits>
+
+#include "forwarding/L2RVxStatusSm.h"
+#include "frames/EthArpIpHdr.h"
+#include "frames/EthHdr.h"
+#include "frames/VxlanHdr.h"
+#include "platform/os/TimeSource.h"
+#include "platform/trace/RingLog.h"
+#include "varp/VarpSettings.h"
+#include "varp/VarpTrace.h"
+
+#define VARPSM_TRACE(level, message) \
+  LUM_TRACE(::Vxlan::varpTrace, level, "VirtualArpSm::" << __func__ << message)
+
+namespace Vxlan {
+
+namespace {
+
+// Where the inner Ethernet header and its ARP lie behind the VXLAN header.
+constexpr uint32_t kInnerEthOffset = Wire::kVxlanHdrLen;
+constexpr uint32_t kArpOffset = kInnerEthOffset + Wire::kEthHdrLen;
+
+// The answers of ipPortTableVarpMacLookup.
+enum : int { kNoEntry = 0, kOtherMac = 1, kSameMac = 2 };
+
+}  // namespace
+
+VirtualArpSm::VirtualArpSm(const Inputs& inputs) : inputs_(inputs) {
+  if (inputs_.clock) clock_.is(Lum::Ptr<const Lum::Clock>(inputs_.clock));
+  initialized_ = true;
+}
+
+Lum::Ptr<ArpRewritePendingList> VirtualArpSm::arpRewritePendingList(const VniIpPairV2& key) const {
+  auto it = pending_.find(key);
+  return it == pending_.end() ? nullptr : it->second;
+}
+
+Lum::Ptr<ArpRewritePendingList> VirtualArpSm::arpRewritePendingListIs(const VniIpPairV2& key) {
+  Lum::Ptr<ArpRewritePendingList>& list = pending_[key];
+  if (!list) list = new ArpRewritePendingList(key);
+  return list;
+}
+
+void VirtualArpSm::checkAndRewriteVxlanArpRequest(const Lum::Ptr<Wire::Pkt>&, uint8_t* vxlanHdr) {
+  auto* arp = Wire::hdrAt<Wire::EthArpIpHdr>(vxlanHdr + kArpOffset);
+  if (arp->op.value() != Wire::EthArpIpHdr::kOpRequest) {
+    Lum::throwRangeException("arpHdr->opcode() == Wire::arpRequest_");
+  }
+  const Vni vni = Wire::hdrAt<Wire::VxlanHdr>(vxlanHdr)->vni();
+  const Wire::EthAddr sender = arp->senderHw;
+  VARPSM_TRACE(7, " vni " << vni.value() << " ip " << arp->senderIp());
+  const int found = ipPortTableVarpMacLookup(inputs_.l2rVarpIpMacTableCol, VniOrNone(vni.value()),
+                                             Wire::IpGenAddr(arp->senderIp()), sender);
+  if (found == kSameMac) {
+    VARPSM_TRACE(5,
+                 "Vxlan arp request discard since sender mac should NOT be matching varp Mac "
+                 "in vcc LR status");
+    count(VarpCounterId::arpDiscarded);
+    return;
+  }
+  if (found == kNoEntry) {
+    count(VarpCounterId::requestNoEntry);
+    VARPSM_TRACE(7, "Vxlan arp request packet src mac unmodified");
+    return;
+  }
+  const VniIpPairV2 key{vni, Wire::IpGenAddr(arp->targetIp())};
+  const Wire::EthAddr varpMac =
+      inputs_.fhrpVarpMacStatus ? inputs_.fhrpVarpMacStatus->varpVirtualMac() : Wire::EthAddr();
+  Lum::Ptr<ArpRewritePendingList> list = arpRewritePendingList(key);
+  if (!list) {
+    VARPSM_TRACE(6, " create arp rewrite pending list for target ip "
+                        << key.ip << " and srcMac of: " << sender);
+    list = arpRewritePendingListIs(key);
+    if (PENDING_LIST_TIMELEFT) {
+      VARPSM_TRACE(6, "Setting timeLeft for test: " << *PENDING_LIST_TIMELEFT);
+      list->timeLeftIs(static_cast<double>(*PENDING_LIST_TIMELEFT));
+    }
+  }
+  list->reqMacAddrIs(sender);
+  VARPSM_TRACE(6, "Added MAC Addr: " << sender << " to the pending list from ARP header");
+  doScheduleReview();
+  Wire::hdrAt<Wire::EthHdr>(vxlanHdr + kInnerEthOffset)->src = varpMac;
+  arp->senderHw = varpMac;
+  count(VarpCounterId::requestRewritten);
+  VARPSM_TRACE(6, "Vxlan arp request packet modified with ARP hdr smac "
+                      << varpMac << " and eth hdr src mac as: " << varpMac);
+}
+
+void VirtualArpSm::doScheduleReview() {
+  if (pending_.empty() || !clock_) return;
+  const double now = Lum::now();
+  const double timeMin = clock_->timeMin();
+  if (timeMin <= std::numeric_limits<double>::max() && now - timeMin <= arpAgingReviewInterval_) {
+    return;
+  }
+  clock_->timeMinIs(now + arpAgingReviewInterval_);
+  VARPSM_TRACE(7, " arp rewrite review scheduled at " << now + arpAgingReviewInterval_ << " delay "
+                                                      << arpAgingReviewInterval_);
+}
+
+void VirtualArpSm::runArpRewriteAging() {
+  const double now = Lum::now();
+  const double interval = arpAgingReviewInterval_;
+  // Whole seconds; the millisecond lets a review that fires a little early count the
+  // second it was meant for.
+  const auto elapsed = static_cast<unsigned>(
+      lastProcessTime_ == 0.0 ? interval : std::floor(now - lastProcessTime_ + 0.001));
+  if (!initialized_) {
+    VARPSM_TRACE(7, " yet to initialize, returning");
+    return;
+  }
+  for (auto it = pending_.begin(); it != pending_.end();) {
+    ArpRewritePendingList& list = *it->second;
+    if (list.timeLeft() == 0.0) {
+      ++it;
+    } else if (list.timeLeft() > elapsed) {
+      list.timeLeftDec(elapsed);
+      ++it;
+    } else {
+      VARPSM_TRACE(6, "Aging out arp rewrite pending list " << it->first);
+      it = pending_.erase(it);
+      count(VarpCounterId::pendingListAged);
+    }
+  }
+  if (pending_.empty()) {
+    lastProcessTime_ = 0.0;
+    return;
+  }
+  if (clock_) clock_->timeMinIs(now + interval);
+  lastProcessTime_ = now;
+}
+
+}  // namespace Vxlan
