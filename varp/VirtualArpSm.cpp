@@ -7,8 +7,10 @@
 #include "frames/EthArpIpHdr.h"
 #include "frames/EthHdr.h"
 #include "frames/VxlanHdr.h"
+#include "platform/core/Reconcile.h"
 #include "platform/os/TimeSource.h"
 #include "platform/trace/RingLog.h"
+#include "platform/wire/NetlinkSocket.h"
 #include "varp/VarpSettings.h"
 #include "varp/VarpTrace.h"
 
@@ -30,7 +32,79 @@ enum : int { kNoEntry = 0, kOtherMac = 1, kSameMac = 2 };
 
 VirtualArpSm::VirtualArpSm(const Inputs& inputs) : inputs_(inputs) {
   if (inputs_.clock) clock_.is(Lum::Ptr<const Lum::Clock>(inputs_.clock));
+  if (const Lum::Ptr<VtiStatusDir>& dir = inputs_.vtiStatusDir) {
+    Lum::reconcileAll(vtiStatusSm_, dir->vtiStatusIterator(),
+                      [&dir](const Wire::IntfId& id) { return dir->vtiStatus(id); });
+  }
+  handleInitialized();
+}
+
+void VirtualArpSm::handleInitialized() {
   initialized_ = true;
+  // The default VRF's table is written through a socket in the agent's own namespace
+  // and read through the agent's own kernel watcher.
+  int sock = -1;
+  Wire::createNetlinkSocket(sock, 0, "default", kNetlinkReplyWaitSeconds, true);
+  vrfInfoIs(Ip::Status::defaultVrf(), inputs_.kernelNetworkInfoRoot,
+            inputs_.kernelNetworkInfoManager, sock);
+}
+
+void VirtualArpSm::doPrepareToDie() {
+  vtiStatusSm_.delAll();
+  arpRewritePendingListDelAll();
+  vrfInfoDelAll();
+  initialized_ = false;
+}
+
+Lum::Ptr<VirtualArpSm::LumVtiStatusSm> VirtualArpSm::vtiStatusSm(const Wire::IntfId& id) const {
+  return vtiStatusSm_(id);
+}
+
+Lum::Ptr<VirtualArpSm::LumVtiStatusSm> VirtualArpSm::vtiStatusSmIs(
+    const Lum::Ptr<const VtiStatus>& status) {
+  return vtiStatusSm_.is(status);
+}
+
+void VirtualArpSm::vtiStatusSmDel(const Wire::IntfId& id) {
+  vtiStatusSm_.del(id);
+}
+
+size_t VirtualArpSm::vtiStatusSmSize() const {
+  return vtiStatusSm_.size();
+}
+
+Lum::Ptr<VrfInfo> VirtualArpSm::vrfInfo(const L3::VrfName& name) const {
+  auto it = vrfInfo_.find(name);
+  return it == vrfInfo_.end() ? nullptr : it->second;
+}
+
+Lum::Ptr<VrfInfo> VirtualArpSm::vrfInfoIs(const L3::VrfName& name,
+                                          const Lum::Ptr<KernelNetworkInfo::Root>& root,
+                                          const Lum::Ptr<KernelNetworkInfo::Manager>& manager,
+                                          int netlinkSocket) {
+  Lum::Ptr<VrfInfo>& info = vrfInfo_[name];
+  info = new VrfInfo(name, root, manager, netlinkSocket);
+  return info;
+}
+
+L3::VrfName VirtualArpSm::getVrfNameFromVlanId(Bridging::VlanIdOrNone vlan) const {
+  if (vlan.value() == 0) Lum::throwRangeException("!!vlanId");
+  L3::VrfName vrf = Ip::Status::defaultVrf();
+  if (inputs_.ipStatusDir) {
+    const Lum::Ptr<const Ip::IpIntfStatus> intf =
+        inputs_.ipStatusDir->ipIntfStatus(Wire::VlanIntfId::intfId(Bridging::VlanId(vlan.value())));
+    if (intf && !intf->vrf().empty()) vrf = intf->vrf();
+  }
+  VARPSM_TRACE(7, " vlan " << vlan.value() << " --> vrf " << vrf);
+  return vrf;
+}
+
+Lum::Ptr<KernelNetworkInfo::Interface> VirtualArpSm::getKernelIntfInVrf(
+    const L3::VrfName& vrf, const Lum::String8& devName) const {
+  VARPSM_TRACE(7, " vrf " << vrf << " dev " << devName);
+  const Lum::Ptr<VrfInfo> info = vrfInfo(vrf);
+  if (!info || !info->kniRoot()) return nullptr;
+  return info->kniRoot()->interfaceByName(devName);
 }
 
 Lum::Ptr<ArpRewritePendingList> VirtualArpSm::arpRewritePendingList(const VniIpPairV2& key) const {

@@ -17,6 +17,7 @@
 #include <map>
 
 #include "agent/VxlanAgentCounter.h"
+#include "platform/core/Collection.h"
 #include "platform/core/Reactor.h"
 #include "platform/kernel/KernelNetworkInfoManager.h"
 #include "platform/loop/Clock.h"
@@ -24,11 +25,13 @@
 #include "platform/status/interface/KernelNetworkInfo.h"
 #include "platform/wire/Pkt.h"
 #include "varp/ArpRewritePendingList.h"
+#include "varp/VrfInfo.h"
 
 namespace Vxlan {
 
 class VirtualArpSm : public Lum::ReactorBase {
  public:
+  class LumVtiStatusSm;
   class LumClock : public Lum::NestedReactor<VirtualArpSm, Lum::Clock::NotifieeConst> {
    public:
     void onTime() override { s()->runArpRewriteAging(); }
@@ -58,6 +61,9 @@ class VirtualArpSm : public Lum::ReactorBase {
     bool operator==(const Inputs&) const = default;
   };
 
+  // How long a neighbor write waits for the kernel's answer.
+  static constexpr int kNetlinkReplyWaitSeconds = 2;
+
   explicit VirtualArpSm(const Inputs& inputs);
   const Inputs& inputs() const { return inputs_; }
   bool initialized() const { return initialized_; }
@@ -81,6 +87,26 @@ class VirtualArpSm : public Lum::ReactorBase {
   double timeout() const { return timeout_; }
   LumClock* clockReactor() const { return clock_.get(); }
 
+  // One machine per VTI of the directory.
+  Lum::Ptr<LumVtiStatusSm> vtiStatusSm(const Wire::IntfId& id) const;
+  Lum::Ptr<LumVtiStatusSm> vtiStatusSmIs(const Lum::Ptr<const VtiStatus>& status);
+  void vtiStatusSmDel(const Wire::IntfId& id);
+  size_t vtiStatusSmSize() const;
+
+  // What is kept per VRF, by name; "default" from the start.
+  Lum::Ptr<VrfInfo> vrfInfo(const L3::VrfName& name) const;
+  Lum::Ptr<VrfInfo> vrfInfoIs(const L3::VrfName& name,
+                              const Lum::Ptr<KernelNetworkInfo::Root>& root,
+                              const Lum::Ptr<KernelNetworkInfo::Manager>& manager,
+                              int netlinkSocket);
+  void vrfInfoDel(const L3::VrfName& name) { vrfInfo_.erase(name); }
+  void vrfInfoDelAll() { vrfInfo_.clear(); }
+  // The VRF of the VLAN's IP interface ("Vlan<id>"), "default" when it has none.
+  L3::VrfName getVrfNameFromVlanId(Bridging::VlanIdOrNone vlan) const;
+  // The kernel's device `devName` in the VRF's namespace, or none.
+  Lum::Ptr<KernelNetworkInfo::Interface> getKernelIntfInVrf(const L3::VrfName& vrf,
+                                                            const Lum::String8& devName) const;
+
   // A request (opcode 1) in VXLAN, `vxlanHdr` pointing at its VXLAN header with the
   // inner Ethernet header and ARP behind it: when the controller's tables know its
   // sender under another MAC, the sender MAC goes on the pending list of (VNI, target)
@@ -91,13 +117,12 @@ class VirtualArpSm : public Lum::ReactorBase {
   // The review: the clock's reaction.
   void runArpRewriteAging();
 
-  // At deletion: the lists go, and with them any review.
-  void doPrepareToDie() override {
-    arpRewritePendingListDelAll();
-    initialized_ = false;
-  }
+  // At deletion: the machines, the lists (and with them any review) and the VRFs'
+  // sockets go.
+  void doPrepareToDie() override;
 
  private:
+  void handleInitialized();
   void count(VarpCounterId id) const {
     if (inputs_.vxAgentCounter) inputs_.vxAgentCounter->varpCounterAdd(id);
   }
@@ -109,7 +134,14 @@ class VirtualArpSm : public Lum::ReactorBase {
   double arpAgingTimeOut_ = ArpRewritePendingList::kDefaultTimeLeft;
   bool initialized_ = false;
   std::map<VniIpPairV2, Lum::Ptr<ArpRewritePendingList>> pending_;
+  std::map<L3::VrfName, Lum::Ptr<VrfInfo>> vrfInfo_;
   Lum::Nested<LumClock> clock_{this};
+  // Last, so that the machines go first and still find the rest while they die.
+  Lum::Collection<VirtualArpSm, LumVtiStatusSm, Wire::IntfId, Lum::Ptr<const VtiStatus>>
+      vtiStatusSm_{this, "Vxlan::VirtualArpSm::vtiStatusSm", {"vtiStatus"}};
 };
 
 }  // namespace Vxlan
+
+// The nested machine, complete wherever the manager is.
+#include "varp/VarpVtiStatusSm.h"

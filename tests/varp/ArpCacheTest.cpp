@@ -1,0 +1,184 @@
+#include <gtest/gtest.h>
+#include <libmnl/libmnl.h>
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
+
+#include <unistd.h>
+
+#include <cstring>
+#include <vector>
+
+#include "platform/os/SysCalls.h"
+#include "varp/VirtualArpSm.h"
+
+namespace Vxlan {
+namespace {
+
+Wire::EthAddr mac(uint8_t last) {
+  return Wire::EthAddr(0x0200, 0, last);
+}
+Wire::IpAddr ip(uint32_t host) {
+  return Wire::IpAddr::fromHostOrder(host);
+}
+const Wire::EthAddr kBridgeMac = mac(0xb0), kPeerMac = mac(0xb1);
+const Wire::EthAddr kVarpMac(0x0000, 0x5e00, 0x0101);
+const Wire::EthAddr kBroadcast(0xffff, 0xffff, 0xffff);
+
+// The kernel's neighbor table as rtnetlink requests reach it: each write recorded
+// with the socket it came through, and answered with `answer` (0: accepted).
+struct NeighborTable : Lum::SysCalls {
+  struct Write {
+    int fd;
+    int ifindex;
+    uint32_t ip;
+    Wire::EthAddr mac;
+  };
+  std::vector<Write> writes;
+  int answer = 0;
+  uint32_t seq = 0;
+  Lum::SysResult sendto(int fd, const void* buf, size_t len, int, const sockaddr*,
+                        socklen_t) override {
+    const auto* nlh = static_cast<const nlmsghdr*>(buf);
+    const auto* ndm = static_cast<const ndmsg*>(mnl_nlmsg_get_payload(nlh));
+    Write w{fd, ndm->ndm_ifindex, 0, {}};
+    mnl_attr_parse(
+        nlh, sizeof(ndmsg),
+        [](const nlattr* attr, void* data) {
+          auto* w = static_cast<Write*>(data);
+          const auto* p = static_cast<const uint8_t*>(mnl_attr_get_payload(attr));
+          if (mnl_attr_get_type(attr) == NDA_DST) std::memcpy(&w->ip, p, 4);
+          if (mnl_attr_get_type(attr) == NDA_LLADDR) w->mac = Wire::EthAddr::fromBytes(p);
+          return int(MNL_CB_OK);
+        },
+        &w);
+    writes.push_back(w);
+    seq = nlh->nlmsg_seq;
+    return {ssize_t(len), 0};
+  }
+  Lum::SysResult recv(int, void* buf, size_t, int) override {
+    struct {
+      nlmsghdr hdr;
+      nlmsgerr err;
+    } ack{};
+    ack.hdr = {sizeof ack, NLMSG_ERROR, 0, seq, 0};
+    ack.err.error = -answer;
+    std::memcpy(buf, &ack, sizeof ack);
+    return {ssize_t(sizeof ack), 0};
+  }
+};
+
+KernelNetworkInfo::InterfaceState device(int ifindex, const char* name) {
+  KernelNetworkInfo::InterfaceState s;
+  s.ifindex = Wire::IfIndex(ifindex);
+  s.name = Lum::String8(name);
+  return s;
+}
+
+// Virtual ARP on VTI Vxlan1 with the switch's MACs, and a kernel that has "vlan10" as
+// device 31 in the default VRF.
+class ArpCacheTest : public ::testing::Test {
+ protected:
+  ArpCacheTest() {
+    bridging_->bridgeMacAddrIs(kBridgeMac);
+    mlag_->peerMacAddrIs(kPeerMac);
+    varpMac_->varpVirtualMacIs(kVarpMac);
+    kni_->interfaceIs(device(31, "vlan10"));
+    VirtualArpSm::Inputs in;
+    in.bridgingConfig = bridging_;
+    in.ipStatusDir = ipStatus_;
+    in.fhrpVarpMacStatus = varpMac_;
+    in.vtiStatusDir = vtis_;
+    in.mlagStatus = mlag_;
+    in.kernelNetworkInfoRoot = kni_;
+    in.vxAgentCounter = counters_;
+    vtis_->vtiStatusIs(Wire::IntfId("Vxlan1"));
+    sm_ = new VirtualArpSm(in);
+    vti_ = sm_->vtiStatusSm(Wire::IntfId("Vxlan1"));
+  }
+  ~ArpCacheTest() override { sm_->doPrepareToDie(); }
+
+  // An ARP header from `sender` at 10.0.0.5 asking for `target`.
+  static Wire::EthArpIpHdr arp(Wire::EthAddr sender, uint32_t senderIp = 0x0a000005,
+                               uint32_t target = 0x0a000001) {
+    Wire::EthArpIpHdr h{};
+    h.senderHw = sender;
+    h.senderIpIs(ip(senderIp));
+    h.targetIpIs(ip(target));
+    return h;
+  }
+  uint32_t count(VarpCounterId id) const { return counters_->varpCounter(id).count; }
+
+  NeighborTable kernel_;
+  Lum::ScopedSysCalls guard_{kernel_};
+  Lum::Ptr<Bridging::Config> bridging_{new Bridging::Config("bridging")};
+  Lum::Ptr<Ip::Status> ipStatus_{new Ip::Status("ip")};
+  Lum::Ptr<Routing::Fhrp::VirtualRouterMacStatus> varpMac_{
+      new Routing::Fhrp::VirtualRouterMacStatus("varpMac")};
+  Lum::Ptr<VtiStatusDir> vtis_{new VtiStatusDir("vti")};
+  Lum::Ptr<Mlag::Status> mlag_{new Mlag::Status("mlag")};
+  Lum::Ptr<KernelNetworkInfo::Root> kni_{new KernelNetworkInfo::Root("kni")};
+  Lum::Ptr<VxlanAgentCounter> counters_{
+      new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>())};
+  Lum::Ptr<VirtualArpSm> sm_;
+  Lum::Ptr<VirtualArpSm::LumVtiStatusSm> vti_;
+};
+
+// A reply is for this switch when it goes to the peer's, the bridge or the virtual
+// MAC, and only then learnt; a broadcast is learnt only when gratuitous.
+TEST_F(ArpCacheTest, RepliesToThisSwitchAndGratuitousArpAreLearnt) {
+  const Bridging::VlanIdOrNone vlan(10);
+  EXPECT_TRUE(vti_->handleVxlanArpReply(arp(mac(1)), kPeerMac, vlan));
+  EXPECT_FALSE(vti_->handleVxlanArpReply(arp(mac(2)), mac(0x77), vlan));
+  EXPECT_FALSE(vti_->handleVxlanArpReply(arp(mac(2)), kBroadcast, vlan));
+  vti_->handleVxlanGratArp(arp(mac(3), 0x0a000007, 0x0a000007), kBroadcast, vlan);
+  vti_->handleVxlanGratArp(arp(mac(4)), kBroadcast, vlan);
+  vti_->handleVxlanGratArp(arp(mac(4), 0x0a000007, 0x0a000007), kVarpMac, vlan);
+  ASSERT_EQ(kernel_.writes.size(), 2u);
+  EXPECT_EQ(kernel_.writes[0].ifindex, 31);
+  EXPECT_EQ(kernel_.writes[0].ip, ip(0x0a000005).value());
+  EXPECT_EQ(kernel_.writes[0].mac, mac(1));
+  EXPECT_EQ(kernel_.writes[1].mac, mac(3));
+  EXPECT_EQ(count(VarpCounterId::arpCacheUpdated), 2u);
+}
+
+// The switch's own and the virtual MAC are never learnt, nor a multicast or zero
+// sender; none of these is counted.
+TEST_F(ArpCacheTest, OwnAndInvalidSendersAreNeverLearnt) {
+  const Bridging::VlanIdOrNone vlan(10);
+  for (const Wire::EthArpIpHdr& h :
+       {arp(kVarpMac), arp(kBridgeMac), arp(Wire::EthAddr(0x0100, 0x5e00, 0x0001)),
+        arp(Wire::EthAddr()), arp(mac(1), 0xe0000001), arp(mac(1), 0)}) {
+    vti_->updateArpCache(h, kVarpMac, vlan);
+  }
+  EXPECT_TRUE(kernel_.writes.empty());
+  EXPECT_EQ(count(VarpCounterId::arpCacheUpdateFailed), 0u);
+}
+
+// The VLAN interface's VRF decides the table: its own socket and kernel view; a VRF
+// not known yet, a device missing in it, or a write the kernel refuses is counted.
+TEST_F(ArpCacheTest, TheVlansVrfDecidesTheTableAndFailuresAreCounted) {
+  ipStatus_->ipIntfStatusIs(Wire::IntfId("Vlan20"))->vrfIs(L3::VrfName("red"));
+  const Bridging::VlanIdOrNone vlan20(20);
+  vti_->updateArpCache(arp(mac(1)), kVarpMac, vlan20);
+  EXPECT_EQ(count(VarpCounterId::arpCacheUpdateFailed), 1u) << "no VRF information";
+
+  Lum::Ptr<KernelNetworkInfo::Root> red(new KernelNetworkInfo::Root("red"));
+  const int redSocket = ::dup(0);
+  sm_->vrfInfoIs(L3::VrfName("red"), red, nullptr, redSocket);
+  vti_->updateArpCache(arp(mac(1)), kVarpMac, vlan20);
+  EXPECT_EQ(count(VarpCounterId::arpCacheUpdateFailed), 2u) << "no vlan20 in the VRF";
+
+  red->interfaceIs(device(5, "vlan20"));
+  vti_->updateArpCache(arp(mac(1)), kVarpMac, vlan20);
+  ASSERT_EQ(kernel_.writes.size(), 1u);
+  EXPECT_EQ(kernel_.writes[0].fd, redSocket);
+  EXPECT_EQ(kernel_.writes[0].ifindex, 5);
+
+  kernel_.answer = EINVAL;
+  vti_->updateArpCache(arp(mac(1)), kVarpMac, vlan20);
+  EXPECT_EQ(count(VarpCounterId::arpCacheUpdateFailed), 3u);
+  EXPECT_EQ(count(VarpCounterId::arpCacheUpdated), 1u);
+}
+
+}  // namespace
+}  // namespace Vxlan
