@@ -18,5 +18,6 @@ std::optional<long> decimalFromEnv(const char* name) {
 }  // namespace
 
 const std::optional<long> PENDING_LIST_TIMELEFT = decimalFromEnv("PENDING_LIST_TIMELEFT");
+const bool VXLAN_ARP_TEST = std::getenv("VXLAN_ARP_TEST") != nullptr;
 
 }  // namespace Vxlan

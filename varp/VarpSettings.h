@@ -10,4 +10,8 @@ namespace Vxlan {
 // stays as it stands. Absent (or not a number) when unset.
 extern const std::optional<long> PENDING_LIST_TIMELEFT;
 
+// VXLAN_ARP_TEST: set, the receive PAM on "vxlan" takes frames of every type, not only
+// those the forwarding plane marks as ARP from the overlay. A test hook, as above.
+extern const bool VXLAN_ARP_TEST;
+
 }  // namespace Vxlan

@@ -1,12 +1,127 @@
-// The MLAG sync of virtual ARP: entries learnt here, told to the MLAG peer.
+// The MLAG sync of virtual ARP: each entry learnt here is told to the MLAG peer in a
+// small UDP message (Vxlan::ArpSyncMsg), which may carry a whole ARP reply frame that
+// the peer then sends on as if it had received the reply itself.
+#include <cstdio>
+#include <cstring>
+
+#include "platform/trace/RingLog.h"
+#include "platform/wire/ArpNeighbor.h"
+#include "varp/ArpSyncMsg.h"
+#include "varp/VarpTrace.h"
 #include "varp/VirtualArpSm.h"
 
 namespace Vxlan {
 
-void VirtualArpSm::LumVtiStatusSm::syncArpEntryToPeer(Bridging::VlanIdOrNone,
-                                                      const Wire::EthArpIpHdr&,
-                                                      const Lum::Ptr<Wire::Pkt>&) {
-  // The sync channel (a UDP PAM on port 51023) is not built yet: nothing is sent.
+using Sm = VirtualArpSm::LumVtiStatusSm;
+
+#define VTI_TRACE(level, message) \
+  LUM_TRACE(::Vxlan::varpTrace, level, "VarpSm(" << intfId_ << ")::" << __func__ << message)
+
+void Sm::syncArpEntryToPeer(Bridging::VlanIdOrNone vlan, const Wire::EthArpIpHdr& arp,
+                            const Lum::Ptr<Wire::Pkt>& pkt) {
+  if (!arpSyncUdpPam_ || arpSyncUdpPam_->mode() != kSyncMode) return;
+  VTI_TRACE(6, " syncing to mlag peer: " << arp.senderIp());
+  ArpSyncMsg head{};
+  head.type.valueIs(pkt ? ArpSyncMsg::arpReplyPktType : ArpSyncMsg::arpInfoType);
+  const uint32_t len = kArpSyncMsgBytes + (pkt ? pkt->bytes() : 0);
+  head.len.valueIs(static_cast<uint16_t>(len));
+  head.vlanId.valueIs(vlan.value());
+  head.macAddr = arp.senderHw;
+  head.ipAddrIs(Wire::IpGenAddr(arp.senderIp()));
+  VTI_TRACE(7, " arp sync msg: type:" << head.type.value() << " len: " << len << " vlan: "
+                                      << vlan.value() << " ip: " << arp.senderIp()
+                                      << " mac: " << arp.senderHw);
+  Lum::Ptr<Wire::Pkt> msg = Wire::globalPktManager().newPkt();
+  if (!msg) return;
+  msg->newSharedHeadData(len);
+  std::memcpy(msg->data(), &head, sizeof head);
+  if (pkt) {
+    // The frame's entries in order, behind the head.
+    uint8_t* at = msg->data() + kArpSyncMsgBytes;
+    for (int i = 0; i < pkt->iovCount(); ++i) {
+      std::memcpy(at, pkt->iov()[i].iov_base, pkt->iov()[i].iov_len);
+      at += pkt->iov()[i].iov_len;
+    }
+    count(VarpCounterId::arpSyncReplyCopied);
+  }
+  arpSyncUdpPam_->sendPkt(msg);
+  count(VarpCounterId::arpSyncMsgSent);
+}
+
+void Sm::handleArpSyncUdpPamReadable() {
+  if (!arpSyncUdpPam_) {
+    VTI_TRACE(1, " arpSyncUdpPam is NULL");
+    return;
+  }
+  const Lum::Ptr<const VtiStatus> vti = notifier();
+  const auto oper = vti ? vti->operStatus() : Interface::IntfOperStatus::intfOperUnknown;
+  if (!initialized_ || oper != Interface::IntfOperStatus::intfOperUp) {
+    VTI_TRACE(7, " vti operStatus " << static_cast<int>(oper));
+    return;
+  }
+  const Lum::Ptr<Wire::Pkt> pkt = arpSyncUdpPam_->rxPkt();
+  if (!pkt) return;
+  handleArpSyncMsg(pkt);
+}
+
+void Sm::handleArpSyncMsg(const Lum::Ptr<Wire::Pkt>& pkt) {
+  const uint32_t got = pkt->bytes();
+  if (checkArpSyncMsg(pkt->data(), got) != ArpSyncMsgCheck::ok) {
+    VTI_TRACE(1, " arp sync msg of " << got << " bytes is too short");
+    RINGLOG(1, " arp sync msg of %u bytes is too short", got);
+    return count(VarpCounterId::arpSyncFailed);
+  }
+  const auto* msg = reinterpret_cast<const ArpSyncMsg*>(pkt->data());
+  const Bridging::VlanIdOrNone vlan(msg->vlanId.value());  // above 4094: the range exception
+  const uint16_t type = msg->type.value();
+  if (type != ArpSyncMsg::arpInfoType && type != ArpSyncMsg::arpReplyPktType) {
+    VTI_TRACE(1, " msgType " << type << " is not as expected");
+    return;
+  }
+  const VirtualArpSm::Inputs& in = owner_->inputs();
+  if (vlan.value() == 0 || !in.ipStatusDir ||
+      !in.ipStatusDir->ipIntfStatus(Wire::VlanIntfId::intfId(Bridging::VlanId(vlan.value())))) {
+    VTI_TRACE(1, " ipIntfStatus for vlan " << vlan.value() << " is missing");
+    return count(VarpCounterId::arpSyncFailed);
+  }
+  const L3::VrfName vrf = owner_->getVrfNameFromVlanId(vlan);
+  const Lum::Ptr<VrfInfo> info = owner_->vrfInfo(vrf);
+  if (!info) {
+    VTI_TRACE(1, " vrf info missing for " << vrf);
+    return count(VarpCounterId::arpSyncFailed);
+  }
+  char name[16];
+  std::snprintf(name, sizeof name, "vlan%u", static_cast<unsigned>(vlan.value()));
+  const Lum::Ptr<KernelNetworkInfo::Interface> intf =
+      owner_->getKernelIntfInVrf(vrf, Lum::String8(name));
+  if (!intf) {
+    VTI_TRACE(1, " kernelIntf for " << name << " is missing in vrf " << vrf);
+    return count(VarpCounterId::arpSyncFailed);
+  }
+  const Wire::IpGenAddr ip = msg->ipAddr();
+  const Wire::EthAddr mac = msg->macAddr;
+  const int rc = ip.isV4() ? Arp::ipNeighAdd(info->netlinkSocket(),
+                                             static_cast<int>(intf->ifindex().value()), ip.v4(),
+                                             mac, Arp::kNeighReachable)
+                           : -EAFNOSUPPORT;
+  if (type == ArpSyncMsg::arpReplyPktType) {
+    Lum::Ptr<Wire::Pkt> frame = Wire::globalPktManager().newPkt();
+    if (frame) {
+      VTI_TRACE(6, " Processed synced ARP reply pkt for " << ip << " with " << mac
+                                                          << " and vlanId " << vlan.value());
+      frame->newSharedHeadData(got - kArpSyncMsgBytes);
+      std::memcpy(frame->data(), pkt->data() + kArpSyncMsgBytes, got - kArpSyncMsgBytes);
+      rewriteAndSendArpReplyPkt(frame, vlan, kArpHdrOffset, false);
+      count(VarpCounterId::arpSyncReplyProcessed);
+    }
+  }
+  if (rc == 0) {
+    VTI_TRACE(6, " Neighbor add for " << ip << " with " << mac);
+    count(VarpCounterId::arpSyncNeighborAdded);
+  } else {
+    VTI_TRACE(1, " Neighbor add for " << ip << " failed with " << std::strerror(-rc));
+    count(VarpCounterId::arpSyncFailed);
+  }
 }
 
 }  // namespace Vxlan

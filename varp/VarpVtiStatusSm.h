@@ -1,12 +1,19 @@
 // Vxlan::VirtualArpSm::LumVtiStatusSm: virtual ARP for one VXLAN tunnel interface.
 //
-// It answers and learns from ARP that arrives inside VXLAN for this VTEP. What exists
-// so far: the ARP cache (VarpArpCache.cpp): which replies are for this switch,
-// gratuitous ARP, and the neighbor write into the VRF's kernel table of the VLAN
-// interface. The receive path, the replies and the MLAG sync are still to come.
+// It answers and learns from ARP that arrives inside VXLAN for this VTEP, through
+// four PAMs made when it is built: `vxlanArpRxPam` on "vxlan" (ARP from the overlay),
+// `rawTxPam` (frames for the local switch), `udpPam` "vxlanArpTxPam" (replies into the
+// overlay) and `arpSyncUdpPam` "vxlanArpSyncPam" (the MLAG peer, port 51023). What
+// exists so far, by file: the ARP cache (VarpArpCache.cpp: which replies are for this
+// switch, gratuitous ARP, the neighbor write into the VRF's kernel table of the VLAN
+// interface), the replies (VarpReply.cpp) and the MLAG sync (VarpSync.cpp). The
+// receive path and the PAMs' lifecycle with the VTI's state are still to come.
 #pragma once
 
 #include "frames/EthArpIpHdr.h"
+#include "platform/wire/EthDevPam.h"
+#include "platform/wire/RawTxPam.h"
+#include "platform/wire/UdpPam.h"
 #include "platform/types/EthAddr.h"
 #include "platform/types/IntfId.h"
 #include "platform/types/VlanId.h"
@@ -36,14 +43,48 @@ class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
   // tells the MLAG peer of what it learnt where the peer needs it.
   void updateArpCache(const Wire::EthArpIpHdr& arp, Wire::EthAddr dstMac,
                       Bridging::VlanIdOrNone vlan);
-  // Tells the MLAG peer of an entry (and hands it `pkt`, a reply frame, when given).
-  // Only while the sync channel is up; until then it sends nothing.
+  // Tells the MLAG peer of an entry (and hands it `pkt`, a reply frame, when given),
+  // while the sync channel is in its MLAG mode (3).
   void syncArpEntryToPeer(Bridging::VlanIdOrNone vlan, const Wire::EthArpIpHdr& arp,
                           const Lum::Ptr<Wire::Pkt>& pkt);
+  // One message from the peer: its entry written here, its reply frame sent on.
+  void handleArpSyncUdpPamReadable();
+  void handleArpSyncMsg(const Lum::Ptr<Wire::Pkt>& pkt);
 
-  void doPrepareToDie() override { initialized_ = false; }
+  // Replies. `reply` starts with its Ethernet header and has its ARP header at
+  // `arpHdrOffset`: a reply to a rewritten request goes to each MAC that asked, any
+  // other through sendArpReplyPkt.
+  void rewriteAndSendArpReplyPkt(const Lum::Ptr<Wire::Pkt>& reply, Bridging::VlanIdOrNone vlanId,
+                                 uint32_t arpHdrOffset, bool forceFlood);
+  // Puts the VXLAN header of the VLAN's VNI in front of the frame and sends it to the
+  // VTEP behind its destination MAC, or floods it to the VLAN's list less this switch's
+  // addresses and `srcIpAddr`.
+  void sendArpReplyPkt(const Lum::Ptr<Wire::Pkt>& pkt, Bridging::VlanIdOrNone vlanIdIn,
+                       Wire::IpAddr srcIpAddr, bool flood);
+  // The source address of a reply from `srcMac`, set on udpPam: the virtual VTEP's for
+  // the virtual MAC, else the local VTEP's; 0 when the virtual MAC has no VTEP here.
+  Wire::IpAddr udpPamTxSrcIpAddrIs(Wire::EthAddr srcMac);
+
+  Wire::RawTxPam* rawTxPam() const { return rawTxPam_.ptr(); }
+  Wire::UdpPam* udpPam() const { return udpPam_.ptr(); }
+  Wire::EthDevPam* vxlanArpRxPam() const { return vxlanArpRxPam_.ptr(); }
+  Wire::UdpPam* arpSyncUdpPam() const { return arpSyncUdpPam_.ptr(); }
+
+  void doPrepareToDie() override;
+
+  // The PAMs' names and the sync port are the switch's vocabulary.
+  static constexpr const char* kUdpPamName = "vxlanArpTxPam";
+  static constexpr const char* kArpSyncPamName = "vxlanArpSyncPam";
+  static constexpr const char* kRawTxPamName = "RawTxPam";
+  static constexpr uint8_t kReplyMode = 1;
+  static constexpr uint8_t kSyncMode = 3;
+  static constexpr uint32_t kArpHdrOffset = 14;
 
  private:
+  void handleInitialized();
+  // The destination port of replies: the VTI's, 4789 when it has none.
+  void handleUdpPort();
+  VniOrNone vniOfVlan(Bridging::VlanId vlan) const;
   void count(VarpCounterId id) const {
     if (owner_) owner_->count(id);
   }
@@ -51,6 +92,10 @@ class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
   VirtualArpSm* owner_;
   Wire::IntfId intfId_;
   bool initialized_ = false;
+  Lum::Ptr<Wire::RawTxPam> rawTxPam_;
+  Lum::Ptr<Wire::UdpPam> udpPam_;
+  Lum::Ptr<Wire::EthDevPam> vxlanArpRxPam_;
+  Lum::Ptr<Wire::UdpPam> arpSyncUdpPam_;
 };
 
 }  // namespace Vxlan

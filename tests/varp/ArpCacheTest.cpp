@@ -1,14 +1,11 @@
 #include <gtest/gtest.h>
-#include <libmnl/libmnl.h>
-#include <linux/neighbour.h>
-#include <linux/rtnetlink.h>
 
 #include <unistd.h>
 
 #include <cstring>
 #include <vector>
 
-#include "platform/os/SysCalls.h"
+#include "tests/varp/VarpKernel.h"
 #include "varp/VirtualArpSm.h"
 
 namespace Vxlan {
@@ -23,49 +20,6 @@ Wire::IpAddr ip(uint32_t host) {
 const Wire::EthAddr kBridgeMac = mac(0xb0), kPeerMac = mac(0xb1);
 const Wire::EthAddr kVarpMac(0x0000, 0x5e00, 0x0101);
 const Wire::EthAddr kBroadcast(0xffff, 0xffff, 0xffff);
-
-// The kernel's neighbor table as rtnetlink requests reach it: each write recorded
-// with the socket it came through, and answered with `answer` (0: accepted).
-struct NeighborTable : Lum::SysCalls {
-  struct Write {
-    int fd;
-    int ifindex;
-    uint32_t ip;
-    Wire::EthAddr mac;
-  };
-  std::vector<Write> writes;
-  int answer = 0;
-  uint32_t seq = 0;
-  Lum::SysResult sendto(int fd, const void* buf, size_t len, int, const sockaddr*,
-                        socklen_t) override {
-    const auto* nlh = static_cast<const nlmsghdr*>(buf);
-    const auto* ndm = static_cast<const ndmsg*>(mnl_nlmsg_get_payload(nlh));
-    Write w{fd, ndm->ndm_ifindex, 0, {}};
-    mnl_attr_parse(
-        nlh, sizeof(ndmsg),
-        [](const nlattr* attr, void* data) {
-          auto* w = static_cast<Write*>(data);
-          const auto* p = static_cast<const uint8_t*>(mnl_attr_get_payload(attr));
-          if (mnl_attr_get_type(attr) == NDA_DST) std::memcpy(&w->ip, p, 4);
-          if (mnl_attr_get_type(attr) == NDA_LLADDR) w->mac = Wire::EthAddr::fromBytes(p);
-          return int(MNL_CB_OK);
-        },
-        &w);
-    writes.push_back(w);
-    seq = nlh->nlmsg_seq;
-    return {ssize_t(len), 0};
-  }
-  Lum::SysResult recv(int, void* buf, size_t, int) override {
-    struct {
-      nlmsghdr hdr;
-      nlmsgerr err;
-    } ack{};
-    ack.hdr = {sizeof ack, NLMSG_ERROR, 0, seq, 0};
-    ack.err.error = -answer;
-    std::memcpy(buf, &ack, sizeof ack);
-    return {ssize_t(sizeof ack), 0};
-  }
-};
 
 KernelNetworkInfo::InterfaceState device(int ifindex, const char* name) {
   KernelNetworkInfo::InterfaceState s;
@@ -108,7 +62,7 @@ class ArpCacheTest : public ::testing::Test {
   }
   uint32_t count(VarpCounterId id) const { return counters_->varpCounter(id).count; }
 
-  NeighborTable kernel_;
+  TestSupport::VarpKernel kernel_;
   Lum::ScopedSysCalls guard_{kernel_};
   Lum::Ptr<Bridging::Config> bridging_{new Bridging::Config("bridging")};
   Lum::Ptr<Ip::Status> ipStatus_{new Ip::Status("ip")};

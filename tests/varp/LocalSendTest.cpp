@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/os/SysCalls.h"
+#include "tests/varp/VarpKernel.h"
 #include "tests/support/VxlanFrameBuilder.h"
 
 namespace Vxlan {
@@ -18,32 +18,12 @@ namespace {
 
 const Wire::IntfId kVti("Vxlan1");
 
-// The kernel as the send path meets it: two devices by name, and every frame sent.
-struct DeviceKernel : Lum::SysCalls {
-  std::map<std::string, unsigned> devices{{"txraw", 7}, {"fabric", 8}};
-  std::vector<std::pair<int, std::vector<uint8_t>>> sent;
-  int sendErrno = 0;
-  int socket(int, int, int) override { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }
-  unsigned ifNameToIndex(const char* name) override {
-    auto it = devices.find(name);
-    if (it == devices.end()) errno = ENODEV;
-    return it == devices.end() ? 0 : it->second;
-  }
-  ssize_t sendmsg(int, const msghdr* msg, int) override {
-    if (sendErrno) return errno = sendErrno, -1;
-    std::vector<uint8_t> frame;
-    for (size_t i = 0; i < msg->msg_iovlen; ++i) {
-      const auto* b = static_cast<const uint8_t*>(msg->msg_iov[i].iov_base);
-      frame.insert(frame.end(), b, b + msg->msg_iov[i].iov_len);
-    }
-    sent.emplace_back(static_cast<const sockaddr_ll*>(msg->msg_name)->sll_ifindex, frame);
-    return static_cast<ssize_t>(frame.size());
-  }
-};
-
 class LocalSendTest : public ::testing::Test {
  protected:
-  void SetUp() override { pam_->enabledIs(true); }
+  void SetUp() override {
+    kernel_.devices = {{"txraw", 7}, {"fabric", 8}};
+    pam_->enabledIs(true);
+  }
 
   // The received packet as the virtual ARP side holds it: head at the outer header.
   Lum::Ptr<Wire::Pkt> received() {
@@ -61,7 +41,7 @@ class LocalSendTest : public ::testing::Test {
   }
   uint32_t count(VarpCounterId id) const { return counters_->varpCounter(id).count; }
 
-  DeviceKernel kernel_;
+  TestSupport::VarpKernel kernel_;
   Lum::ScopedSysCalls guard_{kernel_};
   TestSupport::VxlanFrameBuilder builder_;
   std::vector<uint8_t> datagram_;
@@ -83,14 +63,14 @@ TEST_F(LocalSendTest, BothFormsLeaveOnTheirDevice) {
   std::vector<uint8_t> want(inner.begin(), inner.begin() + 12);
   want.insert(want.end(), {0x00, 0x08, 0x00, 20, 0x01, 0x02, 0x00, 0x00});
   want.insert(want.end(), inner.begin() + 12, inner.end());
-  EXPECT_EQ(kernel_.sent[0].first, 7);
-  EXPECT_EQ(kernel_.sent[0].second, want);
+  EXPECT_EQ(kernel_.sent[0].ifindex, 7);
+  EXPECT_EQ(kernel_.sent[0].bytes, want);
 
   hw_->vxlanHwStatusDel(kVti);
   send(false);
   ASSERT_EQ(kernel_.sent.size(), 2u);
-  EXPECT_EQ(kernel_.sent[1].first, 8);
-  EXPECT_EQ(kernel_.sent[1].second, datagram_);
+  EXPECT_EQ(kernel_.sent[1].ifindex, 8);
+  EXPECT_EQ(kernel_.sent[1].bytes, datagram_);
   EXPECT_EQ(count(VarpCounterId::decapTxRawHdr), 1u);
   EXPECT_EQ(count(VarpCounterId::decapFabricHdr), 1u);
   EXPECT_EQ(count(VarpCounterId::decapTxPkts), 2u);

@@ -1,0 +1,96 @@
+// The virtual ARP machine the virtual ARP fuzz targets drive: one VTI (local VTEP
+// 10.0.0.1, VLAN 10 on VNI 5010 flooding to 10.0.0.2), an IP interface Vlan10 with its
+// kernel device vlan10, the virtual MAC 00:00:5e:00:01:01 and a controller's table
+// that knows 10.1.1.5 under 02:00:00:00:00:0a; its PAMs open on a kernel that takes
+// every send and accepts every neighbor write without any real socket.
+#pragma once
+
+#include <fcntl.h>
+#include <linux/netlink.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "platform/os/SysCalls.h"
+#include "varp/VirtualArpSm.h"
+
+namespace VarpFuzz {
+
+struct QuietKernel : Lum::SysCalls {
+  uint32_t seq = 0;
+  int socket(int, int, int) override { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }
+  int bind(int, const sockaddr*, socklen_t) override { return 0; }
+  int setsockopt(int, int, int, const void*, socklen_t) override { return 0; }
+  ssize_t sendmsg(int, const msghdr*, int) override { return 0; }
+  Lum::SysResult sendto(int, const void* buf, size_t len, int, const sockaddr*,
+                        socklen_t) override {
+    seq = static_cast<const nlmsghdr*>(buf)->nlmsg_seq;
+    return {ssize_t(len), 0};
+  }
+  Lum::SysResult recv(int, void* buf, size_t, int) override {
+    struct {
+      nlmsghdr hdr;
+      nlmsgerr err;
+    } ack{};
+    ack.hdr = {sizeof ack, NLMSG_ERROR, 0, seq, 0};
+    std::memcpy(buf, &ack, sizeof ack);
+    return {ssize_t(sizeof ack), 0};
+  }
+};
+
+struct Machine {
+  QuietKernel kernel;
+  Lum::ScopedSysCalls guard{kernel};
+  Lum::Ptr<Vxlan::VirtualArpSm> sm;
+  Lum::Ptr<Vxlan::VirtualArpSm::LumVtiStatusSm> vti;
+
+  Machine() {
+    using namespace Vxlan;
+    Lum::Ptr<VtiStatusDir> vtis(new VtiStatusDir("vti"));
+    Lum::Ptr<VtiStatus> status = vtis->vtiStatusIs(Wire::IntfId("Vxlan1"));
+    status->localVtepAddrIs(Wire::IpAddr::fromString("10.0.0.1"));
+    status->vlanToVniMapIs(Bridging::VlanId(10), VniOrNone(5010));
+    Lum::Ptr<VxlanHwStatusDir> hw(new VxlanHwStatusDir("hw"));
+    hw->bumStatus()
+        ->bumVtepListIs(MacVlanPair(Wire::EthAddr(), Bridging::VlanId(10)))
+        ->remoteVtepAddrIs(Wire::IpAddr::fromString("10.0.0.2"));
+    Lum::Ptr<Ip::Status> ip(new Ip::Status("ip"));
+    ip->ipIntfStatusIs(Wire::IntfId("Vlan10"));
+    Lum::Ptr<KernelNetworkInfo::Root> kni(new KernelNetworkInfo::Root("kni"));
+    KernelNetworkInfo::InterfaceState vlan10;
+    vlan10.ifindex = Wire::IfIndex(31);
+    vlan10.name = Lum::String8("vlan10");
+    kni->interfaceIs(vlan10);
+    Lum::Ptr<Routing::Fhrp::VirtualRouterMacStatus> varpMac(
+        new Routing::Fhrp::VirtualRouterMacStatus("varpMac"));
+    varpMac->varpVirtualMacIs(Wire::EthAddr(0x0000, 0x5e00, 0x0101));
+    Lum::Ptr<VarpIpMacTableCol> tables(new VarpIpMacTableCol("tables"));
+    tables->varpIpMacTableIs("t")->varpIpMacEntryIs(
+        VarpIpMacEntry(Wire::IpGenAddr(Wire::IpAddr::fromString("10.1.1.5")), VniOrNone(5010),
+                       Wire::EthAddr(0x0200, 0, 0x0a)));
+    VirtualArpSm::Inputs in;
+    in.ipStatusDir = ip;
+    in.fhrpVarpMacStatus = varpMac;
+    in.vtiStatusDir = vtis;
+    in.vxHwStatusDir = hw;
+    in.vxBumStatus = hw->bumStatus();
+    in.kernelNetworkInfoRoot = kni;
+    in.vxAgentCounter = new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>());
+    in.l2rVarpIpMacTableCol = tables;
+    sm = new VirtualArpSm(in);
+    vti = sm->vtiStatusSm(Wire::IntfId("Vxlan1"));
+    vti->udpPam()->modeIs(1);
+  }
+
+  // The input as a received packet: its bytes end where the packet's storage ends, so
+  // a read past them leaves the allocation and the address sanitizer sees it.
+  static Lum::Ptr<Wire::Pkt> packet(const uint8_t* data, size_t size) {
+    Lum::Ptr<Wire::Pkt> p = Wire::globalPktManager().newPkt();
+    if (!p || size > p->headRoom()) return nullptr;
+    p->newSharedHeadData(static_cast<uint32_t>(size));
+    if (size) std::memcpy(p->data(), data, size);
+    return p;
+  }
+};
+
+}  // namespace VarpFuzz
