@@ -99,16 +99,6 @@ class L2RNetnsTest : public TopologyTest {
         },
         kSettleLimit);
   }
-  nlohmann::json applyHw(const nlohmann::json& attrs) {
-    return topo_->apply({{"vxlan/hardware/status", attrs}});
-  }
-  nlohmann::json defaultFloodList(const nlohmann::json& vteps, int type) {
-    return applyHw(
-        {{"bumStatus",
-          {{"bumVtepList",
-            {{"00:00:00:00:00:00/10", {{"remoteVtepAddr", vteps}, {"listType", type}}}}}}}});
-  }
-
   // Whether remote 0's host gets `user`, written in the local form (or, with
   // `inspected`, sent to the ARP inspection socket in the same form).
   bool reachesRemote(const Frame& user, bool inspected = false, int uid = -1) {
@@ -197,37 +187,6 @@ TEST_F(L2RNetnsTest, BroadcastReachesEveryRemoteWithTheVtisHeader) {
   EXPECT_EQ(count(Id::l2rRxFrames), accounted);
   EXPECT_EQ(count(Id::l2rTxFrames), 2 * count(Id::l2rForwardFrames));
   EXPECT_EQ(count(Id::l2rSendErrors), 0u);
-}
-
-// Guards unicast selection: a learned host's frames go to its VTEP only; an unknown
-// unicast floods by the VLAN's default list.
-TEST_F(L2RNetnsTest, LearnedHostGetsItsVtepAndUnknownUnicastFloods) {
-  ASSERT_TRUE(
-      applyHw({{"fdbStatus",
-                {{"learnedHost", {{"02:00:00:00:20:0b/10", {{"remoteVtepAddr", "10.99.0.3"}}}}}}}})
-          .value("ok", false));
-  EXPECT_EQ(deliveries("02:00:00:00:20:0b", 1), (std::vector<bool>{false, true}));
-  EXPECT_EQ(deliveries("02:00:00:00:20:0c", 0), kBoth);
-}
-
-// Guards the send-to-any choice: the first VTEP whose BFD session is up, and the next
-// one once that changes.
-TEST_F(L2RNetnsTest, SendToAnyFollowsBfdState) {
-  const auto bfd = [&](int first, int second) {
-    return topo()
-        .apply(
-            {{"vxlan/version2/vtepStatusDir",
-              {{"vtepStatusV2",
-                {{"Vxlan1",
-                  {{"bfdPeerStatus",
-                    {{"10.99.0.2", {{"state", first}}}, {"10.99.0.3", {{"state", second}}}}}}}}}}}})
-        .value("ok", false);
-  };
-  ASSERT_TRUE(bfd(2, 1));
-  ASSERT_TRUE(defaultFloodList({{"10.99.0.2", true}, {"10.99.0.3", true}}, 1).value("ok", false));
-  EXPECT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), (std::vector<bool>{true, false}));
-  ASSERT_TRUE(bfd(1, 2));
-  EXPECT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 1), (std::vector<bool>{false, true}));
 }
 
 // Guards the copy to the ARP resolver: one 146-byte message per VTEP reached, on the
@@ -331,7 +290,10 @@ class L2RMulticastNetnsTest : public L2RNetnsTest {
 // VXLAN device that joined it receives.
 TEST_F(L2RMulticastNetnsTest, MulticastModeSendsToTheVlansGroup) {
   ASSERT_TRUE(
-      applyHw({{"bumStatus", {{"bumReplicationMode", 1}, {"bumMcastGrp", {{"10", "239.1.1.1"}}}}}})
+      topo()
+          .apply({{"vxlan/hardware/status",
+                   {{"bumStatus",
+                     {{"bumReplicationMode", 1}, {"bumMcastGrp", {{"10", "239.1.1.1"}}}}}}}})
           .value("ok", false));
   PacketSocket underlay(topo().remoteNs(0), topo().remoteUnderlayDevice(0),
                         PacketSocket::Mode::capture);
