@@ -57,10 +57,6 @@ std::string SwitchTopology::remoteVtepAddr(size_t i) const {
   return "10.99.0." + std::to_string(2 + i);
 }
 
-std::string SwitchTopology::remoteOverlayAddr(size_t i) const {
-  return "192.168.10." + std::to_string(2 + i);
-}
-
 void SwitchTopology::ip(const std::string& netns, const std::string& args) const {
   runOrThrow("ip -n " + netns + " " + args);
 }
@@ -129,7 +125,7 @@ void SwitchTopology::addRemoteVxlanDevice(size_t i, Vxlan::Vni vni, uint16_t udp
   if (config_.remoteHosts) {
     ip(ns, std::string("link set ") + kRemoteVxlanDevice + " master brh");
   } else {
-    ip(ns, "addr add " + remoteOverlayAddr(i) + "/24 dev " + kRemoteVxlanDevice);
+    ip(ns, "addr add 192.168.10." + std::to_string(2 + i) + "/24 dev " + kRemoteVxlanDevice);
   }
   ip(ns, std::string("link set ") + kRemoteVxlanDevice + " up");
 }
