@@ -10,6 +10,7 @@
 
 #include "platform/core/Exception.h"
 #include "platform/statehub/ControlClient.h"
+#include "tests/support/Throws.h"
 
 namespace TestSupport {
 namespace {
@@ -187,21 +188,13 @@ void SwitchTopology::startHost() {
   for (;;) {
     if (!hostRunning()) throw Lum::Exception("vxrelay-host exited: " + hostOutput());
     if (!answering && std::filesystem::exists(controlSocket_)) {
-      try {
+      answering = !thrown<std::exception>([&] {
         Statehub::ControlClient(controlSocket_)
             .request({{"op", "get"}, {"path", "mlag/status"}}, 1.0);
-        answering = true;
-      } catch (const std::exception&) {
-      }
+      });
     }
-    if (answering) {
-      // The agent mounts its counter table once its state mounts are complete.
-      try {
-        (void)counters();
-        return;
-      } catch (const std::exception&) {
-      }
-    }
+    // The agent mounts its counter table once its state mounts are complete.
+    if (answering && !thrown<std::exception>([&] { (void)counters(); })) return;
     if (std::chrono::steady_clock::now() > deadline) {
       throw Lum::Exception(std::string("vxrelay-host did not come up in time (") +
                            (answering ? "no counter table" : "no control socket") +
