@@ -6,6 +6,7 @@
 #include "agent/DevIfindexPair.h"
 #include "platform/core/Exception.h"
 #include "platform/types/ValueStrep.h"
+#include "tests/support/Throws.h"
 
 namespace Vxlan {
 namespace {
@@ -44,12 +45,7 @@ TEST(DevIfindexPairTest, OrderAndTextFormBothWays) {
        "attribute ifindex: value 4294967296 out of range (at most 4294967295)"},
   };
   for (const auto& [text, fault] : faults) {
-    try {
-      read(text);
-      ADD_FAILURE() << text << " accepted";
-    } catch (const Lum::RangeException& e) {
-      EXPECT_EQ(e.what(), fault);
-    }
+    EXPECT_EQ(TestSupport::thrownText<Lum::RangeException>([&] { read(text); }), fault);
   }
 }
 

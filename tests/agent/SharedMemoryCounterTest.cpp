@@ -35,7 +35,7 @@ struct MountedCounters {
 // Guards the whole chain of the running agent: the mount gives a counter table over
 // fresh zeroed shared memory, its adds reach a read-only reader under the names of
 // their fixed ids (unused ids have none), and the counts outlive the mapping. (A
-// reader in another process: HostEndToEnd's counter test.)
+// reader in another process, and the names of used ids: HostEndToEnd's counter test.)
 TEST(SharedMemoryCounterTest, MountedCountsAreSharedAndOutliveTheMount) {
   const std::string agent = uniqueAgentName("shared");
   SharedObjectGuard guard(LumMemtab::Mount::objectName(agent, kCounterTablePath));
@@ -52,10 +52,7 @@ TEST(SharedMemoryCounterTest, MountedCountsAreSharedAndOutliveTheMount) {
     m.counter->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 3);
     for (int i = 0; i < 7; ++i) m.counter->varpCounterAdd(VarpCounterId::vxlanArpRx);
     const CounterTablesReading r = CounterTableReader(agent).counts();
-    EXPECT_EQ(r.vxlan[12].id, VxlanCounterId::r2lRxFrames);
-    EXPECT_EQ(r.vxlan[12].name, "r2lRxFrames");
     EXPECT_EQ(r.count(VxlanCounterId::r2lRxFrames), 5u);
-    EXPECT_EQ(r.varp[7].name, "vxlanArpRx");
     EXPECT_EQ(r.vxlan[32].name, "") << "an unused id";
     EXPECT_EQ(r.varp[28].name, "");
     EXPECT_EQ(r.count(VarpCounterId::vxlanArpRx), 7u);

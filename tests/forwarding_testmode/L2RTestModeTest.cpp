@@ -120,11 +120,19 @@ class L2RTestModeTest : public ::testing::Test {
     in.vxBumStatus = hw_->bumStatus();
     in.vxAgentCounter = counter_;
     in.vtepStatusDirV2 = vteps_;
-    owner_ = new Local2RemoteForwarderSm(in);
-    sm_ = new Sm(nullptr, status_, owner_.ptr());
-    sm_->batchModeIs(false);  // the one-frame loop; batch mode has a case of its own
+    rebuild(in);
   }
   ~L2RTestModeTest() override { sm_->doDisconnectSockets(); }
+
+  // A new machine (and owner) on `in`, in the one-frame loop; batch mode has a case of
+  // its own.
+  void rebuild(const Local2RemoteForwarderSm::Inputs& in) {
+    if (sm_) sm_->doDisconnectSockets();
+    sm_ = nullptr;
+    owner_ = new Local2RemoteForwarderSm(in);
+    sm_ = new Sm(nullptr, status_, owner_.ptr());
+    sm_->batchModeIs(false);
+  }
 
   BumStatus& bum() { return *hw_->bumStatus(); }
   void floodList(const char* mac, std::vector<const char*> vteps, uint32_t type = 0) {
@@ -424,10 +432,7 @@ TEST_F(L2RTestModeTest, LifecycleFollowsStatusGroupAndDevice) {
   Lum::Ptr<KernelNetworkInfo::Root> kni = new KernelNetworkInfo::Root("kni");
   Local2RemoteForwarderSm::Inputs in = owner_->inputs();
   in.kernelNetInfoRoot = kni;
-  sm_->doDisconnectSockets();
-  sm_ = nullptr;
-  owner_ = new Local2RemoteForwarderSm(in);
-  sm_ = new Sm(nullptr, status_, owner_.ptr());
+  rebuild(in);
   EXPECT_EQ(count(Id::l2rTxFrames), 0u) << "a machine starts its direction's counters at 0";
   sm_->handleKernelDevice("vxlan");
   EXPECT_EQ(sm_->localSockHi(), -1);
@@ -502,23 +507,35 @@ TEST_F(L2RTestModeTest, BatchModeKeepsPerFrameSemantics) {
 }
 
 // The switch's own addresses are answered here, whichever interface carries them: a
-// virtual router address flagged true, a primary or a secondary address.
-TEST_F(L2RTestModeTest, ArpRequestsForThisSwitchsAddressesAreNotFlooded) {
+// shared virtual router address flagged true, a primary or a secondary address. A
+// flooded request from a host behind the virtual VTEP leaves with the bridge MAC in
+// both places; one from any other host is left as it is. Each is counted.
+TEST_F(L2RTestModeTest, ArpRequestsForOwnAddressesStayAndVirtualHostsGetTheBridgeMac) {
   Local2RemoteForwarderSm::Inputs in = owner_->inputs();
   in.fhrpStatus = new Routing::Fhrp::StatusV4("fhrp");
-  const auto vr = in.fhrpStatus->intfStatusIs(Wire::IntfId("Vlan10"))
-                      ->vrStatusIs(Routing::Fhrp::kSharedVirtualRouterVrId);
+  const auto vlan10 = in.fhrpStatus->intfStatusIs(Wire::IntfId("Vlan10"));
+  const auto vr = vlan10->vrStatusIs(Routing::Fhrp::kSharedVirtualRouterVrId);
   vr->ipAddrsIs(ip("10.0.0.254"), true);
   vr->ipAddrsIs(ip("10.0.0.253"), false);
+  vlan10->vrStatusIs(Routing::Fhrp::VrId(7))->ipAddrsIs(ip("10.0.0.252"), true);
   Lum::Ptr<Ip::Status> ipStatus = new Ip::Status("ip");
   ipStatus->ipIntfStatusIs(Wire::IntfId("Vlan20"))
       ->activeAddrWithMaskIs(Wire::IpAddrWithMask(ip("10.0.20.1"), 24));
   ipStatus->ipIntfStatusIs(Wire::IntfId("Vlan30"))
       ->activeSecondaryWithMaskIs(Wire::IpAddrWithMask(ip("10.0.30.5"), 24));
   in.ipStatusDir = ipStatus;
-  sm_->doDisconnectSockets();
-  owner_ = new Local2RemoteForwarderSm(in);
-  sm_ = new Sm(nullptr, status_, owner_.ptr());
+  const auto own = Wire::EthAddr::fromString("02:00:00:00:0b:01");
+  const auto peer = Wire::EthAddr::fromString("02:00:00:00:0b:02");
+  Lum::Ptr<Bridging::Config> bridging = new Bridging::Config("bridging");
+  bridging->bridgeMacAddrIs(own);
+  in.bridgingConfig = bridging;
+  Lum::Ptr<Mlag::Status> mlag = new Mlag::Status("mlag");
+  in.mlagStatus = mlag;
+  in.l2rVarpIpMacTableCol = new VarpIpMacTableCol("tables");
+  const auto host = Wire::IpGenAddr(ip("10.0.0.7"));
+  in.l2rVarpIpMacTableCol->varpIpMacTableIs(Lum::String8("t"))
+      ->varpIpMacEntryIs(host, VarpIpMacEntry(host, VniOrNone(Vni(5010)), Wire::EthAddr()));
+  rebuild(in);
 
   const auto asks = [&](const char* target, uint32_t vlan = 10) {
     return sm_->arpHERRequired(vlan, ip(target).hostOrder());
@@ -526,30 +543,10 @@ TEST_F(L2RTestModeTest, ArpRequestsForThisSwitchsAddressesAreNotFlooded) {
   EXPECT_FALSE(asks("10.0.0.254")) << "the VLAN's virtual router address";
   EXPECT_TRUE(asks("10.0.0.254", 11)) << "another VLAN's virtual routers are its own";
   EXPECT_TRUE(asks("10.0.0.253")) << "flagged false: not a virtual address";
+  EXPECT_TRUE(asks("10.0.0.252")) << "not the shared virtual router";
   EXPECT_FALSE(asks("10.0.20.1")) << "an SVI address of another VLAN";
   EXPECT_FALSE(asks("10.0.30.5")) << "a secondary address";
   EXPECT_TRUE(asks("10.0.20.2"));
-}
-
-// A flooded request from a host behind the virtual VTEP leaves with the bridge MAC in
-// both places; one from any other host is left as it is. Each is counted.
-TEST_F(L2RTestModeTest, FloodedRequestsFromVirtualHostsCarryTheBridgeMac) {
-  const auto own = Wire::EthAddr::fromString("02:00:00:00:0b:01");
-  const auto peer = Wire::EthAddr::fromString("02:00:00:00:0b:02");
-  Local2RemoteForwarderSm::Inputs in = owner_->inputs();
-  Lum::Ptr<Bridging::Config> bridging = new Bridging::Config("bridging");
-  bridging->bridgeMacAddrIs(own);
-  Lum::Ptr<Mlag::Status> mlag = new Mlag::Status("mlag");
-  Lum::Ptr<VarpIpMacTableCol> tables = new VarpIpMacTableCol("tables");
-  const auto host = Wire::IpGenAddr(ip("10.0.0.7"));
-  tables->varpIpMacTableIs(Lum::String8("t"))
-      ->varpIpMacEntryIs(host, VarpIpMacEntry(host, VniOrNone(Vni(5010)), Wire::EthAddr()));
-  in.bridgingConfig = bridging;
-  in.mlagStatus = mlag;
-  in.l2rVarpIpMacTableCol = tables;
-  sm_->doDisconnectSockets();
-  owner_ = new Local2RemoteForwarderSm(in);
-  sm_ = new Sm(nullptr, status_, owner_.ptr());
 
   // An ARP request behind an 802.1Q tag, from `sender`; its two sender MACs after the check.
   const auto rewrite = [&](const char* sender) {

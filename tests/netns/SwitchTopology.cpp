@@ -10,6 +10,7 @@
 
 #include "platform/core/Exception.h"
 #include "platform/statehub/ControlClient.h"
+#include "tests/support/Throws.h"
 
 namespace TestSupport {
 namespace {
@@ -55,10 +56,6 @@ std::vector<std::string> SwitchTopology::namespaces() const {
 
 std::string SwitchTopology::remoteVtepAddr(size_t i) const {
   return "10.99.0." + std::to_string(2 + i);
-}
-
-std::string SwitchTopology::remoteOverlayAddr(size_t i) const {
-  return "192.168.10." + std::to_string(2 + i);
 }
 
 void SwitchTopology::ip(const std::string& netns, const std::string& args) const {
@@ -129,7 +126,7 @@ void SwitchTopology::addRemoteVxlanDevice(size_t i, Vxlan::Vni vni, uint16_t udp
   if (config_.remoteHosts) {
     ip(ns, std::string("link set ") + kRemoteVxlanDevice + " master brh");
   } else {
-    ip(ns, "addr add " + remoteOverlayAddr(i) + "/24 dev " + kRemoteVxlanDevice);
+    ip(ns, "addr add 192.168.10." + std::to_string(2 + i) + "/24 dev " + kRemoteVxlanDevice);
   }
   ip(ns, std::string("link set ") + kRemoteVxlanDevice + " up");
 }
@@ -191,21 +188,13 @@ void SwitchTopology::startHost() {
   for (;;) {
     if (!hostRunning()) throw Lum::Exception("vxrelay-host exited: " + hostOutput());
     if (!answering && std::filesystem::exists(controlSocket_)) {
-      try {
+      answering = !thrown<std::exception>([&] {
         Statehub::ControlClient(controlSocket_)
             .request({{"op", "get"}, {"path", "mlag/status"}}, 1.0);
-        answering = true;
-      } catch (const std::exception&) {
-      }
+      });
     }
-    if (answering) {
-      // The agent mounts its counter table once its state mounts are complete.
-      try {
-        (void)counters();
-        return;
-      } catch (const std::exception&) {
-      }
-    }
+    // The agent mounts its counter table once its state mounts are complete.
+    if (answering && !thrown<std::exception>([&] { (void)counters(); })) return;
     if (std::chrono::steady_clock::now() > deadline) {
       throw Lum::Exception(std::string("vxrelay-host did not come up in time (") +
                            (answering ? "no counter table" : "no control socket") +

@@ -96,7 +96,6 @@ class SwitchTopology {
   const std::string& agentName() const { return agentName_; }
   const std::string& controlSocket() const { return controlSocket_; }
   std::string remoteVtepAddr(size_t i) const;
-  std::string remoteOverlayAddr(size_t i) const;
   // The underlay veth end of remote i, for frames written below its kernel VXLAN device.
   std::string remoteUnderlayDevice(size_t i) const;
   // Makes the veth pair `device` <-> `device`-p in the switch namespace, both up: how

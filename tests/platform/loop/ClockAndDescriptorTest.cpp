@@ -102,8 +102,9 @@ class DescriptorTest : public ::testing::Test {
   std::vector<std::string> reports_;
 };
 
-// Guards delivery through the entity: a reactor that leaves data is called again on the
-// next pass and not at all once drained; one whose notifier stops watching is not
+// Guards delivery through the entity, and so the loop's level-triggered delivery under
+// it: a reactor that leaves data is called again on the next pass and not at all once
+// drained; one whose notifier stops watching (the loop's registration removed) is not
 // called; a reaction that throws is reported with its facility and text, and the next
 // pass still serves the descriptor. Queued reactions on a real loop are guarded by the
 // control server's apply test.

@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -63,21 +62,6 @@ class EventLoopTest : public ::testing::Test {
   ScopedTimeSource guard{clock};
   EventLoop loop;
 };
-
-// Guards against edge-triggered or one-shot delivery (data left unread must be offered
-// again, a drained descriptor must go quiet) and against calls after readableHandlerDel.
-TEST_F(EventLoopTest, ReadableAgainUntilDrainedAndNotAfterRemoval) {
-  SocketPair p("abc");
-  Handler h;
-  h.on = [](int fd) { EXPECT_EQ(::read(fd, std::array<char, 1>().data(), 1), 1); };
-  loop.readableHandlerIs(p.in, &h);
-  for (int pass = 0; pass < 3; ++pass) EXPECT_EQ(loop.runOnce(0), 1u);
-  EXPECT_EQ(loop.runOnce(0), 0u);
-  EXPECT_EQ(::write(p.fds[1], "d", 1), 1);
-  loop.readableHandlerDel(p.in);
-  EXPECT_EQ(loop.runOnce(0), 0u);
-  EXPECT_EQ(h.calls, 3);
-}
 
 // Guards against delivering an event of the current epoll_wait batch to a registration
 // that an earlier handler of the batch removed, or whose handler it destroyed.

@@ -12,6 +12,7 @@
 #include <tuple>
 
 #include "platform/core/Exception.h"
+#include "tests/support/Throws.h"
 
 namespace Lum {
 namespace {
@@ -139,13 +140,9 @@ TEST(PacketRxRingTest, AFailedStepIsNamedAndAMappingFailureRemovesTheRing) {
     FakeRingKernel kernel;
     kernel.failOpt = opt;
     kernel.failMmap = mmapFails;
-    try {
-      PacketRxRing ring(kernel, 3, 2048, 64);
-      ADD_FAILURE() << step << " did not fail";
-    } catch (const ErrnoException& e) {
-      EXPECT_EQ(e.step(), step);
-      EXPECT_EQ(kernel.ringRemoved, mmapFails) << step;
-    }
+    const auto e = TestSupport::thrown<ErrnoException>([&] { PacketRxRing(kernel, 3, 2048, 64); });
+    EXPECT_TRUE(e && e->step() == step) << step;
+    EXPECT_EQ(kernel.ringRemoved, mmapFails) << step;
   }
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/status/StatusModel.h"
+#include "tests/support/Throws.h"
 
 namespace {
 
@@ -33,12 +34,7 @@ const std::vector<std::string> kTexts = [] {
 }();
 
 bool accepted(const std::function<void()>& f) {
-  try {
-    f();
-    return true;
-  } catch (const std::exception&) {
-    return false;
-  }
+  return !TestSupport::thrown<std::exception>(f);
 }
 
 class RegistryWalk {

@@ -19,10 +19,6 @@ using Wire::EthAddr;
 using Wire::IntfId;
 using Wire::IpAddr;
 
-IpAddr ip(const char* text) {
-  return IpAddr::fromString(text);
-}
-
 // The text of the range exception that reading `text` as a T raises.
 template <class T>
 std::string refusal(const std::string& text) {
@@ -53,20 +49,14 @@ TEST(StatusRulesTest, CompositeTextForms) {
             "SourceGroup: malformed text \"0.0.0.0,\"");
 }
 
-// Guards what readers take for "not written yet": the TTL a VTI uses, its state,
-// unknown port ids and a BFD record that counts as absent. (The default VXLAN port and
-// a decapsulation group flagged false are guarded where they are read: the remote-to-
-// local frame path and the join rule.)
+// Guards what readers take for "not written yet": the TTL a VTI uses and its state.
+// (Unknown port ids, a BFD record at its defaults, the default VXLAN port and a
+// decapsulation group flagged false are guarded where they are read: the remote-to-local
+// frame path, send-to-any and the join rule.)
 TEST(StatusRulesTest, DefaultsReadersRelyOn) {
   Ptr<Vxlan::VtiStatus> vti(new Vxlan::VtiStatus(IntfId("Vxlan1")));
   EXPECT_EQ(vti->ttl(), 64);
   EXPECT_EQ(vti->operStatus(), Interface::IntfOperStatus::intfOperUnknown);
-  Vxlan::VxlanHwStatus hw(IntfId("Vxlan1"));
-  EXPECT_TRUE(hw.portId().isUnknown() && hw.cpuSourcePortId().isUnknown());
-  VxlanController::BfdPeerStatusV2 peer(IpAddr::fromString("10.0.0.2"));
-  EXPECT_TRUE(peer.isDefault() && !peer.isUp());
-  peer.stateIs(VxlanController::BfdPeerStatusV2::kStateUp);
-  EXPECT_TRUE(peer.isUp() && !peer.isDefault());
 }
 
 // Guards the enumerations: a closed one refuses a number without a name and lists
@@ -121,9 +111,9 @@ TEST(StatusRulesTest, EntriesKeyedByTheirOwnAddress) {
 }
 
 // Guards the hardware directory's owned entities (named under it, and unlinked when
-// readers hold them longer than it), the one whole notification of a delete-all, and
-// the shared virtual router lookup (flagged addresses of router 256 of that interface).
-TEST(StatusRulesTest, OwnedEntitiesDeleteAllAndSharedRouter) {
+// readers hold them longer than it) and the one whole notification of a delete-all.
+// (The shared virtual router lookup: the ARP case of the local-to-remote test mode.)
+TEST(StatusRulesTest, OwnedEntitiesAndDeleteAll) {
   Ptr<Vxlan::VxlanHwStatusDir> dir(new Vxlan::VxlanHwStatusDir("hw"));
   Ptr<Vxlan::BumStatus> bum = dir->bumStatus();
   EXPECT_EQ(bum->fullName(), "hw/bumStatus");
@@ -136,16 +126,6 @@ TEST(StatusRulesTest, OwnedEntitiesDeleteAllAndSharedRouter) {
   EXPECT_EQ(seen.size(), 3u);
   dir = nullptr;
   EXPECT_EQ(bum->parent(), nullptr);
-
-  Routing::Fhrp::StatusV4 fhrp("fhrp");
-  auto intf = fhrp.intfStatusIs(IntfId("Vlan10"));
-  intf->vrStatusIs(Routing::Fhrp::kSharedVirtualRouterVrId)->ipAddrsIs(ip("10.0.0.254"), true);
-  intf->vrStatusIs(Routing::Fhrp::kSharedVirtualRouterVrId)->ipAddrsIs(ip("10.0.0.253"), false);
-  intf->vrStatusIs(Routing::Fhrp::VrId(7))->ipAddrsIs(ip("10.0.0.252"), true);
-  EXPECT_TRUE(fhrp.isSharedVirtualAddr(IntfId("Vlan10"), ip("10.0.0.254")));
-  EXPECT_FALSE(fhrp.isSharedVirtualAddr(IntfId("Vlan10"), ip("10.0.0.253")));
-  EXPECT_FALSE(fhrp.isSharedVirtualAddr(IntfId("Vlan10"), ip("10.0.0.252")));
-  EXPECT_FALSE(fhrp.isSharedVirtualAddr(IntfId("Vlan20"), ip("10.0.0.254")));
 }
 
 // Guards what the status registry walk does not reach: an element created by key text
