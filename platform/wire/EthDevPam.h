@@ -4,7 +4,7 @@
 //   Lum::Ptr<Wire::EthDevPam> pam = Wire::EthDevPam::EthDevPamIs("vlan10");
 //   pam->netNsIs(Wire::NamespaceName("blue"));
 //   pam->ethProtocolIs(ETH_P_ARP);
-//   pam->maxRxPktData(1518);
+//   pam->maxRxPktDataIs(1518);
 //   pam->enabledIs(true);          // throws when the device is missing or a step fails
 //   ... onReadableCount():  while (auto pkt = pam->rxPkt()) { ... }
 //
@@ -74,7 +74,8 @@ class EthDevPam : public Pam {
   void nonBlockingIs(bool v);
 
   // Copies the program (`count` instructions, at most kMaxFilterInsns) and attaches it
-  // at once when enabled; count 0 removes it.
+  // at once when enabled; count 0 removes it. A refused attach disables the PAM and
+  // raises Lum::ErrnoException.
   void filterProgramIs(uint16_t count, const sock_filter* insns);
   const std::vector<sock_filter>& filterProgram() const { return filter_; }
   // Room left for the type check in front of the user's program.
