@@ -9,8 +9,11 @@
 // of a packet or a socket (txDrops).
 //
 // The base keeps the loop registration and the counters; a kind of PAM opens its
-// socket and calls watch(fd) / unwatch(), and reads packets in rxPkt().
+// socket and calls watch(fd) / unwatch(), and reads packets in rxPkt() with
+// rxDatagram(), which every kind shares.
 #pragma once
+
+#include <sys/socket.h>
 
 #include <cstdint>
 
@@ -58,6 +61,12 @@ class Pam : public Lum::Entity, private Lum::ReadableHandler {
   }
   bool savedPacketRx() const { return savedPacketRx_; }
 
+  // Room left in front of every received packet, for the headers of a reply (a VXLAN
+  // header of 8 bytes and more).
+  static constexpr uint32_t kRxHeadRoom = 64;
+  // The longest datagram a received packet can hold.
+  static constexpr uint32_t kMaxRxData = Pkt::kStorageBytes - kRxHeadRoom;
+
   const Lum::TypeInfo& fwkType() const override { return kType; }
   static const Lum::TypeInfo& kType;
 
@@ -67,6 +76,12 @@ class Pam : public Lum::Entity, private Lum::ReadableHandler {
   // Starts / stops the readable notifications for the PAM's socket.
   void watch(int fd);
   void unwatch();
+  // One datagram of `fd` (read without waiting) in a new packet of the process-wide
+  // manager, with its sender in `from`; none when nothing waits. A datagram longer than
+  // `maxBytes` (or kMaxRxData) is dropped, and so is one that finds the manager at its
+  // limit, so that a readable socket is drained and the loop does not spin on it; both
+  // count in rxErrors, as does a failed read.
+  Lum::Ptr<Pkt> rxDatagram(int fd, uint32_t maxBytes, sockaddr* from, socklen_t* fromLen);
   void rxErrorsInc() { ++rxErrors_; }
   void txErrorsInc() { ++txErrors_; }
   void txDropsInc() { ++txDrops_; }
