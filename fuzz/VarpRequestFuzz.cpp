@@ -27,8 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool rewritten = std::memcmp(out + kArpSender, in.data() + kArpSender, 6) != 0 ||
                          std::memcmp(out + kInnerSrc, in.data() + kInnerSrc, 6) != 0;
   for (size_t i = 0; i < kRequestBytes; ++i) {
-    const bool mayChange = (i >= kInnerSrc && i < kInnerSrc + 6) ||
-                           (i >= kArpSender && i < kArpSender + 6);
+    const bool mayChange =
+        (i >= kInnerSrc && i < kInnerSrc + 6) || (i >= kArpSender && i < kArpSender + 6);
     if (!mayChange && out[i] != in[i]) std::abort();
   }
   if (rewritten) {

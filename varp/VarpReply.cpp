@@ -5,6 +5,7 @@
 #include "frames/EthArpIpHdr.h"
 #include "frames/EthHdr.h"
 #include "frames/VxlanHdr.h"
+#include "forwarding/L2RVxStatusSm.h"
 #include "platform/trace/RingLog.h"
 #include "varp/VarpTrace.h"
 #include "varp/VirtualArpSm.h"

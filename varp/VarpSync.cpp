@@ -28,8 +28,8 @@ void Sm::syncArpEntryToPeer(Bridging::VlanIdOrNone vlan, const Wire::EthArpIpHdr
   head.vlanId.valueIs(vlan.value());
   head.macAddr = arp.senderHw;
   head.ipAddrIs(Wire::IpGenAddr(arp.senderIp()));
-  VTI_TRACE(7, " arp sync msg: type:" << head.type.value() << " len: " << len << " vlan: "
-                                      << vlan.value() << " ip: " << arp.senderIp()
+  VTI_TRACE(7, " arp sync msg: type:" << head.type.value() << " len: " << len
+                                      << " vlan: " << vlan.value() << " ip: " << arp.senderIp()
                                       << " mac: " << arp.senderHw);
   Lum::Ptr<Wire::Pkt> msg = Wire::globalPktManager().newPkt();
   if (!msg) return;
@@ -100,15 +100,15 @@ void Sm::handleArpSyncMsg(const Lum::Ptr<Wire::Pkt>& pkt) {
   }
   const Wire::IpGenAddr ip = msg->ipAddr();
   const Wire::EthAddr mac = msg->macAddr;
-  const int rc = ip.isV4() ? Arp::ipNeighAdd(info->netlinkSocket(),
-                                             static_cast<int>(intf->ifindex().value()), ip.v4(),
-                                             mac, Arp::kNeighReachable)
-                           : -EAFNOSUPPORT;
+  const int rc =
+      ip.isV4() ? Arp::ipNeighAdd(info->netlinkSocket(), static_cast<int>(intf->ifindex().value()),
+                                  ip.v4(), mac, Arp::kNeighReachable)
+                : -EAFNOSUPPORT;
   if (type == ArpSyncMsg::arpReplyPktType) {
     Lum::Ptr<Wire::Pkt> frame = Wire::globalPktManager().newPkt();
     if (frame) {
-      VTI_TRACE(6, " Processed synced ARP reply pkt for " << ip << " with " << mac
-                                                          << " and vlanId " << vlan.value());
+      VTI_TRACE(6, " Processed synced ARP reply pkt for " << ip << " with " << mac << " and vlanId "
+                                                          << vlan.value());
       frame->newSharedHeadData(got - kArpSyncMsgBytes);
       std::memcpy(frame->data(), pkt->data() + kArpSyncMsgBytes, got - kArpSyncMsgBytes);
       rewriteAndSendArpReplyPkt(frame, vlan, kArpHdrOffset, false);

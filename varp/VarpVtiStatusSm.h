@@ -11,12 +11,12 @@
 #pragma once
 
 #include "frames/EthArpIpHdr.h"
-#include "platform/wire/EthDevPam.h"
-#include "platform/wire/RawTxPam.h"
-#include "platform/wire/UdpPam.h"
 #include "platform/types/EthAddr.h"
 #include "platform/types/IntfId.h"
 #include "platform/types/VlanId.h"
+#include "platform/wire/EthDevPam.h"
+#include "platform/wire/RawTxPam.h"
+#include "platform/wire/UdpPam.h"
 #include "varp/VirtualArpSm.h"
 
 namespace Vxlan {

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/varp/VarpKernel.h"
 #include "tests/support/VxlanFrameBuilder.h"
+#include "tests/varp/VarpKernel.h"
 
 namespace Vxlan {
 namespace {

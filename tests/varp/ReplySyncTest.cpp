@@ -32,8 +32,8 @@ class ReplySyncTest : public ::testing::Test {
     vti->vArpVtepAddrIs(ip("10.0.0.100"));
     vti->vlanToVniMapIs(Bridging::VlanId(10), VniOrNone(5010));
     vti->operStatusIs(Interface::IntfOperStatus::intfOperUp);
-    Lum::Ptr<BumVtepList> flood = hw_->bumStatus()->bumVtepListIs(
-        MacVlanPair(Wire::EthAddr(), Bridging::VlanId(10)));
+    Lum::Ptr<BumVtepList> flood =
+        hw_->bumStatus()->bumVtepListIs(MacVlanPair(Wire::EthAddr(), Bridging::VlanId(10)));
     for (const char* a : {"10.0.0.1", "10.0.0.100", "10.0.0.2", "10.0.0.3", "10.0.0.4"}) {
       flood->remoteVtepAddrIs(ip(a));
     }
@@ -93,9 +93,11 @@ class ReplySyncTest : public ::testing::Test {
 // VLAN's VNI from the local VTEP; a destination learnt behind one of this switch's own
 // addresses is flooded, never to those addresses nor to the VTEP it came from.
 TEST_F(ReplySyncTest, UnicastToTheLearntVtepElseFloodLessOwnAddresses) {
-  hw_->fdbStatus()->learnedHostIs(MacVlanPair(mac(5), Bridging::VlanId(10)))
+  hw_->fdbStatus()
+      ->learnedHostIs(MacVlanPair(mac(5), Bridging::VlanId(10)))
       ->remoteVtepAddrIs(ip("10.0.0.3"));
-  hw_->fdbStatus()->learnedHostIs(MacVlanPair(mac(6), Bridging::VlanId(10)))
+  hw_->fdbStatus()
+      ->learnedHostIs(MacVlanPair(mac(6), Bridging::VlanId(10)))
       ->remoteVtepAddrIs(ip("10.0.0.100"));
   Lum::Ptr<Wire::Pkt> one = reply(mac(1), mac(5));
   const std::vector<uint8_t> frame(one->data(), one->data() + one->bytes());

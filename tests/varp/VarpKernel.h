@@ -42,7 +42,8 @@ struct VarpKernel : Lum::SysCalls {
   int answer = 0;
   uint32_t seq = 0;
 
-  int socket(int, int, int) override { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }
+  // A real descriptor that the event loop can watch, on which nothing ever arrives.
+  int socket(int, int, int) override { return ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0); }
   int bind(int, const sockaddr*, socklen_t) override { return 0; }
   int setsockopt(int, int, int, const void*, socklen_t) override { return 0; }
   unsigned ifNameToIndex(const char* name) override {
