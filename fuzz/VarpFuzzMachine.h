@@ -1,8 +1,9 @@
 // The virtual ARP machine the virtual ARP fuzz targets drive: one VTI (local VTEP
-// 10.0.0.1, VLAN 10 on VNI 5010 flooding to 10.0.0.2), an IP interface Vlan10 with its
-// kernel device vlan10, the virtual MAC 00:00:5e:00:01:01 and a controller's table
-// that knows 10.1.1.5 under 02:00:00:00:00:0a; its PAMs open on a kernel that takes
-// every send and accepts every neighbor write without any real socket.
+// 10.0.0.1, UDP port 4789, VLAN 10 on VNI 5010 flooding to 10.0.0.2), an IP interface
+// Vlan10 (10.1.1.1/24) with its kernel device vlan10, the bridge MAC 02:00:00:00:00:b0, the virtual
+// MAC 00:00:5e:00:01:01 and a controller's table that knows 10.1.1.5 under 02:00:00:00:00:0a; its
+// PAMs open on a kernel that takes every send and accepts every neighbor write without any real
+// socket.
 #pragma once
 
 #include <fcntl.h>
@@ -51,12 +52,18 @@ struct Machine {
     Lum::Ptr<VtiStatus> status = vtis->vtiStatusIs(Wire::IntfId("Vxlan1"));
     status->localVtepAddrIs(Wire::IpAddr::fromString("10.0.0.1"));
     status->vlanToVniMapIs(Bridging::VlanId(10), VniOrNone(5010));
+    Lum::Ptr<VniToVlanMaps> maps(new VniToVlanMaps("vniToVlanMaps"));
+    maps->vtiVniToVlanMapIs(Wire::IntfId("Vxlan1"))
+        ->vniToVlanMapIs(Vni(5010), Bridging::VlanIdOrNone(10));
+    Lum::Ptr<Bridging::Config> bridging(new Bridging::Config("bridging"));
+    bridging->bridgeMacAddrIs(Wire::EthAddr(0x0200, 0, 0xb0));
     Lum::Ptr<VxlanHwStatusDir> hw(new VxlanHwStatusDir("hw"));
     hw->bumStatus()
         ->bumVtepListIs(MacVlanPair(Wire::EthAddr(), Bridging::VlanId(10)))
         ->remoteVtepAddrIs(Wire::IpAddr::fromString("10.0.0.2"));
     Lum::Ptr<Ip::Status> ip(new Ip::Status("ip"));
-    ip->ipIntfStatusIs(Wire::IntfId("Vlan10"));
+    ip->ipIntfStatusIs(Wire::IntfId("Vlan10"))
+        ->activeAddrWithMaskIs(Wire::IpAddrWithMask::fromString("10.1.1.1/24"));
     Lum::Ptr<KernelNetworkInfo::Root> kni(new KernelNetworkInfo::Root("kni"));
     KernelNetworkInfo::InterfaceState vlan10;
     vlan10.ifindex = Wire::IfIndex(31);
@@ -70,6 +77,8 @@ struct Machine {
         VarpIpMacEntry(Wire::IpGenAddr(Wire::IpAddr::fromString("10.1.1.5")), VniOrNone(5010),
                        Wire::EthAddr(0x0200, 0, 0x0a)));
     VirtualArpSm::Inputs in;
+    in.bridgingConfig = bridging;
+    in.vniToVlanMaps = maps;
     in.ipStatusDir = ip;
     in.fhrpVarpMacStatus = varpMac;
     in.vtiStatusDir = vtis;

@@ -2,10 +2,10 @@
 // through the UDP PAM `udpPam`, to the VTEP that learnt the destination MAC or, one
 // copy each, to the VLAN's flood list; replies to rewritten requests fanned out to
 // every MAC on their pending list.
+#include "forwarding/L2RVxStatusSm.h"
 #include "frames/EthArpIpHdr.h"
 #include "frames/EthHdr.h"
 #include "frames/VxlanHdr.h"
-#include "forwarding/L2RVxStatusSm.h"
 #include "platform/trace/RingLog.h"
 #include "varp/VarpTrace.h"
 #include "varp/VirtualArpSm.h"

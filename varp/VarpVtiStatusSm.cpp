@@ -8,9 +8,8 @@ namespace Vxlan {
 
 namespace {
 
-// The pseudo Ethernet type under which the forwarding plane hands up ARP that came in
-// VXLAN for this VTEP, and "every type" for the test mode; the switch's values.
-constexpr uint16_t kVxlanArpType = 0x0040;
+// "Every type" for the test mode, in the switch's numbering (kVxlanArpType is the
+// pseudo type of ARP from the overlay).
 constexpr uint16_t kAllTypes = 3;
 constexpr uint32_t kArpRxFrameBytes = 1518;
 constexpr uint32_t kPktLimit = 10000;

@@ -18,6 +18,7 @@
 #include "platform/wire/RawTxPam.h"
 #include "platform/wire/UdpPam.h"
 #include "varp/VirtualArpSm.h"
+#include "varp/VxlanArpFrame.h"
 
 namespace Vxlan {
 
@@ -65,6 +66,13 @@ class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
   // the virtual MAC, else the local VTEP's; 0 when the virtual MAC has no VTEP here.
   Wire::IpAddr udpPamTxSrcIpAddrIs(Wire::EthAddr srcMac);
 
+  // The receive path: one packet of `vxlanArpRxPam` per readable notification.
+  void handleVxlanArpRxPamReadable();
+  void handleVxlanArpPkt(const Lum::Ptr<Wire::Pkt>& pkt);
+  // Hands the packet (head at the outer Ethernet header) on to the local switch.
+  void decapAndSendLocal(const Lum::Ptr<Wire::Pkt>& pkt, uint8_t* vxlanHdr,
+                         Bridging::VlanIdOrNone vlan);
+
   Wire::RawTxPam* rawTxPam() const { return rawTxPam_.ptr(); }
   Wire::UdpPam* udpPam() const { return udpPam_.ptr(); }
   Wire::EthDevPam* vxlanArpRxPam() const { return vxlanArpRxPam_.ptr(); }
@@ -82,6 +90,11 @@ class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
 
  private:
   void handleInitialized();
+  void handleVxlanArpRequestPkt(const Lum::Ptr<Wire::Pkt>& pkt, const VxlanArpFrame& f,
+                                Bridging::VlanIdOrNone vlan);
+  void handleVxlanArpReplyPkt(const Lum::Ptr<Wire::Pkt>& pkt, const VxlanArpFrame& f,
+                              Bridging::VlanIdOrNone vlan);
+  void dropVxlanArp(VarpCounterId id, const char* why);
   // The destination port of replies: the VTI's, 4789 when it has none.
   void handleUdpPort();
   VniOrNone vniOfVlan(Bridging::VlanId vlan) const;

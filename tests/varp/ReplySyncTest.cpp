@@ -1,93 +1,16 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <vector>
 
-#include "frames/ArpPkt.h"
-#include "tests/varp/VarpKernel.h"
+#include "tests/varp/VarpFixture.h"
 #include "varp/ArpSyncMsg.h"
 #include "varp/VirtualArpSm.h"
 
 namespace Vxlan {
 namespace {
 
-Wire::EthAddr mac(uint8_t last) {
-  return Wire::EthAddr(0x0200, 0, last);
-}
-Wire::IpAddr ip(const char* text) {
-  return Wire::IpAddr::fromString(text);
-}
-const Wire::EthAddr kVarpMac(0x0000, 0x5e00, 0x0101);
-const Bridging::VlanIdOrNone kVlan(10);
-
-// One VTI with local VTEP 10.0.0.1 and virtual VTEP 10.0.0.100, VLAN 10 on VNI 5010
-// flooding to both of those and to .2, .3 and .4; its reply PAM transmitting and its
-// sync PAM in the MLAG mode, on a kernel that records what leaves.
-class ReplySyncTest : public ::testing::Test {
- protected:
-  ReplySyncTest() {
-    Lum::Ptr<VtiStatus> vti = vtis_->vtiStatusIs(Wire::IntfId("Vxlan1"));
-    vti->localVtepAddrIs(ip("10.0.0.1"));
-    vti->vArpVtepAddrIs(ip("10.0.0.100"));
-    vti->vlanToVniMapIs(Bridging::VlanId(10), VniOrNone(5010));
-    vti->operStatusIs(Interface::IntfOperStatus::intfOperUp);
-    Lum::Ptr<BumVtepList> flood =
-        hw_->bumStatus()->bumVtepListIs(MacVlanPair(Wire::EthAddr(), Bridging::VlanId(10)));
-    for (const char* a : {"10.0.0.1", "10.0.0.100", "10.0.0.2", "10.0.0.3", "10.0.0.4"}) {
-      flood->remoteVtepAddrIs(ip(a));
-    }
-    varpMac_->varpVirtualMacIs(kVarpMac);
-    ipStatus_->ipIntfStatusIs(Wire::IntfId("Vlan10"));
-    KernelNetworkInfo::InterfaceState vlan10;
-    vlan10.ifindex = Wire::IfIndex(31);
-    vlan10.name = Lum::String8("vlan10");
-    kni_->interfaceIs(vlan10);
-    VirtualArpSm::Inputs in;
-    in.ipStatusDir = ipStatus_;
-    in.fhrpVarpMacStatus = varpMac_;
-    in.vtiStatusDir = vtis_;
-    in.vxHwStatusDir = hw_;
-    in.vxBumStatus = hw_->bumStatus();
-    in.kernelNetworkInfoRoot = kni_;
-    in.vxAgentCounter = counters_;
-    in.l2rVarpIpMacTableCol = tables_;
-    sm_ = new VirtualArpSm(in);
-    vti_ = sm_->vtiStatusSm(Wire::IntfId("Vxlan1"));
-    vti_->udpPam()->modeIs(1);
-    vti_->arpSyncUdpPam()->modeIs(3);
-  }
-  ~ReplySyncTest() override { sm_->doPrepareToDie(); }
-
-  // A reply from `from` (10.1.1.1) to `to` at 10.1.1.5.
-  static Lum::Ptr<Wire::Pkt> reply(Wire::EthAddr from, Wire::EthAddr to) {
-    return Arp::makeArpPkt(to, from, 2, from, ip("10.1.1.1"), to, ip("10.1.1.5"));
-  }
-  // Where each datagram went, in order.
-  std::vector<std::string> destinations() const {
-    std::vector<std::string> d;
-    for (const auto& s : kernel_.sent) {
-      char text[INET_ADDRSTRLEN];
-      d.push_back(::inet_ntop(AF_INET, &s.dstIp, text, sizeof text));
-    }
-    return d;
-  }
-  uint32_t count(VarpCounterId id) const { return counters_->varpCounter(id).count; }
-
-  TestSupport::VarpKernel kernel_;
-  Lum::ScopedSysCalls guard_{kernel_};
-  Lum::Ptr<VtiStatusDir> vtis_{new VtiStatusDir("vti")};
-  Lum::Ptr<VxlanHwStatusDir> hw_{new VxlanHwStatusDir("hw")};
-  Lum::Ptr<Ip::Status> ipStatus_{new Ip::Status("ip")};
-  Lum::Ptr<Routing::Fhrp::VirtualRouterMacStatus> varpMac_{
-      new Routing::Fhrp::VirtualRouterMacStatus("varpMac")};
-  Lum::Ptr<VarpIpMacTableCol> tables_{new VarpIpMacTableCol("tables")};
-  Lum::Ptr<KernelNetworkInfo::Root> kni_{new KernelNetworkInfo::Root("kni")};
-  Lum::Ptr<VxlanAgentCounter> counters_{
-      new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>())};
-  Lum::Ptr<VirtualArpSm> sm_;
-  Lum::Ptr<VirtualArpSm::LumVtiStatusSm> vti_;
-};
+using ReplySyncTest = VarpFixture;
 
 // A reply goes to the VTEP that learnt its destination, behind a VXLAN header of the
 // VLAN's VNI from the local VTEP; a destination learnt behind one of this switch's own
@@ -140,7 +63,7 @@ TEST_F(ReplySyncTest, RewrittenRequestsAreAnsweredToEachMacThatAsked) {
   vti_->rewriteAndSendArpReplyPkt(reply(mac(1), kVarpMac), kVlan, 14, false);
   EXPECT_EQ(count(VarpCounterId::arpDiscarded), 1u);
 
-  vtis_->vtiStatus(Wire::IntfId("Vxlan1"))->vArpVtepAddrIs(Wire::IpAddr());
+  vtiStatus().vArpVtepAddrIs(Wire::IpAddr());
   vti_->sendArpReplyPkt(reply(kVarpMac, mac(5)), kVlan, Wire::IpAddr(), true);
   EXPECT_EQ(count(VarpCounterId::txNoSourceAddr), 1u);
   EXPECT_EQ(kernel_.sent.size(), 9u);
