@@ -39,8 +39,63 @@ void Sm::handleInitialized() {
   arpSyncUdpPam_ = new Wire::UdpPam(Lum::Name(kArpSyncPamName));
   arpSyncUdpPam_->txPortIs(ArpSyncMsg::kPort);
   arpSyncUdpPam_->rxPortLocalIs(ArpSyncMsg::kPort);
+  vxlanArpRxPamReactor_.is(Lum::Ptr<const Wire::Pam>(vxlanArpRxPam_));
+  arpSyncUdpPamReactor_.is(Lum::Ptr<const Wire::Pam>(arpSyncUdpPam_));
   if (owner_) owner_->clearVarpCounters();
   handleUdpPort();
+  handleOperStatus();
+  if (owner_) mlagStatus_.is(owner_->inputs().mlagStatus);
+}
+
+bool Sm::operUp() const {
+  const Lum::Ptr<const VtiStatus> vti = notifier();
+  return vti && vti->operStatus() == Interface::IntfOperStatus::intfOperUp;
+}
+
+void Sm::handleOperStatus() {
+  if (operUp()) {
+    LUM_TRACE(varpTrace, 5, "VarpSm(" << intfId_ << ") UP. Enabling PAMs");
+    vxlanArpRxPamEnabledIs(true);
+    rawTxPam_->enabledIs(true);
+    udpPam_->txDstIpAddrIs(Wire::IpAddr::fromHostOrder(0xffffffff));
+    udpPam_->modeIs(kReplyMode);
+  } else {
+    LUM_TRACE(varpTrace, 5, "VarpSm(" << intfId_ << ") DOWN. Disabling PAMs");
+    vxlanArpRxPamEnabledIs(false);
+    rawTxPam_->enabledIs(false);
+    udpPam_->modeIs(0);
+  }
+}
+
+void Sm::vxlanArpRxPamEnabledIs(bool enable) {
+  LUM_TRACE(varpTrace, 7, "VarpSm(" << intfId_ << ")::vxlanArpRxPamEnabledIs " << enable);
+  const Lum::Expect expected(Lum::ExceptionId::deviceMissing);
+  try {
+    vxlanArpRxPam_->enabledIs(enable);
+  } catch (const Lum::Exception& e) {
+    // handleKernelDevice applies it again when the device returns.
+    LUM_TRACE(varpTrace, 2,
+              "VarpSm(" << intfId_ << ") Skipping enabledIs because vxlan dev "
+                        << "disappered: " << e.what());
+  }
+}
+
+void Sm::handleMlagStatus() {
+  const Mlag::Status* mlag = mlagStatus_ ? mlagStatus_->notifier().ptr() : nullptr;
+  const auto state = mlag ? mlag->mlagState() : Mlag::MlagState::mlagStateDisabled;
+  LUM_TRACE(varpTrace, 6, "VarpSm(" << intfId_ << ") mlagState " << state);
+  const bool active =
+      state == Mlag::MlagState::mlagStatePrimary || state == Mlag::MlagState::mlagStateSecondary;
+  if (active && !mlag->peerLinkIntf().empty()) {
+    LUM_TRACE(varpTrace, 5,
+              "VarpSm(" << intfId_ << ") mlag active with peerLinkIntf: " << mlag->peerLinkIntf());
+    const Mlag::Config* config = owner_ ? owner_->inputs().mlagConfig.ptr() : nullptr;
+    arpSyncUdpPam_->txDstIpAddrIs(config ? config->peerAddress() : Wire::IpAddr());
+    arpSyncUdpPam_->modeIs(kSyncMode);
+  } else {
+    LUM_TRACE(varpTrace, 5, "VarpSm(" << intfId_ << ") mlag inactive or no peer link intf");
+    arpSyncUdpPam_->modeIs(0);
+  }
 }
 
 void Sm::handleUdpPort() {
@@ -54,7 +109,7 @@ void Sm::doPrepareToDie() {
   if (initialized_) {
     LUM_TRACE(varpTrace, 5, "VarpSm(" << intfId_ << ") deleted. Disabling PAMs");
   }
-  vxlanArpRxPam_->enabledIs(false);
+  vxlanArpRxPamEnabledIs(false);
   rawTxPam_->enabledIs(false);
   udpPam_->modeIs(0);
   arpSyncUdpPam_->modeIs(0);

@@ -24,6 +24,23 @@ namespace Vxlan {
 
 class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
  public:
+  // The MLAG state moves the sync channel.
+  class LumMlagStatus : public Lum::NestedReactor<LumVtiStatusSm, Mlag::Status::NotifieeConst> {
+   public:
+    void onMlagState() override { s()->handleMlagStatus(); }
+    void onPeerLinkIntf() override { s()->handleMlagStatus(); }
+    void onNotifier() override { s()->handleMlagStatus(); }
+  };
+  // A packet waits on a PAM.
+  class LumVxlanArpRxPam : public Lum::NestedReactor<LumVtiStatusSm, Wire::Pam::NotifieeConst> {
+   public:
+    void onReadableCount() override { s()->handleVxlanArpRxPamReadable(); }
+  };
+  class LumArpSyncUdpPam : public Lum::NestedReactor<LumVtiStatusSm, Wire::Pam::NotifieeConst> {
+   public:
+    void onReadableCount() override { s()->handleArpSyncUdpPamReadable(); }
+  };
+
   LumVtiStatusSm(const Lum::Ptr<const VtiStatus>& status, VirtualArpSm* owner);
   static Wire::IntfId lumKeyOf(const Lum::Ptr<const VtiStatus>& s) { return s->intfId(); }
 
@@ -78,6 +95,15 @@ class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
   Wire::EthDevPam* vxlanArpRxPam() const { return vxlanArpRxPam_.ptr(); }
   Wire::UdpPam* arpSyncUdpPam() const { return arpSyncUdpPam_.ptr(); }
 
+  // The lifecycle: the PAMs follow the VTI's operational state, the sync channel the
+  // MLAG state.
+  void onOperStatus() override { handleOperStatus(); }
+  void onUdpPort() override { handleUdpPort(); }
+  void handleOperStatus();
+  void handleMlagStatus();
+  // Opens or closes the receive PAM; a "vxlan" device that has gone is waited for.
+  void vxlanArpRxPamEnabledIs(bool enable);
+  bool operUp() const;
   void doPrepareToDie() override;
 
   // The PAMs' names and the sync port are the switch's vocabulary.
@@ -109,6 +135,9 @@ class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
   Lum::Ptr<Wire::UdpPam> udpPam_;
   Lum::Ptr<Wire::EthDevPam> vxlanArpRxPam_;
   Lum::Ptr<Wire::UdpPam> arpSyncUdpPam_;
+  Lum::Nested<LumVxlanArpRxPam> vxlanArpRxPamReactor_{this};
+  Lum::Nested<LumArpSyncUdpPam> arpSyncUdpPamReactor_{this};
+  Lum::Nested<LumMlagStatus> mlagStatus_{this};
 };
 
 }  // namespace Vxlan

@@ -32,11 +32,63 @@ enum : int { kNoEntry = 0, kOtherMac = 1, kSameMac = 2 };
 
 VirtualArpSm::VirtualArpSm(const Inputs& inputs) : inputs_(inputs) {
   if (inputs_.clock) clock_.is(Lum::Ptr<const Lum::Clock>(inputs_.clock));
+  // The reactors' first look at their notifiers builds one machine per VTI and VRF.
+  vtiStatusDir_.is(Lum::Ptr<const VtiStatusDir>(inputs_.vtiStatusDir));
+  allVrfStatus_.is(inputs_.allVrfStatus);
+  handleInitialized();
+  kernelNetworkInfoRoot_.is(Lum::Ptr<const KernelNetworkInfo::Root>(inputs_.kernelNetworkInfoRoot));
+}
+
+void VirtualArpSm::handleVtiStatus(const Wire::IntfId& id) {
+  const VtiStatusDir* dir = inputs_.vtiStatusDir.ptr();
+  Lum::reconcileKey(vtiStatusSm_, id, dir ? dir->vtiStatus(id) : nullptr);
+}
+
+void VirtualArpSm::syncVtiStatusSm() {
   if (const Lum::Ptr<VtiStatusDir>& dir = inputs_.vtiStatusDir) {
     Lum::reconcileAll(vtiStatusSm_, dir->vtiStatusIterator(),
                       [&dir](const Wire::IntfId& id) { return dir->vtiStatus(id); });
   }
-  handleInitialized();
+}
+
+void VirtualArpSm::handleVrf(const L3::VrfName& name) {
+  const Ip::AllVrfStatusLocal* all = inputs_.allVrfStatus.ptr();
+  Lum::reconcileKey(vrfStatusSm_, name, all ? all->vrf(name) : nullptr);
+}
+
+void VirtualArpSm::syncVrfStatusSm() {
+  if (const Lum::Ptr<const Ip::AllVrfStatusLocal>& all = inputs_.allVrfStatus) {
+    Lum::reconcileAll(vrfStatusSm_, all->vrfIterator(),
+                      [&all](const L3::VrfName& name) { return all->vrf(name); });
+  }
+}
+
+Lum::Ptr<VirtualArpSm::LumVrfStatusSm> VirtualArpSm::vrfStatusSm(const L3::VrfName& name) const {
+  return vrfStatusSm_(name);
+}
+
+void VirtualArpSm::handleKernelDevice() {
+  handleKernelDevice(Lum::String8(kVxlanDevice));
+}
+
+void VirtualArpSm::handleKernelDevice(const Lum::String8& name) {
+  const KernelNetworkInfo::Root* root = inputs_.kernelNetworkInfoRoot.ptr();
+  const Lum::Ptr<KernelNetworkInfo::Interface> intf = root ? root->interfaceByName(name) : nullptr;
+  VARPSM_TRACE(7, " " << name << (intf ? " created" : " deleted"));
+  if (name.view() != kVxlanDevice) return;
+  if (intf) {
+    VARPSM_TRACE(5, " dev " << name << " created. ifindex: " << intf->ifindex().value()
+                            << " flags:" << intf->flags());
+  } else {
+    VARPSM_TRACE(5, " dev: " << name << " deleted");
+  }
+  for (auto it = vtiStatusSm_.iterator(); it; ++it) {
+    if (!intf) {
+      it->vxlanArpRxPamEnabledIs(false);
+    } else if (it->operUp()) {
+      it->vxlanArpRxPamEnabledIs(true);
+    }
+  }
 }
 
 void VirtualArpSm::handleInitialized() {
@@ -51,6 +103,7 @@ void VirtualArpSm::handleInitialized() {
 
 void VirtualArpSm::doPrepareToDie() {
   vtiStatusSm_.delAll();
+  vrfStatusSm_.delAll();
   arpRewritePendingListDelAll();
   vrfInfoDelAll();
   initialized_ = false;

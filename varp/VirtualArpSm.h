@@ -32,9 +32,31 @@ namespace Vxlan {
 class VirtualArpSm : public Lum::ReactorBase {
  public:
   class LumVtiStatusSm;
+  class LumVrfStatusSm;
   class LumClock : public Lum::NestedReactor<VirtualArpSm, Lum::Clock::NotifieeConst> {
    public:
     void onTime() override { s()->runArpRewriteAging(); }
+  };
+  // One machine per VTI and one per VRF, following their directories.
+  class LumVtiStatusDir : public Lum::NestedReactor<VirtualArpSm, VtiStatusDir::NotifieeConst> {
+   public:
+    void onVtiStatus(const Wire::IntfId& id) override { s()->handleVtiStatus(id); }
+    void onVtiStatus() override { s()->syncVtiStatusSm(); }
+    void onNotifier() override { s()->syncVtiStatusSm(); }
+  };
+  class LumAllVrfStatus
+      : public Lum::NestedReactor<VirtualArpSm, Ip::AllVrfStatusLocal::NotifieeConst> {
+   public:
+    void onVrf(const L3::VrfName& name) override { s()->handleVrf(name); }
+    void onVrf() override { s()->syncVrfStatusSm(); }
+    void onNotifier() override { s()->syncVrfStatusSm(); }
+  };
+  // The kernel's "vxlan": the receive PAMs follow it.
+  class LumKernelNetworkInfoRoot
+      : public Lum::NestedReactor<VirtualArpSm, KernelNetworkInfo::Root::NotifieeConst> {
+   public:
+    void onInterfaceByName(const Lum::String8& name) override { s()->handleKernelDevice(name); }
+    void onNotifier() override { s()->handleKernelDevice(); }
   };
 
   // The constructor's inputs, in order. The kernel watcher may be empty at
@@ -61,6 +83,8 @@ class VirtualArpSm : public Lum::ReactorBase {
     bool operator==(const Inputs&) const = default;
   };
 
+  // The device on which the forwarding plane hands up ARP from the overlay.
+  static constexpr const char* kVxlanDevice = "vxlan";
   // How long a neighbor write waits for the kernel's answer.
   static constexpr int kNetlinkReplyWaitSeconds = 2;
 
@@ -92,6 +116,11 @@ class VirtualArpSm : public Lum::ReactorBase {
   Lum::Ptr<LumVtiStatusSm> vtiStatusSmIs(const Lum::Ptr<const VtiStatus>& status);
   void vtiStatusSmDel(const Wire::IntfId& id);
   size_t vtiStatusSmSize() const;
+  // One machine per VRF of the IP agent's directory.
+  Lum::Ptr<LumVrfStatusSm> vrfStatusSm(const L3::VrfName& name) const;
+  // The kernel device `name` came or went; only "vxlan" matters here.
+  void handleKernelDevice(const Lum::String8& name);
+  void handleKernelDevice();
 
   // What is kept per VRF, by name; "default" from the start.
   Lum::Ptr<VrfInfo> vrfInfo(const L3::VrfName& name) const;
@@ -123,6 +152,10 @@ class VirtualArpSm : public Lum::ReactorBase {
 
  private:
   void handleInitialized();
+  void handleVtiStatus(const Wire::IntfId& id);
+  void syncVtiStatusSm();
+  void handleVrf(const L3::VrfName& name);
+  void syncVrfStatusSm();
   void count(VarpCounterId id) const {
     if (inputs_.vxAgentCounter) inputs_.vxAgentCounter->varpCounterAdd(id);
   }
@@ -136,7 +169,12 @@ class VirtualArpSm : public Lum::ReactorBase {
   std::map<VniIpPairV2, Lum::Ptr<ArpRewritePendingList>> pending_;
   std::map<L3::VrfName, Lum::Ptr<VrfInfo>> vrfInfo_;
   Lum::Nested<LumClock> clock_{this};
+  Lum::Nested<LumVtiStatusDir> vtiStatusDir_{this};
+  Lum::Nested<LumAllVrfStatus> allVrfStatus_{this};
+  Lum::Nested<LumKernelNetworkInfoRoot> kernelNetworkInfoRoot_{this};
   // Last, so that the machines go first and still find the rest while they die.
+  Lum::Collection<VirtualArpSm, LumVrfStatusSm, L3::VrfName, Lum::Ptr<const Ip::VrfStatusLocal>>
+      vrfStatusSm_{this, "Vxlan::VirtualArpSm::vrfStatusSm", {"vrfStatus"}};
   Lum::Collection<VirtualArpSm, LumVtiStatusSm, Wire::IntfId, Lum::Ptr<const VtiStatus>>
       vtiStatusSm_{this, "Vxlan::VirtualArpSm::vtiStatusSm", {"vtiStatus"}};
 };
@@ -144,4 +182,5 @@ class VirtualArpSm : public Lum::ReactorBase {
 }  // namespace Vxlan
 
 // The nested machine, complete wherever the manager is.
+#include "varp/VarpVrfStatusSm.h"
 #include "varp/VarpVtiStatusSm.h"

@@ -31,14 +31,15 @@ Wire::IpAddr ip(const std::string& text) {
 
 // One switch's virtual ARP: VTI Vxlan1 up with local VTEP `vtep`, VLAN 10 on VNI 5010
 // flooding to `flood`; the PAMs opened in namespace `ns`; VLAN 10's interface in VRF
-// "blue", whose kernel view and neighbor socket are those of `ns`.
+// "blue", active in namespace `ns`, so that the machine opens its kernel view and its
+// neighbor socket there.
 struct Machine {
   Lum::Ptr<VtiStatusDir> vtis{new VtiStatusDir("vti")};
   Lum::Ptr<VxlanHwStatusDir> hw{new VxlanHwStatusDir("hw")};
   Lum::Ptr<Ip::Status> ipStatus{new Ip::Status("ip")};
   Lum::Ptr<Routing::Fhrp::VirtualRouterMacStatus> varpMac{
       new Routing::Fhrp::VirtualRouterMacStatus("varpMac")};
-  Lum::Ptr<KernelNetworkInfo::Root> blue{new KernelNetworkInfo::Root("blue")};
+  Lum::Ptr<Ip::AllVrfStatusLocal> vrfs{new Ip::AllVrfStatusLocal("vrfs")};
   Lum::Ptr<VxlanAgentCounter> counters{
       new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>())};
   Lum::Ptr<VirtualArpSm> sm;
@@ -61,12 +62,11 @@ struct Machine {
     in.vxHwStatusDir = hw;
     in.vxBumStatus = hw->bumStatus();
     in.vxAgentCounter = counters;
+    Lum::Ptr<Ip::VrfStatusLocal> blue = vrfs->vrfIs(L3::VrfName("blue"));
+    blue->networkNamespaceIs(Wire::NamespaceName(ns));
+    blue->stateIs(Ip::VrfState::vrfActive);
+    in.allVrfStatus = vrfs;
     sm = new VirtualArpSm(in);
-    int sock = -1;
-    Wire::createNetlinkSocket(sock, 0, ns, 2, true);
-    Lum::Ptr<KernelNetworkInfo::Manager> watcher(
-        new KernelNetworkInfo::Manager(nullptr, blue, Wire::NamespaceName(ns)));
-    sm->vrfInfoIs(L3::VrfName("blue"), blue, watcher, sock);
     vti = sm->vtiStatusSm(Wire::IntfId("Vxlan1"));
     for (Wire::UdpPam* pam : {vti->udpPam(), vti->arpSyncUdpPam()}) {
       pam->netNsIs(Wire::NamespaceName(ns));
@@ -74,6 +74,10 @@ struct Machine {
     vti->udpPam()->modeIs(1);
   }
   ~Machine() { sm->doPrepareToDie(); }
+  Lum::Ptr<KernelNetworkInfo::Interface> vlan10() const {
+    const Lum::Ptr<VrfInfo> info = sm->vrfInfo(L3::VrfName("blue"));
+    return info ? info->kniRoot()->interfaceByName(Lum::String8("vlan10")) : nullptr;
+  }
   uint32_t count(VarpCounterId id) const { return counters->varpCounter(id).count; }
 };
 
@@ -134,16 +138,7 @@ TEST_F(VarpNetnsTest, LearntEntriesReachTheVrfsTableAndThePeers) {
   sw.vti->arpSyncUdpPam()->txDstIpAddrIs(ip(topo_->remoteVtepAddr(0)));
   sw.vti->arpSyncUdpPam()->modeIs(3);
   peer.vti->arpSyncUdpPam()->modeIs(3);
-  struct Reader : Wire::Pam::NotifieeConst {
-    Machine* m;
-    void onReadableCount() override { m->vti->handleArpSyncUdpPamReadable(); }
-  };
-  Lum::Ptr<Reader> reader(new Reader);
-  reader->m = &peer;
-  reader->notifierIs(Lum::Ptr<const Wire::Pam>(peer.vti->arpSyncUdpPam()));
-  reader->isRegisteredNotifieeIs(true);
-  ASSERT_TRUE(loopUntil(
-      [&] { return sw.blue->interfaceByName("vlan10") && peer.blue->interfaceByName("vlan10"); }));
+  ASSERT_TRUE(loopUntil([&] { return sw.vlan10() && peer.vlan10(); }));
 
   Wire::EthArpIpHdr arp{};
   arp.senderHw = Wire::EthAddr(0x0200, 0, 0x07);
@@ -158,7 +153,9 @@ TEST_F(VarpNetnsTest, LearntEntriesReachTheVrfsTableAndThePeers) {
             std::string::npos)
       << neighbor(topo_->remoteNs(0), "10.1.1.7");
   EXPECT_EQ(sw.count(VarpCounterId::arpSyncMsgSent), 1u);
-  reader->isRegisteredNotifieeIs(false);
+  // The VRF goes, and its socket and kernel view with it.
+  sw.vrfs->vrfDel(L3::VrfName("blue"));
+  EXPECT_FALSE(sw.sm->vrfInfo(L3::VrfName("blue")));
 }
 
 }  // namespace

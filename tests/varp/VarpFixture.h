@@ -85,6 +85,8 @@ class VarpFixture : public ::testing::Test {
     in.bridgingHwCapabilities = caps_;
     in.vxStatusDir = vxStatus_;
     in.l2rVarpIpMacTableCol = tables_;
+    in.mlagStatus = mlag_;
+    in.mlagConfig = mlagConfig_;
     sm_ = new VirtualArpSm(in);
     vti_ = sm_->vtiStatusSm(Wire::IntfId("Vxlan1"));
     vti_->udpPam()->modeIs(1);
@@ -124,6 +126,8 @@ class VarpFixture : public ::testing::Test {
   Lum::Ptr<VxlanStatusDir> vxStatus_{new VxlanStatusDir("vxStatus")};
   Lum::Ptr<VarpIpMacTableCol> tables_{new VarpIpMacTableCol("tables")};
   Lum::Ptr<KernelNetworkInfo::Root> kni_{new KernelNetworkInfo::Root("kni")};
+  Lum::Ptr<Mlag::Status> mlag_{new Mlag::Status("mlag")};
+  Lum::Ptr<Mlag::Config> mlagConfig_{new Mlag::Config("mlagConfig")};
   Lum::Ptr<VxlanAgentCounter> counters_{
       new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>())};
   Lum::Ptr<VirtualArpSm> sm_;

@@ -8,7 +8,9 @@
 #include <linux/if_packet.h>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <netinet/in.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -46,6 +48,14 @@ struct VarpKernel : Lum::SysCalls {
   int socket(int, int, int) override { return ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0); }
   int bind(int, const sockaddr*, socklen_t) override { return 0; }
   int setsockopt(int, int, int, const void*, socklen_t) override { return 0; }
+  int ioctl(int, unsigned long request, void* arg) override {
+    if (request != SIOCGIFINDEX) return errno = EINVAL, -1;
+    auto* req = static_cast<ifreq*>(arg);
+    const unsigned index = ifNameToIndex(req->ifr_name);
+    if (index == 0) return -1;
+    req->ifr_ifindex = static_cast<int>(index);
+    return 0;
+  }
   unsigned ifNameToIndex(const char* name) override {
     auto it = devices.find(name);
     if (it == devices.end()) errno = ENODEV;
