@@ -30,17 +30,20 @@ void Sm::handleInitialized() {
   }
   const Wire::NamespaceName ns = vrf->networkNamespace();
   int sock = -1;
-  Wire::createNetlinkSocket(sock, 0, ns.view(), kNetlinkReplyWaitSeconds, true);
-  Lum::Ptr<KernelNetworkInfo::Root> root(new KernelNetworkInfo::Root(Lum::Name(vrfName_.value())));
-  Lum::Ptr<KernelNetworkInfo::Manager> manager;
   try {
-    manager = new KernelNetworkInfo::Manager(lumFwkActivity(), root, ns);
-  } catch (...) {
-    Lum::sysCalls().close(sock);
-    throw;
+    Wire::createNetlinkSocket(sock, 0, ns.view(), kNetlinkReplyWaitSeconds, true);
+    Lum::Ptr<KernelNetworkInfo::Root> root(
+        new KernelNetworkInfo::Root(Lum::Name(vrfName_.value())));
+    Lum::Ptr<KernelNetworkInfo::Manager> manager(
+        new KernelNetworkInfo::Manager(lumFwkActivity(), root, ns));
+    owner_->vrfInfoIs(vrfName_, root, manager, sock);
+    initialized_ = true;
+  } catch (const Lum::ErrnoException& e) {
+    // A namespace that is not there (yet): the VRF's next change tries again, and
+    // its ARP meanwhile finds no VrfInfo and is counted as such.
+    if (sock >= 0) Lum::sysCalls().close(sock);
+    VRF_TRACE(1, " vrf " << vrfName_ << " namespace " << ns << " not opened: " << e.what());
   }
-  owner_->vrfInfoIs(vrfName_, root, manager, sock);
-  initialized_ = true;
 }
 
 void Sm::handleVrfStatus() {

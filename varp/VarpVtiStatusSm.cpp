@@ -53,17 +53,18 @@ bool Sm::operUp() const {
 }
 
 void Sm::handleOperStatus() {
-  if (operUp()) {
-    LUM_TRACE(varpTrace, 5, "VarpSm(" << intfId_ << ") UP. Enabling PAMs");
-    vxlanArpRxPamEnabledIs(true);
-    rawTxPam_->enabledIs(true);
-    udpPam_->txDstIpAddrIs(Wire::IpAddr::fromHostOrder(0xffffffff));
-    udpPam_->modeIs(kReplyMode);
-  } else {
-    LUM_TRACE(varpTrace, 5, "VarpSm(" << intfId_ << ") DOWN. Disabling PAMs");
-    vxlanArpRxPamEnabledIs(false);
-    rawTxPam_->enabledIs(false);
-    udpPam_->modeIs(0);
+  const bool up = operUp();
+  LUM_TRACE(varpTrace, 5,
+            "VarpSm(" << intfId_ << (up ? ") UP. Enabling PAMs" : ") DOWN. Disabling PAMs"));
+  vxlanArpRxPamEnabledIs(up);
+  // A PAM that cannot open (no privilege for a packet socket, say) leaves this VTI
+  // without it until its next change: the agent and the other VTIs go on.
+  try {
+    rawTxPam_->enabledIs(up);
+    if (up) udpPam_->txDstIpAddrIs(Wire::IpAddr::fromHostOrder(0xffffffff));
+    udpPam_->modeIs(up ? kReplyMode : 0);
+  } catch (const Lum::Exception& e) {
+    LUM_TRACE(varpTrace, 1, "VarpSm(" << intfId_ << ") PAMs not opened: " << e.what());
   }
 }
 

@@ -96,7 +96,12 @@ void VirtualArpSm::handleInitialized() {
   // The default VRF's table is written through a socket in the agent's own namespace
   // and read through the agent's own kernel watcher.
   int sock = -1;
-  Wire::createNetlinkSocket(sock, 0, "default", kNetlinkReplyWaitSeconds, true);
+  try {
+    Wire::createNetlinkSocket(sock, 0, "default", kNetlinkReplyWaitSeconds, true);
+  } catch (const Lum::ErrnoException& e) {
+    // Without it every neighbor write fails and is counted; the rest of the agent runs.
+    VARPSM_TRACE(0, " no neighbor socket: " << e.what());
+  }
   vrfInfoIs(Ip::Status::defaultVrf(), inputs_.kernelNetworkInfoRoot,
             inputs_.kernelNetworkInfoManager, sock);
 }
