@@ -48,7 +48,7 @@ void Sm::updateArpCache(const Wire::EthArpIpHdr& arp, Wire::EthAddr dstMac,
   const Lum::Ptr<VrfInfo> info = owner_->vrfInfo(vrf);
   if (!info) {
     VTI_TRACE(1, " vrf info missing for " << vrf);
-    return count(VarpCounterId::arpCacheUpdateFailed);
+    return varpCounterInc(VarpCounterId::arpCacheUpdateFailed);
   }
   char name[16];
   std::snprintf(name, sizeof name, "vlan%u", static_cast<unsigned>(vlan.value()));
@@ -56,7 +56,7 @@ void Sm::updateArpCache(const Wire::EthArpIpHdr& arp, Wire::EthAddr dstMac,
       owner_->getKernelIntfInVrf(vrf, Lum::String8(name));
   if (!intf) {
     VTI_TRACE(1, " kernelIntf for vlan " << vlan.value() << " is missing in vrf " << vrf);
-    return count(VarpCounterId::arpCacheUpdateFailed);
+    return varpCounterInc(VarpCounterId::arpCacheUpdateFailed);
   }
   const Wire::EthAddr senderMac = arp.senderHw;
   const Wire::IpAddr senderIp = arp.senderIp();
@@ -78,11 +78,11 @@ void Sm::updateArpCache(const Wire::EthArpIpHdr& arp, Wire::EthAddr dstMac,
   const int rc = Arp::ipNeighAdd(info->netlinkSocket(), static_cast<int>(intf->ifindex().value()),
                                  senderIp, senderMac, Arp::kNeighReachable);
   if (rc == 0) {
-    count(VarpCounterId::arpCacheUpdated);
+    varpCounterInc(VarpCounterId::arpCacheUpdated);
   } else {
     VTI_TRACE(1, " Neighbor add for " << senderMac << " failed with " << std::strerror(-rc));
     RINGLOG(1, " Neighbor add failed with %d", -rc);
-    count(VarpCounterId::arpCacheUpdateFailed);
+    varpCounterInc(VarpCounterId::arpCacheUpdateFailed);
   }
   const Lum::Ptr<const VtiStatus> vti = notifier();
   const bool l3Mode = vti && vti->controllerClientL3Mode();

@@ -48,7 +48,7 @@ void Sm::handleVxlanArpRxPamReadable() {
 void Sm::dropVxlanArp(VarpCounterId id, const char* why) {
   VTI_TRACE(2, why);
   RINGLOG(2, "VarpSm::handleVxlanArpPkt%s", why);
-  count(id);
+  varpCounterInc(id);
 }
 
 void Sm::handleVxlanArpPkt(const Lum::Ptr<Wire::Pkt>& pkt) {
@@ -65,7 +65,7 @@ void Sm::handleVxlanArpPkt(const Lum::Ptr<Wire::Pkt>& pkt) {
       in.vniToVlanMaps ? in.vniToVlanMaps->vtiVniToVlanMap(intfId_) : nullptr;
   if (!map) {
     VTI_TRACE(2, " No vni to vlan map for " << intfId_);
-    return count(VarpCounterId::rxNoVlanForVni);
+    return varpCounterInc(VarpCounterId::rxNoVlanForVni);
   }
   const Vni vni = Wire::hdrAt<Wire::VxlanHdr>(vxlanHdr)->vni();
   const Bridging::VlanIdOrNone vlanFromVni = map->vniToVlanMap(vni);
@@ -76,7 +76,7 @@ void Sm::handleVxlanArpPkt(const Lum::Ptr<Wire::Pkt>& pkt) {
   }
   if (vlanFromVni.value() == 0) {
     VTI_TRACE(2, " vlan mapped from vni: " << vni.value() << " is 0, pktVlanId " << f.pktVlan);
-    return count(VarpCounterId::rxNoVlanForVni);
+    return varpCounterInc(VarpCounterId::rxNoVlanForVni);
   }
   const auto* inner = Wire::hdrAt<Wire::EthHdr>(vxlanHdr + kInnerEthOffset);
   const uint16_t innerType = inner->typeOrLen.value();
@@ -87,7 +87,7 @@ void Sm::handleVxlanArpPkt(const Lum::Ptr<Wire::Pkt>& pkt) {
   const auto* arp = Wire::hdrAt<Wire::EthArpIpHdr>(vxlanHdr + kArpOffset);
   if (!arp->isEthernetIpv4())
     return dropVxlanArp(VarpCounterId::rxBadArpHeader, " invalid arp hdr");
-  count(VarpCounterId::vxlanArpRx);
+  varpCounterInc(VarpCounterId::vxlanArpRx);
   handleVxlanGratArp(*arp, inner->dst, pktVlan);
   if (arp->op.value() == Wire::EthArpIpHdr::kOpReply) {
     return handleVxlanArpReplyPkt(pkt, f, pktVlan);
@@ -133,7 +133,7 @@ void Sm::handleVxlanArpRequestPkt(const Lum::Ptr<Wire::Pkt>& pkt, const VxlanArp
           ? in.ipStatusDir->ipIntfStatus(Wire::VlanIntfId::intfId(Bridging::VlanId(vlan.value())))
           : nullptr;
   if (!intf) return decapAndSendLocal(pkt, vxlanHdr, vlan);
-  count(VarpCounterId::arpRequestOnSvi);
+  varpCounterInc(VarpCounterId::arpRequestOnSvi);
   const Wire::IpAddr target = arp->targetIp();
   const Wire::EthAddr bridgeMac =
       in.bridgingConfig ? in.bridgingConfig->bridgeMacAddr() : Wire::EthAddr();
@@ -189,7 +189,7 @@ void Sm::handleVxlanArpRequestPkt(const Lum::Ptr<Wire::Pkt>& pkt, const VxlanArp
 void Sm::handleVxlanArpReplyPkt(const Lum::Ptr<Wire::Pkt>& pkt, const VxlanArpFrame& f,
                                 Bridging::VlanIdOrNone vlan) {
   uint8_t* vxlanHdr = pkt->data() + f.vxlanOffset;
-  count(VarpCounterId::arpReplyRx);
+  varpCounterInc(VarpCounterId::arpReplyRx);
   const auto* arp = Wire::hdrAt<Wire::EthArpIpHdr>(vxlanHdr + kArpOffset);
   auto* inner = Wire::hdrAt<Wire::EthHdr>(vxlanHdr + kInnerEthOffset);
   const bool forUs = handleVxlanArpReply(*arp, inner->dst, vlan);
@@ -203,7 +203,7 @@ void Sm::handleVxlanArpReplyPkt(const Lum::Ptr<Wire::Pkt>& pkt, const VxlanArpFr
       in.fhrpVarpMacStatus ? in.fhrpVarpMacStatus->varpVirtualMac() : Wire::EthAddr();
   if (inner->dst != varpMac) return;
   VTI_TRACE(6, " arp reply destined to varp vtep");
-  count(VarpCounterId::varpVtepReplyRx);
+  varpCounterInc(VarpCounterId::varpVtepReplyRx);
   inner->src = in.bridgingConfig ? in.bridgingConfig->bridgeMacAddr() : Wire::EthAddr();
   const Wire::IpAddr outerSrc = f.outerSrc(pkt->data());
   // The packet now begins at the inner frame.

@@ -40,19 +40,19 @@ void Sm::rewriteAndSendArpReplyPkt(const Lum::Ptr<Wire::Pkt>& reply, Bridging::V
                                              Wire::IpGenAddr(arp->targetIp()), arp->targetHw);
   if (found == kNoEntry) {
     VTI_TRACE(7, " HER arp reply");
-    count(VarpCounterId::replyPlainPath);
+    varpCounterInc(VarpCounterId::replyPlainPath);
     return sendArpReplyPkt(reply, vlanId, Wire::IpAddr(), forceFlood);
   }
   if (found == kOtherMac) {
     VTI_TRACE(5, " target Mac in arp reply not matching varpMac in LRStatus, discard arp reply");
-    return count(VarpCounterId::arpDiscarded);
+    return varpCounterInc(VarpCounterId::arpDiscarded);
   }
   VTI_TRACE(7, " arp sender ip " << arp->senderIp());
   const VniIpPairV2 key{Vni(vni.value()), Wire::IpGenAddr(arp->senderIp())};
   const Lum::Ptr<ArpRewritePendingList> list = owner_->arpRewritePendingList(key);
   if (!list) {
     VTI_TRACE(5, " rewrite pending not found, discard arp reply");
-    return count(VarpCounterId::arpDiscarded);
+    return varpCounterInc(VarpCounterId::arpDiscarded);
   }
   // Each copy leaves with its requester's MAC; the VXLAN header of a send is taken
   // back before the next one is written.
@@ -60,7 +60,7 @@ void Sm::rewriteAndSendArpReplyPkt(const Lum::Ptr<Wire::Pkt>& reply, Bridging::V
     VTI_TRACE(6, " rewrite target mac for arp reply " << mac << " " << vni.value());
     eth->dst = mac;
     arp->targetHw = mac;
-    count(VarpCounterId::replyRewritten);
+    varpCounterInc(VarpCounterId::replyRewritten);
     const uint32_t before = reply->bytes();
     sendArpReplyPkt(reply, vlanId, Wire::IpAddr(), false);
     if (reply->bytes() > before) reply->delSharedHeadData(reply->bytes() - before);
@@ -101,25 +101,25 @@ void Sm::sendArpReplyPkt(const Lum::Ptr<Wire::Pkt>& pkt, Bridging::VlanIdOrNone 
   }
   vxlan->vniIs(Vni(vni.value()));
   const Wire::IpAddr srcIp = udpPamTxSrcIpAddrIs(srcMac);
-  if (srcIp.value() == 0) return count(VarpCounterId::txNoSourceAddr);
+  if (srcIp.value() == 0) return varpCounterInc(VarpCounterId::txNoSourceAddr);
   if (remoteVtep.value() != 0) {
     udpPam_->txDstIpAddrIs(remoteVtep);
     VTI_TRACE(6, " send reply to " << remoteVtep);
     udpPam_->sendPkt(pkt);
-    return count(VarpCounterId::arpReplyUnicastTx);
+    return varpCounterInc(VarpCounterId::arpReplyUnicastTx);
   }
   const Lum::Ptr<const BumVtepList> list =
       in.vxBumStatus ? in.vxBumStatus->bumVtepList(MacVlanPair(Wire::EthAddr(), vlan)) : nullptr;
   if (!list) {
     VTI_TRACE(5, " vtep list for bumMacDefault is NULL");
-    return count(VarpCounterId::txNoFloodList);
+    return varpCounterInc(VarpCounterId::txNoFloodList);
   }
   for (const auto& [vtep, member] : list->remoteVtepAddr()) {
     if (vtep == localVtep || vtep == varpVtep || vtep == srcIpAddr) continue;
     udpPam_->txSrcIpAddrIs(srcIp);
     udpPam_->txDstIpAddrIs(vtep);
     udpPam_->sendPkt(pkt);
-    count(VarpCounterId::arpReplyFloodTx);
+    varpCounterInc(VarpCounterId::arpReplyFloodTx);
     VTI_TRACE(6, " HER to " << vtep);
   }
 }

@@ -42,10 +42,10 @@ void Sm::syncArpEntryToPeer(Bridging::VlanIdOrNone vlan, const Wire::EthArpIpHdr
       std::memcpy(at, pkt->iov()[i].iov_base, pkt->iov()[i].iov_len);
       at += pkt->iov()[i].iov_len;
     }
-    count(VarpCounterId::arpSyncReplyCopied);
+    varpCounterInc(VarpCounterId::arpSyncReplyCopied);
   }
   arpSyncUdpPam_->sendPkt(msg);
-  count(VarpCounterId::arpSyncMsgSent);
+  varpCounterInc(VarpCounterId::arpSyncMsgSent);
 }
 
 void Sm::handleArpSyncUdpPamReadable() {
@@ -69,7 +69,7 @@ void Sm::handleArpSyncMsg(const Lum::Ptr<Wire::Pkt>& pkt) {
   if (checkArpSyncMsg(pkt->data(), got) != ArpSyncMsgCheck::ok) {
     VTI_TRACE(1, " arp sync msg of " << got << " bytes is too short");
     RINGLOG(1, " arp sync msg of %u bytes is too short", got);
-    return count(VarpCounterId::arpSyncFailed);
+    return varpCounterInc(VarpCounterId::arpSyncFailed);
   }
   const auto* msg = reinterpret_cast<const ArpSyncMsg*>(pkt->data());
   const Bridging::VlanIdOrNone vlan(msg->vlanId.value());  // above 4094: the range exception
@@ -82,13 +82,13 @@ void Sm::handleArpSyncMsg(const Lum::Ptr<Wire::Pkt>& pkt) {
   if (vlan.value() == 0 || !in.ipStatusDir ||
       !in.ipStatusDir->ipIntfStatus(Wire::VlanIntfId::intfId(Bridging::VlanId(vlan.value())))) {
     VTI_TRACE(1, " ipIntfStatus for vlan " << vlan.value() << " is missing");
-    return count(VarpCounterId::arpSyncFailed);
+    return varpCounterInc(VarpCounterId::arpSyncFailed);
   }
   const L3::VrfName vrf = owner_->getVrfNameFromVlanId(vlan);
   const Lum::Ptr<VrfInfo> info = owner_->vrfInfo(vrf);
   if (!info) {
     VTI_TRACE(1, " vrf info missing for " << vrf);
-    return count(VarpCounterId::arpSyncFailed);
+    return varpCounterInc(VarpCounterId::arpSyncFailed);
   }
   char name[16];
   std::snprintf(name, sizeof name, "vlan%u", static_cast<unsigned>(vlan.value()));
@@ -96,7 +96,7 @@ void Sm::handleArpSyncMsg(const Lum::Ptr<Wire::Pkt>& pkt) {
       owner_->getKernelIntfInVrf(vrf, Lum::String8(name));
   if (!intf) {
     VTI_TRACE(1, " kernelIntf for " << name << " is missing in vrf " << vrf);
-    return count(VarpCounterId::arpSyncFailed);
+    return varpCounterInc(VarpCounterId::arpSyncFailed);
   }
   const Wire::IpGenAddr ip = msg->ipAddr();
   const Wire::EthAddr mac = msg->macAddr;
@@ -112,15 +112,15 @@ void Sm::handleArpSyncMsg(const Lum::Ptr<Wire::Pkt>& pkt) {
       frame->newSharedHeadData(got - kArpSyncMsgBytes);
       std::memcpy(frame->data(), pkt->data() + kArpSyncMsgBytes, got - kArpSyncMsgBytes);
       rewriteAndSendArpReplyPkt(frame, vlan, kArpHdrOffset, false);
-      count(VarpCounterId::arpSyncReplyProcessed);
+      varpCounterInc(VarpCounterId::arpSyncReplyProcessed);
     }
   }
   if (rc == 0) {
     VTI_TRACE(6, " Neighbor add for " << ip << " with " << mac);
-    count(VarpCounterId::arpSyncNeighborAdded);
+    varpCounterInc(VarpCounterId::arpSyncNeighborAdded);
   } else {
     VTI_TRACE(1, " Neighbor add for " << ip << " failed with " << std::strerror(-rc));
-    count(VarpCounterId::arpSyncFailed);
+    varpCounterInc(VarpCounterId::arpSyncFailed);
   }
 }
 

@@ -105,6 +105,10 @@ class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
   void vxlanArpRxPamEnabledIs(bool enable);
   bool operUp() const;
   void doPrepareToDie() override;
+  // Adds 1 to a counter of the virtual ARP table.
+  void varpCounterInc(VarpCounterId id) const {
+    if (owner_) owner_->varpCounterInc(id);
+  }
 
   // The PAMs' names and the sync port are the switch's vocabulary.
   static constexpr const char* kUdpPamName = "vxlanArpTxPam";
@@ -124,9 +128,6 @@ class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
   // The destination port of replies: the VTI's, 4789 when it has none.
   void handleUdpPort();
   VniOrNone vniOfVlan(Bridging::VlanId vlan) const;
-  void count(VarpCounterId id) const {
-    if (owner_) owner_->count(id);
-  }
 
   VirtualArpSm* owner_;
   Wire::IntfId intfId_;

@@ -190,11 +190,11 @@ void VirtualArpSm::checkAndRewriteVxlanArpRequest(const Lum::Ptr<Wire::Pkt>&, ui
     VARPSM_TRACE(5,
                  "Vxlan arp request discard since sender mac should NOT be matching varp Mac "
                  "in vcc LR status");
-    count(VarpCounterId::arpDiscarded);
+    varpCounterInc(VarpCounterId::arpDiscarded);
     return;
   }
   if (found == kNoEntry) {
-    count(VarpCounterId::requestNoEntry);
+    varpCounterInc(VarpCounterId::requestNoEntry);
     VARPSM_TRACE(7, "Vxlan arp request packet src mac unmodified");
     return;
   }
@@ -216,7 +216,7 @@ void VirtualArpSm::checkAndRewriteVxlanArpRequest(const Lum::Ptr<Wire::Pkt>&, ui
   doScheduleReview();
   Wire::hdrAt<Wire::EthHdr>(vxlanHdr + kInnerEthOffset)->src = varpMac;
   arp->senderHw = varpMac;
-  count(VarpCounterId::requestRewritten);
+  varpCounterInc(VarpCounterId::requestRewritten);
   VARPSM_TRACE(6, "Vxlan arp request packet modified with ARP hdr smac "
                       << varpMac << " and eth hdr src mac as: " << varpMac);
 }
@@ -254,7 +254,7 @@ void VirtualArpSm::runArpRewriteAging() {
     } else {
       VARPSM_TRACE(6, "Aging out arp rewrite pending list " << it->first);
       it = pending_.erase(it);
-      count(VarpCounterId::pendingListAged);
+      varpCounterInc(VarpCounterId::pendingListAged);
     }
   }
   if (pending_.empty()) {

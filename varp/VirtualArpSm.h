@@ -156,7 +156,7 @@ class VirtualArpSm : public Lum::ReactorBase {
   void syncVtiStatusSm();
   void handleVrf(const L3::VrfName& name);
   void syncVrfStatusSm();
-  void count(VarpCounterId id) const {
+  void varpCounterInc(VarpCounterId id) const {
     if (inputs_.vxAgentCounter) inputs_.vxAgentCounter->varpCounterAdd(id);
   }
 

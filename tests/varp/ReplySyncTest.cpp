@@ -97,9 +97,15 @@ TEST_F(ReplySyncTest, SyncMessagesCarryTheEntryAndTheFrame) {
   EXPECT_EQ(count(VarpCounterId::arpSyncMsgSent), 2u);
   EXPECT_EQ(count(VarpCounterId::arpSyncReplyCopied), 1u);
 
+  // A neighbor write that fails is counted, and the peer is told all the same.
+  kernel_.answer = EINVAL;
+  vti_->updateArpCache(arp, kVarpMac, kVlan);
+  EXPECT_EQ(count(VarpCounterId::arpCacheUpdateFailed), 1u);
+  EXPECT_EQ(destinations(), (std::vector<std::string>(3, "10.0.0.50")));
+
   vti_->arpSyncUdpPam()->modeIs(0);
   vti_->syncArpEntryToPeer(kVlan, arp, nullptr);
-  EXPECT_EQ(kernel_.sent.size(), 2u);
+  EXPECT_EQ(kernel_.sent.size(), 3u);
 }
 
 // The receiver writes the peer's entry and sends a carried reply on; it refuses a
