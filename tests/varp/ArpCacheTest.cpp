@@ -5,81 +5,28 @@
 #include <cstring>
 #include <vector>
 
-#include "tests/varp/VarpKernel.h"
-#include "varp/VirtualArpSm.h"
+#include "tests/varp/VarpFixture.h"
 
 namespace Vxlan {
 namespace {
 
-Wire::EthAddr mac(uint8_t last) {
-  return Wire::EthAddr(0x0200, 0, last);
+using ArpCacheTest = VarpFixture;
+
+// An ARP header from `sender` at 10.0.0.5 asking for `target`.
+Wire::EthArpIpHdr arp(Wire::EthAddr sender, uint32_t senderIp = 0x0a000005,
+                      uint32_t target = 0x0a000001) {
+  Wire::EthArpIpHdr h{};
+  h.senderHw = sender;
+  h.senderIpIs(Wire::IpAddr::fromHostOrder(senderIp));
+  h.targetIpIs(Wire::IpAddr::fromHostOrder(target));
+  return h;
 }
-Wire::IpAddr ip(uint32_t host) {
-  return Wire::IpAddr::fromHostOrder(host);
-}
-const Wire::EthAddr kBridgeMac = mac(0xb0), kPeerMac = mac(0xb1);
-const Wire::EthAddr kVarpMac(0x0000, 0x5e00, 0x0101);
-const Wire::EthAddr kBroadcast(0xffff, 0xffff, 0xffff);
-
-KernelNetworkInfo::InterfaceState device(int ifindex, const char* name) {
-  KernelNetworkInfo::InterfaceState s;
-  s.ifindex = Wire::IfIndex(ifindex);
-  s.name = Lum::String8(name);
-  return s;
-}
-
-// Virtual ARP on VTI Vxlan1 with the switch's MACs, and a kernel that has "vlan10" as
-// device 31 in the default VRF.
-class ArpCacheTest : public ::testing::Test {
- protected:
-  ArpCacheTest() {
-    bridging_->bridgeMacAddrIs(kBridgeMac);
-    mlag_->peerMacAddrIs(kPeerMac);
-    varpMac_->varpVirtualMacIs(kVarpMac);
-    kni_->interfaceIs(device(31, "vlan10"));
-    VirtualArpSm::Inputs in;
-    in.bridgingConfig = bridging_;
-    in.ipStatusDir = ipStatus_;
-    in.fhrpVarpMacStatus = varpMac_;
-    in.vtiStatusDir = vtis_;
-    in.mlagStatus = mlag_;
-    in.kernelNetworkInfoRoot = kni_;
-    in.vxAgentCounter = counters_;
-    vtis_->vtiStatusIs(Wire::IntfId("Vxlan1"));
-    sm_ = new VirtualArpSm(in);
-    vti_ = sm_->vtiStatusSm(Wire::IntfId("Vxlan1"));
-  }
-  ~ArpCacheTest() override { sm_->doPrepareToDie(); }
-
-  // An ARP header from `sender` at 10.0.0.5 asking for `target`.
-  static Wire::EthArpIpHdr arp(Wire::EthAddr sender, uint32_t senderIp = 0x0a000005,
-                               uint32_t target = 0x0a000001) {
-    Wire::EthArpIpHdr h{};
-    h.senderHw = sender;
-    h.senderIpIs(ip(senderIp));
-    h.targetIpIs(ip(target));
-    return h;
-  }
-  uint32_t count(VarpCounterId id) const { return counters_->varpCounter(id).count; }
-
-  TestSupport::VarpKernel kernel_;
-  Lum::ScopedSysCalls guard_{kernel_};
-  Lum::Ptr<Bridging::Config> bridging_{new Bridging::Config("bridging")};
-  Lum::Ptr<Ip::Status> ipStatus_{new Ip::Status("ip")};
-  Lum::Ptr<Routing::Fhrp::VirtualRouterMacStatus> varpMac_{
-      new Routing::Fhrp::VirtualRouterMacStatus("varpMac")};
-  Lum::Ptr<VtiStatusDir> vtis_{new VtiStatusDir("vti")};
-  Lum::Ptr<Mlag::Status> mlag_{new Mlag::Status("mlag")};
-  Lum::Ptr<KernelNetworkInfo::Root> kni_{new KernelNetworkInfo::Root("kni")};
-  Lum::Ptr<VxlanAgentCounter> counters_{
-      new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>())};
-  Lum::Ptr<VirtualArpSm> sm_;
-  Lum::Ptr<VirtualArpSm::LumVtiStatusSm> vti_;
-};
+const Wire::EthAddr kPeerMac = mac(0xb1);
 
 // A reply is for this switch when it goes to the peer's, the bridge or the virtual
 // MAC, and only then learnt; a broadcast is learnt only when gratuitous.
 TEST_F(ArpCacheTest, RepliesToThisSwitchAndGratuitousArpAreLearnt) {
+  mlag_->peerMacAddrIs(kPeerMac);
   const Bridging::VlanIdOrNone vlan(10);
   EXPECT_TRUE(vti_->handleVxlanArpReply(arp(mac(1)), kPeerMac, vlan));
   EXPECT_FALSE(vti_->handleVxlanArpReply(arp(mac(2)), mac(0x77), vlan));
@@ -89,7 +36,7 @@ TEST_F(ArpCacheTest, RepliesToThisSwitchAndGratuitousArpAreLearnt) {
   vti_->handleVxlanGratArp(arp(mac(4), 0x0a000007, 0x0a000007), kVarpMac, vlan);
   ASSERT_EQ(kernel_.writes.size(), 2u);
   EXPECT_EQ(kernel_.writes[0].ifindex, 31);
-  EXPECT_EQ(kernel_.writes[0].ip, ip(0x0a000005).value());
+  EXPECT_EQ(kernel_.writes[0].ip, ip("10.0.0.5").value());
   EXPECT_EQ(kernel_.writes[0].mac, mac(1));
   EXPECT_EQ(kernel_.writes[1].mac, mac(3));
   EXPECT_EQ(count(VarpCounterId::arpCacheUpdated), 2u);

@@ -10,10 +10,7 @@ class LifecycleTest : public VarpFixture {
   void vxlanDeviceIs(bool present) {
     if (present) {
       kernel_.devices["vxlan"] = 9;
-      KernelNetworkInfo::InterfaceState s;
-      s.ifindex = Wire::IfIndex(9);
-      s.name = Lum::String8("vxlan");
-      kni_->interfaceIs(s);
+      kni_->interfaceIs(device(9, "vxlan"));
     } else {
       kernel_.devices.erase("vxlan");
       kni_->interfaceDel(Wire::IfIndex(9));

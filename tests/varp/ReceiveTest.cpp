@@ -100,8 +100,7 @@ class ReceiveTest : public VarpFixture {
 // sender learnt; one for another host goes to the local switch on "txraw", as VLAN 20
 // when its VNI says so whatever its tag; a tagged inner frame goes there unread.
 TEST_F(ReceiveTest, RequestsAreAnsweredHereOrHandedToTheSwitch) {
-  const Wire::EthAddr bcast(0xffff, 0xffff, 0xffff);
-  receive(arpInner(bcast, mac(5), 1, "10.1.1.5", "10.1.1.1"));
+  receive(arpInner(kBroadcast, mac(5), 1, "10.1.1.5", "10.1.1.1"));
   // The learnt entry goes to the MLAG peer (.50) first.
   ASSERT_EQ(destinations(),
             (std::vector<std::string>{"10.0.0.50", "10.0.0.2", "10.0.0.3", "10.0.0.4"}));
@@ -113,19 +112,19 @@ TEST_F(ReceiveTest, RequestsAreAnsweredHereOrHandedToTheSwitch) {
   EXPECT_EQ(count(VarpCounterId::arpRequestOnSvi), 1u);
 
   kernel_.sent.clear();
-  receive(arpInner(bcast, mac(5), 1, "10.1.1.5", "10.1.1.9"), 5020, true);
+  receive(arpInner(kBroadcast, mac(5), 1, "10.1.1.5", "10.1.1.9"), 5020, true);
   ASSERT_EQ(destinations(), std::vector<std::string>{"dev 7"});
   EXPECT_EQ(last()[12], 0x00);
   EXPECT_EQ(last()[13], 0x08);  // the "txraw" header, VLAN 20 and port 0x21
   EXPECT_EQ(last()[15], 20);
   EXPECT_EQ(last()[17], 0x21);
 
-  std::vector<uint8_t> tagged = arpInner(bcast, mac(5), 1, "10.1.1.5", "10.1.1.1");
+  std::vector<uint8_t> tagged = arpInner(kBroadcast, mac(5), 1, "10.1.1.5", "10.1.1.1");
   tagged.insert(tagged.begin() + 12, {0x81, 0x00, 0x00, 0x0a});
   receive(tagged);
   EXPECT_EQ(destinations().back(), "dev 7");
   EXPECT_EQ(count(VarpCounterId::vxlanArpRx), 2u) << "a tagged inner frame is not examined";
-  receive(arpInner(bcast, mac(5), 1, "10.1.1.5", "10.1.1.1"), 5030);
+  receive(arpInner(kBroadcast, mac(5), 1, "10.1.1.5", "10.1.1.1"), 5030);
   EXPECT_EQ(count(VarpCounterId::rxNoVlanForVni), 1u);
 }
 
@@ -135,17 +134,16 @@ TEST_F(ReceiveTest, RequestsAreAnsweredHereOrHandedToTheSwitch) {
 TEST_F(ReceiveTest, TheVirtualRouterAddressFollowsTheVirtualVtep) {
   ipStatus_->ipIntfStatus(Wire::IntfId("Vlan10"))
       ->activeVirtualAddrWithMaskIs(Wire::IpAddrWithMask::fromString("10.1.1.254/24"));
-  const Wire::EthAddr bcast(0xffff, 0xffff, 0xffff);
   const auto senderMacOfLastAnswer = [this] {
     return Wire::EthAddr::fromBytes(last().data() + 8 + 22);
   };
-  receive(arpInner(bcast, mac(5), 1, "10.1.1.5", "10.1.1.254"), 5010, false, "10.0.0.100");
+  receive(arpInner(kBroadcast, mac(5), 1, "10.1.1.5", "10.1.1.254"), 5010, false, "10.0.0.100");
   EXPECT_EQ(senderMacOfLastAnswer(), kVarpMac);
   const size_t sent = kernel_.sent.size();
-  receive(arpInner(bcast, mac(5), 1, "10.1.1.5", "10.1.1.254"), 5010, false, "10.0.0.1");
+  receive(arpInner(kBroadcast, mac(5), 1, "10.1.1.5", "10.1.1.254"), 5010, false, "10.0.0.1");
   EXPECT_EQ(kernel_.sent.size(), sent) << "dropped without a word to anyone";
   vtiStatus().vArpVtepAddrIs(Wire::IpAddr());
-  receive(arpInner(bcast, mac(5), 1, "10.1.1.5", "10.1.1.254"));
+  receive(arpInner(kBroadcast, mac(5), 1, "10.1.1.5", "10.1.1.254"));
   EXPECT_EQ(senderMacOfLastAnswer(), kBridgeMac);
 }
 

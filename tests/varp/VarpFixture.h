@@ -29,6 +29,14 @@ inline Wire::IpAddr ip(const char* text) {
 inline const Wire::EthAddr kVarpMac(0x0000, 0x5e00, 0x0101);
 inline const Wire::EthAddr kBridgeMac = mac(0xb0);
 inline const Bridging::VlanIdOrNone kVlan(10);
+inline const Wire::EthAddr kBroadcast(0xffff, 0xffff, 0xffff);
+
+inline KernelNetworkInfo::InterfaceState device(int ifindex, const char* name) {
+  KernelNetworkInfo::InterfaceState s;
+  s.ifindex = Wire::IfIndex(ifindex);
+  s.name = Lum::String8(name);
+  return s;
+}
 
 // A datagram as the forwarding plane hands ARP from the overlay up on "vxlan": the
 // pseudo type 0x0040 and two bytes in front of the outer frame's type or tag, and a
@@ -67,10 +75,7 @@ class VarpFixture : public ::testing::Test {
     varpMac_->varpVirtualMacIs(kVarpMac);
     ipStatus_->ipIntfStatusIs(Wire::IntfId("Vlan10"))
         ->activeAddrWithMaskIs(Wire::IpAddrWithMask::fromString("10.1.1.1/24"));
-    KernelNetworkInfo::InterfaceState vlan10;
-    vlan10.ifindex = Wire::IfIndex(31);
-    vlan10.name = Lum::String8("vlan10");
-    kni_->interfaceIs(vlan10);
+    kni_->interfaceIs(device(31, "vlan10"));
     kernel_.devices = {{"txraw", 7}};
     VirtualArpSm::Inputs in;
     in.bridgingConfig = bridging_;
