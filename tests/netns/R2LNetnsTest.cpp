@@ -1,8 +1,7 @@
 // The remote-to-local direction of the agent host against the real kernel: a remote's
-// kernel VXLAN device reaches "txraw", and the machine follows its inputs (VNIs without
-// a VLAN, its own datagrams, the "txraw" device going and coming, the VTI going down and
-// up, a new UDP port) and never spins on a socket it cannot serve. Needs root; skipped
-// without it.
+// kernel VXLAN device reaches "txraw", and the machine follows its inputs (its own
+// datagrams, the "txraw" device going and coming, the VTI going down and up, a new UDP
+// port) and never spins on a socket it cannot serve. Needs root; skipped without it.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
