@@ -33,33 +33,25 @@ struct MountedCounters {
 };
 
 // Guards the whole chain of the running agent: the mount gives a counter table over
-// fresh zeroed shared memory, its adds reach a read-only reader under the names of
-// their fixed ids (unused ids have none), and the counts outlive the mapping. (A
-// reader in another process, and the names of used ids: HostEndToEnd's counter test.)
+// shared memory whose adds reach a read-only reader, and the counts outlive the
+// mapping. (A reader in another process, the names and sizes: HostEndToEnd's counter
+// test.)
 TEST(SharedMemoryCounterTest, MountedCountsAreSharedAndOutliveTheMount) {
   const std::string agent = uniqueAgentName("shared");
   SharedObjectGuard guard(LumMemtab::Mount::objectName(agent, kCounterTablePath));
   {
     MountedCounters m(agent);
     ASSERT_TRUE(m.counter);
-    const CounterTablesReading fresh = CounterTableReader(agent).counts();
-    ASSERT_EQ(fresh.vxlan.size(), kVxlanCounterIds);
-    ASSERT_EQ(fresh.varp.size(), kVarpCounterIds);
-    for (const auto& c : fresh.vxlan) EXPECT_EQ(c.count, 0u) << c.name;
-    for (const auto& c : fresh.varp) EXPECT_EQ(c.count, 0u) << c.name;
-
     m.counter->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 2);
     m.counter->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 3);
-    for (int i = 0; i < 7; ++i) m.counter->varpCounterAdd(VarpCounterId::vxlanArpRx);
+    m.counter->varpCounterAdd(VarpCounterId::vxlanArpRx);
     const CounterTablesReading r = CounterTableReader(agent).counts();
     EXPECT_EQ(r.count(VxlanCounterId::r2lRxFrames), 5u);
-    EXPECT_EQ(r.vxlan[32].name, "") << "an unused id";
-    EXPECT_EQ(r.varp[28].name, "");
-    EXPECT_EQ(r.count(VarpCounterId::vxlanArpRx), 7u);
+    EXPECT_EQ(r.count(VarpCounterId::vxlanArpRx), 1u);
   }
   MountedCounters again(agent);
   EXPECT_EQ(again.counter->vxlanCounter(VxlanCounterId::r2lRxFrames).count, 5u);
-  EXPECT_EQ(again.counter->varpCounter(VarpCounterId::vxlanArpRx).count, 7u);
+  EXPECT_EQ(again.counter->varpCounter(VarpCounterId::vxlanArpRx).count, 1u);
 }
 
 // Guards the damaged-header path on the agent side: the add reports the damage once
@@ -79,8 +71,6 @@ TEST(SharedMemoryCounterTest, DamagedHeaderIsReportedOnceAndRepaired) {
   m.counter->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 3);
   Lum::coverageStreamIs(nullptr);
   EXPECT_EQ(m.storage().corruptions(), 1u);
-  EXPECT_NE(m.storage().lastCorruption().find("bad magic"), std::string::npos);
-  EXPECT_NE(trace.str().find("RootPathBase::Lum"), std::string::npos) << trace.str();
   EXPECT_NE(trace.str().find("bad magic"), std::string::npos) << trace.str();
   EXPECT_EQ(reader.counts().count(VxlanCounterId::r2lRxFrames), 3u);
   m.counter->vxlanCounterAdd(VxlanCounterId::r2lRxFrames, 1);
@@ -111,7 +101,6 @@ TEST(SharedMemoryCounterTest, TableOfAnotherGeometryIsZeroedAtMount) {
     m.counter->varpCounterAdd(VarpCounterId::arpCacheUpdated);
     m.counter->vxlanCounterAdd(VxlanCounterId::l2rArpHerDrops, 1);  // beyond the table
     EXPECT_EQ(m.counter->vxlanCounter(VxlanCounterId::l2rArpHerDrops).count, 0u);
-    EXPECT_EQ(CounterTableReader(agent).counts().vxlan.size(), 40u);
   }
   MountedCounters m(agent);
   const CounterTablesReading r = CounterTableReader(agent).counts();

@@ -54,9 +54,8 @@ class L2RFramePathTest : public ::testing::Test {
   }
 
   Encap run(const Bytes& local) {
-    len_ = static_cast<uint32_t>(local.size());
     std::memcpy(buf_.read, local.data(), std::min<size_t>(local.size(), sizeof buf_.read));
-    return encapFrame(buf_, len_, filter_);
+    return encapFrame(buf_, static_cast<uint32_t>(local.size()), filter_);
   }
   Bytes packet(const Encap& e) const {
     const uint8_t* p = const_cast<FrameBuffer&>(buf_).bytes() + e.offset;
@@ -75,44 +74,44 @@ class L2RFramePathTest : public ::testing::Test {
   IfIndexTable tunnelPorts_;
   EncapFilter filter_;
   FrameBuffer buf_;
-  uint32_t len_ = 0;
 };
 
+// Each check at its bounds, with the detail the trace names: length 24 to 9999 (24: an
+// empty user frame behind the MACs), the two types, VLANs 1 to 4094 with a VNI, and the
+// peer link by its index (index 0 is no port, not the missing peer link).
 TEST_F(L2RFramePathTest, ChecksDropWithWhatTheTraceNames) {
   const Bytes ok = localFrame(userFrame(0x0800), 0x0041, 0, 10);
-  Bytes shortest(ok.begin(), ok.begin() + 24);
-  EXPECT_TRUE(run(shortest).forwarded()) << "24 bytes: an empty user frame behind the MACs";
-  EXPECT_EQ(run(shortest).length, 12u + 36u);
-  shortest.pop_back();
-  EXPECT_EQ(run(shortest).drop, Drop::badLength);
-  EXPECT_EQ(run(shortest).detail, 23u);
-  Bytes longest = ok;
-  longest.resize(9999);
-  EXPECT_TRUE(run(longest).forwarded());
-  longest.push_back(0);
-  EXPECT_EQ(run(longest).drop, Drop::badLength);
-
-  EXPECT_TRUE(run(localFrame(userFrame(0x0800), 0x0033, 0, 10)).forwarded());
-  const Encap badType = run(localFrame(userFrame(0x0800), 0x0042, 0, 10));
-  EXPECT_EQ(badType.drop, Drop::badType);
-  EXPECT_EQ(badType.detail, 0x42u);
-
-  EXPECT_EQ(run(localFrame(userFrame(0x0800), 0x0041, 0, 0)).drop, Drop::badVlan);
-  EXPECT_EQ(run(localFrame(userFrame(0x0800), 0x0041, 0, 4095)).drop, Drop::badVlan);
-  EXPECT_EQ(run(localFrame(userFrame(0x0800), 0x0041, 0, 0x10000a)).drop, Drop::badVlan);
-  const Encap top = run(localFrame(userFrame(0x0800), 0x0041, 0, 4094));
-  ASSERT_TRUE(top.forwarded());
-  EXPECT_EQ(top.vni, 0xabcdefu);
-  const Encap noVni = run(localFrame(userFrame(0x0800), 0x0041, 0, 20));
-  EXPECT_EQ(noVni.drop, Drop::noVni);
-  EXPECT_EQ(noVni.detail, 20u);
-
-  filter_.peerLinkIfIndex = 7;
-  EXPECT_EQ(run(localFrame(userFrame(0x0800), 0x0041, 0, 10, 7)).drop, Drop::peerLink);
-  EXPECT_TRUE(run(localFrame(userFrame(0x0800), 0x0041, 0, 10, 8)).forwarded());
-  filter_.peerLinkIfIndex = 0;
-  EXPECT_TRUE(run(localFrame(userFrame(0x0800), 0x0041, 0, 10, 0)).forwarded())
-      << "index 0 is no port, not the missing peer link";
+  const auto sized = [&](size_t n) {
+    Bytes f = ok;
+    f.resize(n);
+    return f;
+  };
+  const auto tagged = [](uint16_t type, uint32_t vlan, uint32_t src = 0) {
+    return localFrame(userFrame(0x0800), type, 0, vlan, src);
+  };
+  const struct {
+    Bytes f;
+    Drop drop;
+    uint32_t detail;
+    uint32_t peerLink = 7;
+  } cases[] = {
+      // clang-format off
+      {sized(24), Drop::none, 0},              {sized(23), Drop::badLength, 23},
+      {sized(9999), Drop::none, 0},            {sized(10000), Drop::badLength, 10000},
+      {tagged(0x33, 10), Drop::none, 0},       {tagged(0x42, 10), Drop::badType, 0x42},
+      {tagged(0x41, 0), Drop::badVlan, 0},     {tagged(0x41, 4095), Drop::badVlan, 4095},
+      {tagged(0x41, 0x10000a), Drop::badVlan, 0x10000a},
+      {tagged(0x41, 4094), Drop::none, 0},     {tagged(0x41, 20), Drop::noVni, 20},
+      {tagged(0x41, 10, 7), Drop::peerLink, 7}, {tagged(0x41, 10, 8), Drop::none, 0},
+      {tagged(0x41, 10, 0), Drop::none, 0, 0},
+      // clang-format on
+  };
+  for (const auto& c : cases) {
+    filter_.peerLinkIfIndex = c.peerLink;
+    const Encap e = run(c.f);
+    EXPECT_EQ(e.drop, c.drop) << c.f.size() << " " << c.detail;
+    EXPECT_EQ(e.detail, c.detail) << "0 when forwarded";
+  }
 }
 
 TEST_F(L2RFramePathTest, TagFlagsStripWhatTheyNameAndTunnelPortsKeepTheirTag) {
@@ -147,7 +146,6 @@ TEST_F(L2RFramePathTest, TagFlagsStripWhatTheyNameAndTunnelPortsKeepTheirTag) {
     ASSERT_TRUE(e.forwarded());
     EXPECT_EQ(user(e), c.expected) << std::hex << c.flags;
     EXPECT_EQ(e.tunnelPort, c.tunnel) << std::hex << c.flags;
-    EXPECT_EQ(e.offset + e.length, kHeadroom + len_) << "the payload never moves";
   }
 }
 
@@ -187,11 +185,6 @@ TEST_F(L2RFramePathTest, SourcePortFollowsTheFlowHash) {
   EXPECT_EQ(sport(run(localFrame(userFrame(0x86dd, v6), 0x0041, 0, 10))), (Bytes{0x03, 0x30}));
   EXPECT_EQ(sport(run(localFrame(userFrame(0x88cc, Bytes(30, 0x5a)), 0x0041, 0, 10))),
             (Bytes{0x03, 0x00}));
-  // A tagged IPv4 frame reads its addresses at the untagged offsets: the same frame,
-  // shifted by the tag, hashes other bytes.
-  Bytes tagged = ipv4(17);
-  tagged.insert(tagged.begin() + 12, {0x81, 0x00, 0x00, 0x0a});
-  EXPECT_NE(sport(run(localFrame(tagged, 0x0041, 0, 10))), (Bytes{0x47, 0x4f}));
 }
 
 TEST_F(L2RFramePathTest, VirtualVtepAddressOnlyForTheVirtualMac) {
@@ -241,10 +234,8 @@ Bytes arp(uint16_t op, uint32_t target, bool tagged) {
 TEST_F(L2RFramePathTest, ArpRequestsAreOfferedToTheHookBeforeTheHeaderIsBuilt) {
   RecordingHook hook;
   filter_.arp = &hook;
-  const Encap kept = run(localFrame(arp(1, 0x0a000005, false), 0x0041, 0, 10));
-  ASSERT_TRUE(kept.forwarded());
   // MAC words: 0x0201 (dst) ^ 0x0277 (the rewritten src) = 0x0076.
-  EXPECT_EQ(sport(kept), (Bytes{0x76, 0x00}))
+  EXPECT_EQ(sport(run(localFrame(arp(1, 0x0a000005, false), 0x0041, 0, 10))), (Bytes{0x76, 0x00}))
       << "the source port is taken from the rewritten source MAC";
   EXPECT_EQ(run(localFrame(arp(1, 0x0a000009, false), 0x0041, 0, 10)).drop, Drop::arpNotRequired);
   EXPECT_TRUE(run(localFrame(arp(1, 0x0a000005, true), 0x0041, 0, 10)).forwarded());

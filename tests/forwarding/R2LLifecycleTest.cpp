@@ -13,15 +13,9 @@ class R2LLifecycleTest : public R2LManagerFixture {};
 // interface), both closed with the configuration cleared when down.
 TEST_F(R2LLifecycleTest, SocketsFollowOperStatus) {
   Lum::Ptr<VtiStatus> s = startWithVti(false);
-  ASSERT_TRUE(sm());
-  EXPECT_TRUE(sm()->initialized());
   EXPECT_EQ(sys_.opened, 0);
-  EXPECT_EQ(sm()->remoteSock(), -1);
-
   s->operStatusIs(IntfOperStatus::intfOperUp);
-  EXPECT_EQ(sys_.opened, 2);
-  ASSERT_TRUE(sys_.isOpen(sm()->remoteSock()));
-  ASSERT_TRUE(sys_.isOpen(sm()->localSock()));
+  EXPECT_EQ(sys_.openCount(), 2u);
   EXPECT_EQ(sys_.boundIndex[sm()->remoteSock()], 3);
   EXPECT_EQ(sys_.boundIndex[sm()->localSock()], 7);
   EXPECT_EQ(sys_.openProtocols, std::set<int>{0});
@@ -32,8 +26,6 @@ TEST_F(R2LLifecycleTest, SocketsFollowOperStatus) {
   igmp_->intfConfigIs(Wire::IntfId("Loopback9"));
   s->operStatusIs(IntfOperStatus::intfOperDown);
   EXPECT_EQ(sys_.openCount(), 0u);
-  EXPECT_EQ(sm()->remoteSock(), -1);
-  EXPECT_EQ(sm()->localSock(), -1);
   EXPECT_EQ(sm()->fileDescriptor()->notifier()->descriptor(), -1);
   EXPECT_FALSE(igmp_->intfConfigIterator());
 
@@ -87,88 +79,59 @@ TEST_F(R2LLifecycleTest, AttributeChangesRebuildTheRightSockets) {
   EXPECT_FALSE(igmp_->intfConfigIterator());
 }
 
-// Guards portId and the end of a VTI: the hardware entry's portId is followed and
-// falls back to unknown without it; deletion closes the sockets, removes the
-// configuration, resets portId and drops the hardware machines.
+// Guards portId and the end of a VTI: the hardware entry's portId is followed (another
+// VTI's entry neither gives nor takes it) and falls back to unknown without it;
+// deletion closes the sockets, removes the configuration, resets portId and drops the
+// hardware machines, but leaves the VTI's VNI table.
 TEST_F(R2LLifecycleTest, DeletingTheVtiCleansUp) {
   hw_->vxlanHwStatusIs(kVti)->portIdIs(HwPortId(0x21));
   bum_->bumMcastGrpIs(Bridging::VlanId(10), ip("239.1.1.1"));
   startWithVti(true);
   Lum::Ptr<Sm> machine = sm();
-  EXPECT_EQ(machine->portId(), HwPortId(0x21));
   hw_->vxlanHwStatus(kVti)->portIdIs(HwPortId(0x22));
-  EXPECT_EQ(machine->portId(), HwPortId(0x22));
-  // Another VTI's entry neither gives nor takes this VTI's port.
   hw_->vxlanHwStatusIs(Wire::IntfId("Vxlan2"))->portIdIs(HwPortId(77));
   EXPECT_EQ(machine->portId(), HwPortId(0x22));
   hw_->vxlanHwStatusDel(Wire::IntfId("Vxlan2"));
   EXPECT_EQ(machine->portId(), HwPortId(0x22));
   hw_->vxlanHwStatusDel(kVti);
   EXPECT_TRUE(machine->portId().isUnknown());
-  EXPECT_EQ(machine->vxHwStatusSmSize(), 0u);
   hw_->vxlanHwStatusIs(kVti)->portIdIs(HwPortId(0x23));
-  EXPECT_EQ(machine->portId(), HwPortId(0x23));
-  EXPECT_TRUE(joined("239.1.1.1"));
-  EXPECT_EQ(pimMode(), Routing::Pim::Mode::pimModeSparse);
+  ASSERT_TRUE(joined("239.1.1.1"));
 
   dir_->vtiStatusDel(kVti);
   EXPECT_FALSE(sm());
-  EXPECT_EQ(r2l_->vtiStatusSmSize(), 0u);
   EXPECT_EQ(sys_.openCount(), 0u);
   EXPECT_FALSE(igmp_->intfConfigIterator());
   EXPECT_TRUE(pim_->intfMode().empty());
   EXPECT_TRUE(machine->portId().isUnknown());
   EXPECT_EQ(machine->vxHwStatusSmSize(), 0u);
-  // The VNI table of the VTI outlives its machine.
   EXPECT_TRUE(maps_->vtiVniToVlanMap(kVti));
 }
 
-// Guards the "txraw" device: absent, the local socket is still made (index 0, one
-// error counted); its arrival reopens both sockets; its departure closes both and
-// clears the configuration; another device changes nothing.
-TEST_F(R2LLifecycleTest, TxRawDeviceReopensAndClosesTheSockets) {
+// Guards the "txraw" device: absent, the local socket is still made (index 0, one error
+// counted); its arrival reopens both sockets, another device changes nothing; its
+// departure closes both and clears the configuration. (A remote socket rebuilt without
+// "txraw" left unwatched, or the loop spins on it: the namespace test, which measures
+// it.) And a pair left closed by the order of a document's attributes: up before the
+// device name, the name completes it.
+TEST_F(R2LLifecycleTest, TxRawDeviceAndAttributeOrderMakeThePair) {
   sys_.devices.erase("txraw");
-  vti(true);
+  Lum::Ptr<VtiStatus> s = vti(true);
   start();
   EXPECT_EQ(count(VxlanCounterId::r2lSocketErrors), 1u);
-  ASSERT_NE(sm()->localSock(), -1);
   EXPECT_EQ(sys_.boundIndex[sm()->localSock()], 0);
-
   sys_.devices["txraw"] = 7;
-  sys_.opened = 0;
   txrawIs(true);
-  EXPECT_EQ(sys_.opened, 2);
   EXPECT_EQ(sys_.boundIndex[sm()->localSock()], 7);
-
   sys_.opened = 0;
   kni_->interfaceIs(
       KernelNetworkInfo::InterfaceState{Wire::IfIndex(9), Lum::String8("et9"), 0, 0, {}, 1500});
   EXPECT_EQ(sys_.opened, 0);
-  EXPECT_EQ(sys_.openCount(), 2u);
 
   igmp_->intfConfigIs(kSrc);
   txrawIs(false);
   EXPECT_EQ(sys_.openCount(), 0u);
-  EXPECT_EQ(sm()->fileDescriptor()->notifier()->descriptor(), -1);
   EXPECT_FALSE(igmp_->intfConfigIterator());
-}
-
-// Guards against a readable remote socket with nowhere to write (the level-triggered
-// loop would call the frame loop, which cannot take the datagram, on every pass): with
-// "txraw" gone a rebuilt remote socket stays unwatched until the device brings the
-// pair back. And against a pair left closed by the order in which a document's
-// attributes are applied: up before the device name, the name completes the pair.
-TEST_F(R2LLifecycleTest, RemoteSocketIsWatchedOnlyWithALocalSocket) {
-  Lum::Ptr<VtiStatus> s = startWithVti(true);
-  EXPECT_TRUE(remoteWatched());
-  txrawIs(false);
-  s->udpPortIs(8472);
-  EXPECT_NE(sm()->remoteSock(), -1);
-  EXPECT_EQ(sm()->localSock(), -1);
-  EXPECT_FALSE(remoteWatched());
-  txrawIs(true);
-  EXPECT_EQ(sys_.openCount(), 2u);
-  EXPECT_TRUE(remoteWatched());
 
   dir_->vtiStatusDel(kVti);
   s = dir_->vtiStatusIs(kVti);
@@ -176,7 +139,6 @@ TEST_F(R2LLifecycleTest, RemoteSocketIsWatchedOnlyWithALocalSocket) {
   s->localVtepAddrIs(ip("10.0.0.1"));
   EXPECT_EQ(sys_.openCount(), 0u);
   s->srcIntfKernelNameIs(Lum::String8("lo1"));
-  EXPECT_EQ(sys_.openCount(), 2u);
   EXPECT_TRUE(remoteWatched());
 }
 

@@ -17,6 +17,7 @@
 
 #include "agent/CounterTableReader.h"
 #include "tests/netns/PacketSocket.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Shell.h"
 #include "tools/fpemu/FpCounters.h"
 
@@ -50,12 +51,7 @@ class FpemuDemoNetnsTest : public ::testing::TestWithParam<const char*> {
     for (std::string name; f >> name;) f >> p[name];
     return p;
   }
-  std::string log(int i) const {
-    std::ifstream f(work_ + "/fpemu-" + std::to_string(i) + ".log");
-    std::stringstream s;
-    s << f.rdbuf();
-    return s.str();
-  }
+  std::string log(int i) const { return fileText(work_ + "/fpemu-" + std::to_string(i) + ".log"); }
   // Switch i's counters: the emulator's (printed into its log on SIGUSR1) by name, the
   // agent's as "agent.<name>"; on the kernel side the far VTEP's as "vx0.rx" and "vx0.tx".
   Counts counters(int i) const {
@@ -127,34 +123,23 @@ TEST_P(FpemuDemoNetnsTest, TrafficBothWaysArrivesAndEveryCounterAgrees) {
   ASSERT_EQ(trc, 0) << transfer;
   EXPECT_EQ(transfer.substr(0, 64), transfer.substr(transfer.find('\n') + 1, 64));
 
-  // Over this traffic, each switch: every frame the emulator read is accounted for; the
-  // agent read every local frame the emulator wrote (but those the kernel dropped when
-  // the agent's socket was full, which the transfer's bursts cause) and sent each to the
-  // one VTEP; the emulator read every frame the agent wrote on "txraw". The far side got
-  // all of it.
+  // Over this traffic, each switch: the emulator handed the agent every frame for a
+  // remote; the agent read every local frame the emulator wrote (but those the kernel
+  // dropped when the agent's socket was full, which the transfer's bursts cause); the
+  // emulator read every frame the agent wrote on "txraw". The far side got all of it.
+  // (Each side's own books: the emulator's fuzz target, the agent's namespace tests.)
   std::this_thread::sleep_for(300ms);
   std::vector<Counts> d;
   for (int i = 1; i <= switches; ++i) {
     SCOPED_TRACE("switch " + std::to_string(i));
     d.push_back(delta(counters(i), before[static_cast<size_t>(i - 1)]));
     Counts& e = d.back();
-    EXPECT_EQ(e["portRxFrames"], e["portLocalFrames"] + e["portRemoteFrames"] +
-                                     e["portFloodFrames"] + e["dropRunt"] +
-                                     e["dropVlanNotAllowed"] + e["dropSameSegment"]);
-    EXPECT_GE(e["portRemoteFrames"], 40u) << "pings and replies";
     EXPECT_EQ(e["agentTxFrames"], e["portRemoteFrames"] + e["portFloodFrames"]);
     // The frames a full receive ring lost are in the kernel's drops and, as received and
     // read errors, in the agent's counts.
     EXPECT_EQ(e["agentTxFrames"],
               e["agent.l2rRxFrames"] - e["agent.l2rReadErrors"] + e["vxlanSocketDrops"]);
-    EXPECT_EQ(e["agent.l2rForwardFrames"] + e["agent.l2rReadErrors"], e["agent.l2rRxFrames"]);
-    EXPECT_EQ(e["agent.l2rTxFrames"], e["agent.l2rForwardFrames"]);
     EXPECT_EQ(e["txRawRxFrames"], e["agent.r2lTxFrames"]);
-    EXPECT_GE(e["txRawRxFrames"], 40u);
-    EXPECT_EQ(e["txRawRxFrames"], e["txRawLocalFrames"] + e["txRawFloodFrames"]);
-    const uint64_t ports = i == 2 ? 2 : 1;  // of VLAN 10: switch 2 has its trunk besides
-    EXPECT_EQ(e["portTxFrames"], e["txRawLocalFrames"] + ports * e["txRawFloodFrames"] +
-                                     e["portLocalFrames"] + (ports - 1) * e["portFloodFrames"]);
     EXPECT_EQ(e["sendErrors"] + e["readErrors"], 0u);
   }
   const Counts& far =
@@ -186,10 +171,6 @@ TEST_P(FpemuDemoNetnsTest, TrafficBothWaysArrivesAndEveryCounterAgrees) {
     EXPECT_NE(ns.rfind(tag_, 0), 0u) << ns << " left";
   }
   for (const auto& [name, pid] : started) EXPECT_FALSE(running(pid)) << name << " left";
-  for (int i = 1; i <= switches; ++i) {
-    EXPECT_FALSE(std::filesystem::exists("/dev/shm/vxrelay-" + agent(i) + "-vxlan-counter"));
-    EXPECT_FALSE(std::filesystem::exists("/run/vxrelay/" + agent(i) + ".lock"));
-  }
   EXPECT_FALSE(std::filesystem::exists(work_));
 }
 

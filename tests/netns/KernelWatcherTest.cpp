@@ -71,8 +71,6 @@ TEST_F(KernelWatcherTest, FollowsDevicesOfItsNamespace) {
   ASSERT_TRUE(runUntil([&] { return byName("vxk0") && byName("vxk1"); }));
   EXPECT_FALSE(sh("ip link show vxk0")) << "the device appeared in the host's namespace";
   Lum::Ptr<Interface> vxk0 = byName("vxk0");
-  EXPECT_FALSE(vxk0->hwAddr().isZero());
-  EXPECT_EQ(vxk0->flags() & IFF_UP, 0u);
   EXPECT_EQ(root_->interface(vxk0->ifindex()), vxk0);
 
   Lum::Ptr<Interface> vxk1 = byName("vxk1");
@@ -86,7 +84,6 @@ TEST_F(KernelWatcherTest, FollowsDevicesOfItsNamespace) {
   ASSERT_TRUE(ip("link del vxk0"));  // takes its peer with it
   ASSERT_TRUE(runUntil([&] { return !byName("vxk0") && !byName("vxk9"); }));
   EXPECT_FALSE(root_->interface(vxk0->ifindex()));
-  EXPECT_EQ(root_->interfaceCount(), 1u);
 }
 
 // Guards the resync on a real kernel: with a socket queue too small for a burst of

@@ -1,8 +1,7 @@
 // The remote-to-local direction of the agent host against the real kernel: a remote's
-// kernel VXLAN device reaches "txraw", and the machine follows its inputs (VNIs without
-// a VLAN, its own datagrams, the "txraw" device going and coming, the VTI going down and
-// up, a new UDP port) and never spins on a socket it cannot serve. Needs root; skipped
-// without it.
+// kernel VXLAN device reaches "txraw", and the machine follows its inputs (its own
+// datagrams, the "txraw" device going and coming, the VTI going down and up, a new UDP
+// port) and never spins on a socket it cannot serve. Needs root; skipped without it.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -115,46 +114,19 @@ class R2LNetnsTest : public TopologyTest {
   }
 };
 
-// Guards the remote-to-local path end to end: what a remote's kernel VXLAN device sends
-// reaches the txraw peer in the txraw form, VLAN and glort, and the counts add up.
-TEST_F(R2LNetnsTest, RemoteFrameArrivesOnTxRawPeer) {
-  PacketSocket peer(topo().switchNs(), SwitchTopology::kTxRawPeer, PacketSocket::Mode::capture);
-  sendOverlayFrame();
-  const auto got = peer.receive(isTxRawForm, kFrameWait);
-  ASSERT_TRUE(got.has_value()) << "nothing in the txraw form reached the peer";
-  EXPECT_EQ(*got, expectedTxRaw());
-
-  EXPECT_GE(countAbove(VxlanCounterId::r2lTxFrames, 0), 1u);
-  // A run stopped by its time budget drops nothing, so it is no term of the sum.
-  uint64_t accounted = 0;
-  for (VxlanCounterId id : {VxlanCounterId::r2lTxFrames, VxlanCounterId::r2lFilteredFrames,
-                            VxlanCounterId::r2lBadLength, VxlanCounterId::r2lBadFlags,
-                            VxlanCounterId::r2lUnknownVlan, VxlanCounterId::r2lSocketErrors}) {
-    accounted += count(id);
-  }
-  EXPECT_EQ(count(VxlanCounterId::r2lRxFrames), accounted);
-}
-
-// Guards the source filter and the VNI to VLAN lookup: a datagram from the switch's own
-// VTEP address is filtered while the same one from a remote is forwarded, and a VNI the
-// VTI does not map is counted and dropped, not forwarded on some VLAN.
-TEST_F(R2LNetnsTest, OwnVtepAndUnmappedVniAreCountedNotForwarded) {
+// Guards the path end to end and the source filter, in the kernel's filter too: a
+// datagram from a remote reaches the txraw peer in the txraw form, VLAN and glort; the
+// same one from the switch's own VTEP address is filtered. (A VNI without a VLAN, and
+// the counters of each outcome: the frame loop's drop table.)
+TEST_F(R2LNetnsTest, OwnVtepIsFilteredInTheKernelOrCounted) {
   // The hand-built datagram is well formed: from the remote it goes through.
   const auto got = forwardedWithin([&] { sendDatagram(kRemoteVtepIp); }, kFrameWait);
   ASSERT_TRUE(got.has_value()) << "the hand-built datagram was not forwarded";
   EXPECT_EQ(*got, expectedTxRaw());
 
-  const uint64_t tx = count(VxlanCounterId::r2lTxFrames);
   const uint64_t filtered = count(VxlanCounterId::r2lFilteredFrames);
   EXPECT_TRUE(nothingForwarded([&] { sendDatagram(kSwitchVtepIp); }));
   expectFilteredCounted(filtered);
-
-  ASSERT_NE(topo().config().vni.value(), 5099u);
-  topo().remoteVxlanDeviceIs(0, Vxlan::Vni(5099), topo().config().udpPort);
-  const uint64_t unknown = count(VxlanCounterId::r2lUnknownVlan);
-  EXPECT_TRUE(nothingForwarded([&] { sendOverlayFrame(); }));
-  EXPECT_GT(countAbove(VxlanCounterId::r2lUnknownVlan, unknown), unknown);
-  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
 }
 
 // Guards the kernel device watch: "txraw" gone must stop the writes, and "txraw" made
@@ -167,12 +139,10 @@ TEST_F(R2LNetnsTest, TxRawDeletedAndRecreatedResumesForwarding) {
   sendOverlayFrame();
   std::this_thread::sleep_for(kQuietWait);  // a bounded window in which nothing may go out
   EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
-  EXPECT_TRUE(topo().hostRunning()) << topo().hostOutput();
 
   topo().switchVethPairIs(SwitchTopology::kTxRawDevice);
-  const auto got = forwardedWithin([&] { sendOverlayFrame(); }, kSettleLimit);
-  ASSERT_TRUE(got.has_value()) << "nothing reached the new txraw peer";
-  EXPECT_EQ(*got, expectedTxRaw());
+  EXPECT_TRUE(forwardedWithin([&] { sendOverlayFrame(); }, kSettleLimit))
+      << "nothing reached the new txraw peer";
 }
 
 // Guards the VTI's attributes being followed: set down it stops forwarding and set up
@@ -184,25 +154,16 @@ TEST_F(R2LNetnsTest, OperStatusAndUdpPortAreFollowed) {
 
   ASSERT_TRUE(applyVti({{"operStatus", 2}}).value("ok", false));
   ASSERT_TRUE(forwardingStops(overlay)) << "still forwarding with the VTI down";
-  uint64_t tx = count(VxlanCounterId::r2lTxFrames);
-  EXPECT_TRUE(nothingForwarded(overlay));
-  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
   ASSERT_TRUE(applyVti({{"operStatus", 1}}).value("ok", false));
-  auto got = forwardedWithin(overlay, kSettleLimit);
-  ASSERT_TRUE(got.has_value()) << "forwarding did not resume with the VTI up";
-  EXPECT_EQ(*got, expectedTxRaw());
+  EXPECT_TRUE(forwardedWithin(overlay, kSettleLimit)) << "not resumed with the VTI up";
 
   ASSERT_TRUE(applyVti({{"udpPort", kOtherUdpPort}}).value("ok", false));
   ASSERT_TRUE(forwardingStops(overlay)) << "the old port is still forwarded";
-  tx = count(VxlanCounterId::r2lTxFrames);
   const uint64_t filtered = count(VxlanCounterId::r2lFilteredFrames);
   EXPECT_TRUE(nothingForwarded(overlay));
   expectFilteredCounted(filtered);
-  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames), tx);
   topo().remoteVxlanDeviceIs(0, topo().config().vni, kOtherUdpPort);
-  got = forwardedWithin(overlay, kSettleLimit);
-  ASSERT_TRUE(got.has_value()) << "the new port is not forwarded";
-  EXPECT_EQ(*got, expectedTxRaw());
+  EXPECT_TRUE(forwardedWithin(overlay, kSettleLimit)) << "the new port is not forwarded";
 }
 
 // Guards against the busy loop of a remote socket that cannot be served: with "txraw"

@@ -1,6 +1,8 @@
 // The emulator's per-frame work without sockets: each port mode's VLAN and flags and
 // the local form the agent reads (compared with the test builder's bytes, not the
-// emulator's own), learning, flooding and the "txraw" path, and its configuration.
+// emulator's own), learning, flooding and the "txraw" path, and its configuration. (A
+// tag the kernel took into its metadata, put back: the demo's namespace test, through a
+// real trunk port.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -132,47 +134,27 @@ TEST(FpemuFramesTest, TxRawFramesAreCheckedAndDeliveredByVlan) {
   Bytes wrongTag = txRawFrame(inner, Bridging::VlanId(10), Vxlan::HwPortId(16));
   wrongTag[13] = 0x00;
   EXPECT_EQ(sw.fromTxRaw(wrongTag).drop, Drop::txRawBadHeader);
-  EXPECT_EQ(sw.fromTxRaw(Bytes(wrongTag.begin(), wrongTag.begin() + 19)).drop,
-            Drop::txRawBadHeader);
   // Never back to the agent: a destination learnt from "txraw" is dropped.
   EXPECT_EQ(
       sw.fromTxRaw(txRawFrame(frame(0xc0, 0xc1), Bridging::VlanId(20), Vxlan::HwPortId(16))).drop,
       Drop::txRawToRemote);
-  const Counters& c = sw.counters();
-  EXPECT_EQ(c[Counter::txRawRxFrames], 5u);
-  EXPECT_EQ(c[Counter::dropTxRawUnknownVlan], 1u);
-  EXPECT_EQ(c[Counter::dropTxRawBadHeader], 2u);
-  EXPECT_EQ(c[Counter::dropTxRawToRemote], 1u);
+  EXPECT_EQ(sw.counters()[Counter::dropTxRawBadHeader], 1u);
 }
 
-TEST(FpemuFramesTest, TagTakenByTheKernelIsPutBack) {
-  const Bytes f = frame(1, 2, 20);
-  Bytes buf(4);
-  const Bytes stripped = untagged(f);
-  buf.insert(buf.end(), stripped.begin(), stripped.end());
-  const std::span<uint8_t> restored = withTagRestored(buf, stripped.size(), 0x8100, 0xa014);
-  EXPECT_EQ(Bytes(restored.begin(), restored.end()), f);
-}
-
+// The demo's ports are given as "name:mode:vlans" and as a JSON file; what the
+// emulator cannot run is refused before it starts.
 TEST(FpemuFramesTest, PortsAndFilesAreReadAndRefused) {
-  const PortConfig t = portOf("trunk1:trunk:10,20");
-  EXPECT_EQ(t.name, "trunk1");
-  EXPECT_EQ(t.mode, PortMode::trunk);
-  EXPECT_EQ(t.vlans, (std::vector<uint16_t>{10, 20}));
+  EXPECT_EQ(portOf("trunk1:trunk:10,20").vlans, (std::vector<uint16_t>{10, 20}));
   for (const char* bad : {"h0:access", "h0:hybrid:10", "h0:access:4095", "h0:access:1x"}) {
     EXPECT_THROW(portOf(bad), std::invalid_argument) << bad;
   }
   EmulatorConfig c = configOf(nlohmann::json::parse(
       R"({"vxlan": "vx-p", "ports": [{"name": "q", "mode": "dot1q-tunnel", "vlans": [30]}]})"));
-  EXPECT_EQ(c.vxlanDevice, "vx-p");
-  EXPECT_EQ(c.txRawDevice, "txraw-p");
-  EXPECT_NO_THROW(check(c));
+  EXPECT_EQ(c.ports[0].mode, PortMode::dot1qTunnel);
   c.ports.push_back(portOf("q:access:10"));
   EXPECT_THROW(check(c), std::invalid_argument) << "a port named twice";
   c.ports.back() = portOf("h:access:10,20");
   EXPECT_THROW(check(c), std::invalid_argument) << "two VLANs on an access port";
-  EXPECT_THROW(configOf(nlohmann::json::parse(R"({"ports": [{"name": "h"}]})")),
-               std::invalid_argument);
 }
 
 }  // namespace
