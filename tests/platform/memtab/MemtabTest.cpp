@@ -125,13 +125,10 @@ TEST(MemtabTableTest, SameSizeOtherLayoutOrDamagedHeaderIsReinitialised) {
   EXPECT_THROW(table->slots<uint32_t>("wide"), Lum::RangeException);
 }
 
-// Guards the reader against a table that is missing, read at the wrong width, or laid
-// out again under it.
+// Guards the reader against a table read at the wrong width, laid out again or shrunk
+// under it. (A missing table: the agent's shared-memory counter test.)
 TEST(MemtabTableTest, ReaderReportsMissingAndRelaidTables) {
   SharedObjectGuard guard(Mount::objectName(uniqueAgentName("reader"), "t"));
-  const auto missing =
-      TestSupport::thrown<Lum::ErrnoException>([&] { TableReader::open(guard.name()); });
-  EXPECT_TRUE(missing && missing->errNo() == ENOENT && missing->step().ends_with(guard.name()));
   Table::openOrCreate(guard.name(), twoCollections());
   TableReader reader = TableReader::open(guard.name());
   EXPECT_THROW(reader.elements("wide", 4), Memtab::CorruptionDetectedException);
@@ -201,11 +198,10 @@ TEST(MemtabTableTest, FailedSystemCallNamesTheStepAndClosesTheDescriptor) {
   EXPECT_TRUE(fake.opened >= 0 && fake.closedOpened);
 }
 
-// Guards the mount: the object naming that readers rely on to find an agent's table,
-// the type's widths and factory used, the mode honoured, and unknown types, foreign
-// collections and a second mount of a path refused.
+// Guards the mount: the type's widths used, the clear mode honoured, and unknown types,
+// foreign collections and a second mount of a path refused. (Naming, the factory and a
+// kept table: the agent's shared-memory counter test.)
 TEST(MemtabMountTest, MountBuildsTheEntityOfTheType) {
-  EXPECT_EQ(Mount::objectName("a", "/vxlan/counter"), "/vxrelay-a-vxlan-counter");
   EXPECT_THROW(Mount::objectName("a/b", "c"), Lum::RangeException);
   const std::string agent = uniqueAgentName("mount");
   SharedObjectGuard guard(Mount::objectName(agent, "slots/a"));
@@ -218,7 +214,6 @@ TEST(MemtabMountTest, MountBuildsTheEntityOfTheType) {
     mount.doMount("slots/a", kSlotsType.typeName, info);
     auto entity = Lum::ptrCast<SlotsEntity>(mount.getEntity("slots/a"));
     ASSERT_TRUE(entity);
-    EXPECT_EQ(entity->table->objectName(), guard.name());
     EXPECT_EQ(entity->table->layout(), Layout::plan({{"narrow", 2, 6}, {"wide", 8, 2}}));
     entity->table->slots<uint64_t>("wide")[1] = 3;
     EXPECT_THROW(mount.doMount("slots/a", kSlotsType.typeName, info), Lum::NameInUseException);

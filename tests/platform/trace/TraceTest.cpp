@@ -40,12 +40,9 @@ TEST_F(TraceTest, SpecEnablesLevelsOfPresentAndLaterFacilities) {
   TraceFacility& a = traceFacility("TtSpecA");
   traceSpecIs("TtSpecA/1-3,7, TtSpecB ,TtSpecLater/8");
   EXPECT_EQ(a.levelMask(), 0b10001110u);
-  EXPECT_EQ(&traceFacility("TtSpecA"), &a);
   EXPECT_EQ(traceFacility("TtSpecB").levelMask(), TraceFacility::kAllLevels);
   TraceFacility& later = traceFacility("TtSpecLater");
-  EXPECT_TRUE(later.enabled(8));
-  EXPECT_FALSE(later.enabled(7));
-  EXPECT_FALSE(later.enabled(10));
+  EXPECT_EQ(later.levelMask(), 1u << 8);
 
   // A second string replaces the levels of the names it lists and leaves the others.
   traceSpecIs("TtSpecLater/0");
@@ -57,8 +54,7 @@ TEST_F(TraceTest, SpecEnablesLevelsOfPresentAndLaterFacilities) {
   EXPECT_EQ(a.levelMask(), 0b1010001110u);
 
   traceAllDisabled();
-  EXPECT_EQ(a.levelMask(), 0u);
-  EXPECT_EQ(traceFacility("TtSpecOther").levelMask(), 0u);
+  EXPECT_EQ(traceFacility("TtSpecOther").levelMask(), 0u) << "\"*\" outlived traceAllDisabled";
 }
 
 // Guards against a malformed string half applied or accepted silently.
@@ -102,8 +98,7 @@ TEST_F(TraceTest, MacroEvaluatesArgumentsOnlyWhenEnabledOrCovered) {
   const std::string line = output();
   EXPECT_NE(line.find(" TtMacro/3 read 1 bytes"), std::string::npos) << line;
   EXPECT_NE(line.find("[TraceTest.cpp:"), std::string::npos) << line;
-  EXPECT_EQ(line.find("other level"), std::string::npos) << line;
-  EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
+  EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << line;
 }
 
 }  // namespace
