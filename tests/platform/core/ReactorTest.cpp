@@ -2,13 +2,11 @@
 
 #include "DemoModel.h"
 #include "platform/core/Instance.h"
-#include "tests/support/Throws.h"
 
 namespace Demo {
 namespace {
 
 using Lum::Name;
-using TestSupport::thrownText;
 
 class ReactorTest : public ::testing::Test {
  protected:
@@ -214,26 +212,15 @@ TEST_F(ReactorTest, QueuedChangesKeepTheLastValue) {
 }
 
 // Guards the generic interface where the status registry walk (which writes and reads
-// every attribute of every table-declared type by text, Demo::Link's too) does not
-// reach: a constructor argument of another name, and no write or operation through a
-// const reference.
-TEST(TypeRegistryTest, GenericInterface) {
-  const Lum::TypeInfo* t = Lum::TypeRegistry::type("Demo::Link");
-  ASSERT_NE(t, nullptr);
-  Ptr<Lum::Entity> e = t->construct({{"name", "et1"}});
-  EXPECT_TRUE(thrownText<Lum::RangeException>([&] {
-                t->construct({{"nom", "et1"}});
-              }).starts_with("Link"));
-
-  Lum::GenericRef ref(e);
-  ref.attributeIs("operStatus", "1");
+// every attribute of every table-declared type by text) and the agent's doCleanup
+// operation do not reach: no write or operation through a const reference.
+TEST(TypeRegistryTest, NothingChangesThroughAConstReference) {
+  Ptr<Lum::Entity> e = Lum::TypeRegistry::type("Demo::Link")->construct({{"name", "et1"}});
+  Lum::GenericRef(e).attributeIs("operStatus", "1");
   Lum::GenericRef constRef{Ptr<const Lum::Entity>(e)};
-  EXPECT_EQ(thrownText<Lum::Exception>([&] { constRef.attributeIs("operStatus", "2"); }),
-            "attempting to modify a const instance");
+  EXPECT_THROW(constRef.attributeIs("operStatus", "2"), Lum::Exception);
   EXPECT_THROW(constRef.invoke("down"), Lum::Exception);
   EXPECT_EQ(constRef.attribute("operStatus"), "1");
-  ref.invoke("down");
-  EXPECT_EQ(constRef.attribute("operStatus"), "0");
 }
 
 }  // namespace

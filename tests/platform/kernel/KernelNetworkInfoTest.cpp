@@ -43,35 +43,30 @@ InterfaceState dev(unsigned i, const char* name, uint32_t flags, uint32_t mtu,
   return {IfIndex(i), name, flags, oper, mac, mtu};
 }
 
-void putLink(std::vector<uint8_t>& out, uint16_t type, uint32_t seq, uint32_t pid, const Device& d,
-             uint8_t family = AF_UNSPEC) {
+// One message as the kernel lays it out: a link, or without one the end of a dump.
+// Messages of a dump (seq set) come from the kernel's port, events from port 0.
+void put(std::vector<uint8_t>& out, uint16_t type, uint32_t seq, const Device* d,
+         uint8_t family = AF_UNSPEC, uint16_t flags = 0) {
   alignas(nlmsghdr) uint8_t buf[512] = {};
   nlmsghdr* nlh = mnl_nlmsg_put_header(buf);
   nlh->nlmsg_type = type;
-  nlh->nlmsg_flags = seq ? NLM_F_MULTI : 0;
+  nlh->nlmsg_flags = (seq ? NLM_F_MULTI : 0) | flags;
   nlh->nlmsg_seq = seq;
-  nlh->nlmsg_pid = pid;
+  nlh->nlmsg_pid = seq ? kPort : 0;
+  if (d == nullptr) {
+    mnl_nlmsg_put_extra_header(nlh, sizeof(int));
+    return out.insert(out.end(), buf, buf + nlh->nlmsg_len), void();
+  }
   auto* ifi = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(nlh, sizeof(ifinfomsg)));
   ifi->ifi_family = family;
-  ifi->ifi_index = static_cast<int>(d.s.ifindex.value());
-  ifi->ifi_flags = d.s.flags;
-  if (!d.s.name.empty()) mnl_attr_put_strz(nlh, IFLA_IFNAME, d.s.name.charPtr());
-  mnl_attr_put_u32(nlh, IFLA_MTU, d.s.mtu);
-  mnl_attr_put_u8(nlh, IFLA_OPERSTATE, d.s.operState);
+  ifi->ifi_index = static_cast<int>(d->s.ifindex.value());
+  ifi->ifi_flags = d->s.flags;
+  if (!d->s.name.empty()) mnl_attr_put_strz(nlh, IFLA_IFNAME, d->s.name.charPtr());
+  mnl_attr_put_u32(nlh, IFLA_MTU, d->s.mtu);
+  mnl_attr_put_u8(nlh, IFLA_OPERSTATE, d->s.operState);
   const uint8_t tunnelAddr[4] = {192, 0, 2, 1};
-  if (d.addrLen == 6) mnl_attr_put(nlh, IFLA_ADDRESS, 6, d.s.hwAddr.bytes().data());
-  if (d.addrLen == 4) mnl_attr_put(nlh, IFLA_ADDRESS, 4, tunnelAddr);
-  out.insert(out.end(), buf, buf + nlh->nlmsg_len);
-}
-
-void putDone(std::vector<uint8_t>& out, uint32_t seq, uint16_t extraFlags = 0) {
-  alignas(nlmsghdr) uint8_t buf[64] = {};
-  nlmsghdr* nlh = mnl_nlmsg_put_header(buf);
-  nlh->nlmsg_type = NLMSG_DONE;
-  nlh->nlmsg_flags = NLM_F_MULTI | extraFlags;
-  nlh->nlmsg_seq = seq;
-  nlh->nlmsg_pid = kPort;
-  mnl_nlmsg_put_extra_header(nlh, sizeof(int));
+  if (d->addrLen == 6) mnl_attr_put(nlh, IFLA_ADDRESS, 6, d->s.hwAddr.bytes().data());
+  if (d->addrLen == 4) mnl_attr_put(nlh, IFLA_ADDRESS, 4, tunnelAddr);
   out.insert(out.end(), buf, buf + nlh->nlmsg_len);
 }
 
@@ -145,16 +140,15 @@ struct FakeKernel : TestSupport::SocketPairs {
 
   // The dump as the kernel sends it: several links in one datagram, then DONE.
   void answerDump(uint16_t doneFlags = 0) {
-    std::vector<uint8_t> d;
-    for (const auto& [i, device] : links) putLink(d, RTM_NEWLINK, dumpSeq, kPort, device);
-    write(d);
-    d.clear();
-    putDone(d, dumpSeq, doneFlags);
-    write(d);
+    std::vector<uint8_t> d, done;
+    for (const auto& [i, device] : links) put(d, RTM_NEWLINK, dumpSeq, &device);
+    put(done, NLMSG_DONE, dumpSeq, nullptr, AF_UNSPEC, doneFlags);
+    write(d), write(done);
   }
   void event(uint16_t type, const InterfaceState& s, uint8_t family = AF_UNSPEC) {
     std::vector<uint8_t> d;
-    putLink(d, type, 0, 0, {s}, family);
+    const Device device{s};
+    put(d, type, 0, &device, family);
     write(d);
   }
   void write(const std::vector<uint8_t>& d) {
@@ -225,8 +219,9 @@ TEST_F(KernelNetworkInfoTest, IgnoresForeignAndMalformedMessages) {
   kernel_.event(RTM_DELLINK, dev(1, "lo", 0, 65536));
   kernel_.event(RTM_DELLINK, dev(2, "eth0", kUp, 9214), AF_BRIDGE);
   std::vector<uint8_t> d;
-  putLink(d, RTM_NEWLINK, 0, 0, {dev(8, "", kUp, 1500)});
-  putLink(d, RTM_NEWLINK, 0, 0, {dev(9, "after", kUp, 1500)});
+  const Device unnamed{dev(8, "", kUp, 1500)}, after{dev(9, "after", kUp, 1500)};
+  put(d, RTM_NEWLINK, 0, &unnamed);
+  put(d, RTM_NEWLINK, 0, &after);
   kernel_.write(d);
   loop_.runOnce(0);
   EXPECT_TRUE(root_->interfaceByName("after"));

@@ -10,14 +10,10 @@ namespace Statehub {
 namespace {
 
 using nlohmann::json;
+using StatehubTest::RecordingMounter;
 using StatehubTest::VtiDir;
 using StatehubTest::VtiWatch;
 using TestSupport::thrownText;
-
-struct RecordingMounter : Mounter {
-  std::vector<MountStatus> calls;
-  void doMountsComplete(MountStatus status, EntityManager&) override { calls.push_back(status); }
-};
 
 class StatehubTest : public ::testing::Test {
  protected:
