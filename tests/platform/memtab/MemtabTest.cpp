@@ -198,9 +198,9 @@ TEST(MemtabTableTest, FailedSystemCallNamesTheStepAndClosesTheDescriptor) {
   EXPECT_TRUE(fake.opened >= 0 && fake.closedOpened);
 }
 
-// Guards the mount: the type's widths used, the clear mode honoured, and unknown types,
-// foreign collections and a second mount of a path refused. (Naming, the factory and a
-// kept table: the agent's shared-memory counter test.)
+// Guards the mount: the type's widths used, and unknown types, foreign collections and
+// a second mount of a path refused. (Naming, the factory and a kept table: the agent's
+// shared-memory counter test.)
 TEST(MemtabMountTest, MountBuildsTheEntityOfTheType) {
   EXPECT_THROW(Mount::objectName("a/b", "c"), Lum::RangeException);
   const std::string agent = uniqueAgentName("mount");
@@ -209,24 +209,16 @@ TEST(MemtabMountTest, MountBuildsTheEntityOfTheType) {
   info.collectionInfoIs("narrow", 4);
   info.collectionInfoIs("wide", 2);
   info.collectionInfoIs("narrow", 6);
-  {
-    Mount mount(agent);
-    mount.doMount("slots/a", kSlotsType.typeName, info);
-    auto entity = Lum::ptrCast<SlotsEntity>(mount.getEntity("slots/a"));
-    ASSERT_TRUE(entity);
-    EXPECT_EQ(entity->table->layout(), Layout::plan({{"narrow", 2, 6}, {"wide", 8, 2}}));
-    entity->table->slots<uint64_t>("wide")[1] = 3;
-    EXPECT_THROW(mount.doMount("slots/a", kSlotsType.typeName, info), Lum::NameInUseException);
-    EXPECT_THROW(mount.doMount("slots/b", "Test::None", info), Lum::RangeException);
-    MountInfo foreign = info;
-    foreign.collectionInfoIs("other", 1);
-    EXPECT_THROW(mount.doMount("slots/b", kSlotsType.typeName, foreign), Lum::RangeException);
-  }
-  Mount again(agent);
-  info.modeIs(MountMode::clear);
-  again.doMount("slots/a", kSlotsType.typeName, info);
-  auto entity = Lum::ptrCast<SlotsEntity>(again.getEntity("slots/a"));
-  EXPECT_EQ(entity->table->slots<uint64_t>("wide")[1], 0u);
+  Mount mount(agent);
+  mount.doMount("slots/a", kSlotsType.typeName, info);
+  auto entity = Lum::ptrCast<SlotsEntity>(mount.getEntity("slots/a"));
+  ASSERT_TRUE(entity);
+  EXPECT_EQ(entity->table->layout(), Layout::plan({{"narrow", 2, 6}, {"wide", 8, 2}}));
+  EXPECT_THROW(mount.doMount("slots/a", kSlotsType.typeName, info), Lum::NameInUseException);
+  EXPECT_THROW(mount.doMount("slots/b", "Test::None", info), Lum::RangeException);
+  MountInfo foreign = info;
+  foreign.collectionInfoIs("other", 1);
+  EXPECT_THROW(mount.doMount("slots/b", kSlotsType.typeName, foreign), Lum::RangeException);
 }
 
 }  // namespace

@@ -54,25 +54,17 @@ void logFrame(int n) {
   RINGLOG(4, "frame %d", n);
 }
 
-// Guards file naming: "%d" is the pid, relative names go into RINGLOGDIR, the second
-// name links to the file, and kRemoveAtShutdown removes both.
-TEST_F(RingLogTest, InitializeNamesFileAndLink) {
+// Guards file naming as the agent names its file: "%d" is the pid, a relative name
+// goes into RINGLOGDIR, and the file stays after shutdown.
+TEST_F(RingLogTest, InitializeNamesTheFile) {
   const auto s = sizes({0, 9});
-  RingLog::TraceFile* tf = RingLog::initialize("rl-%d.rl", s.data(), "rl-latest.rl");
+  RingLog::TraceFile* tf = RingLog::initialize("rl-%d.rl", s.data());
   ASSERT_EQ(RingLog::traceFile(), tf);
   const std::string expected = dir_ + "/rl-" + std::to_string(::getpid()) + ".rl";
   EXPECT_EQ(tf->path(), expected);
-  EXPECT_EQ(fs::read_symlink(dir_ + "/rl-latest.rl"), fs::path(expected).filename());
   EXPECT_TRUE(tf->ring(0) && !tf->ring(1));
   RingLog::shutdown();
   EXPECT_TRUE(fs::exists(expected));
-
-  RingLog::initialize((dir_ + "/abs.rl").c_str(), s.data(), "rl-latest.rl",
-                      RingLog::kRemoveAtShutdown);
-  EXPECT_EQ(fs::read_symlink(dir_ + "/rl-latest.rl"), fs::path("abs.rl"));
-  RingLog::shutdown();
-  EXPECT_FALSE(fs::exists(dir_ + "/abs.rl"));
-  EXPECT_FALSE(fs::is_symlink(dir_ + "/rl-latest.rl"));
 
   const auto tooBig = sizes({3}, RingLog::kMaxRingKiB + 1);
   EXPECT_THROW(RingLog::initialize("big.rl", tooBig.data()), Lum::RangeException);

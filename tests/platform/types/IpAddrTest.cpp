@@ -60,35 +60,27 @@ TEST(IpAddrTest, MalformedTextsAreRefused) {
   EXPECT_THROW(IpGenAddr::fromString("10.1.2.3:"), Lum::RangeException);
 }
 
-// Guards the IpGenAddr contents (the family, IPv4 bytes leading and the rest zero, which
-// equality and ordering compare whole) and that the accessors refuse the wrong family
-// instead of reinterpreting bytes.
+// Guards the IpGenAddr contents (IPv4 bytes leading and the rest zero, which equality
+// and ordering compare whole) and that v4() refuses another family instead of
+// reinterpreting bytes.
 TEST(IpAddrTest, GenAddrLayoutAndFamilies) {
-  const IpGenAddr v4(IpAddr::fromString("10.1.2.3"));
-  EXPECT_EQ(v4.family(), AF_INET);
-  EXPECT_EQ(v4.bytes(), (std::array<uint8_t, 16>{10, 1, 2, 3}));
-  EXPECT_EQ(rangeText([] { IpGenAddr::fromString("ff02::2").v4(); }),
-            "IpGenAddr: \"ff02::2\" is not IPv4");
-  EXPECT_THROW(IpGenAddr().v6(), Lum::RangeException);
+  EXPECT_EQ(IpGenAddr(IpAddr::fromString("10.1.2.3")).bytes(),
+            (std::array<uint8_t, 16>{10, 1, 2, 3}));
+  EXPECT_THROW(IpGenAddr::fromString("ff02::2").v4(), Lum::RangeException);
   EXPECT_NE(IpGenAddr(IpAddr()), IpGenAddr());  // 0.0.0.0 is an address, not unset
 }
 
-// Guards prefix lengths: limits per family, host bits kept, and a mandatory, numeric
-// length in the text form.
+// Guards prefix lengths as state documents give them: limits per family, and a
+// mandatory, numeric length in the text form.
 TEST(IpAddrTest, Masks) {
-  IpAddrWithMask m = IpAddrWithMask::fromString("10.0.0.1/24");
-  EXPECT_EQ(m.address(), IpAddr::fromString("10.0.0.1"));
-  EXPECT_EQ(m.maskLen(), 24);
   EXPECT_EQ(rangeText([] { IpAddrWithMask::fromString("10.0.0.1/33"); }),
             "IpAddrWithMask::maskLen < 0 or > 32 not allowed");
-  EXPECT_THROW(IpAddrWithMask(IpAddr(), -1), Lum::RangeException);
   for (const char* bad : {"10.0.0.1", "10.0.0.1/", "10.0.0.1/2x", "/24", "10.0.0.1/-1"}) {
     EXPECT_THROW(IpAddrWithMask::fromString(bad), Lum::RangeException) << bad;
   }
   for (const char* bad : {"fe80::1/129", "10.0.0.1/33", "/0"}) {
     EXPECT_THROW(IpGenAddrWithMask::fromString(bad), Lum::RangeException) << bad;
   }
-  EXPECT_THROW(IpGenAddrWithMask(IpGenAddr(), 1), Lum::RangeException);
 }
 
 }  // namespace
