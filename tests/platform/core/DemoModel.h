@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/core/Attributes.h"
@@ -14,7 +15,12 @@ namespace Demo {
 
 using Lum::Ptr;
 
-inline std::vector<std::string> log;
+using Log = std::vector<std::string>;
+inline Log log;
+// What was recorded since the last call.
+inline Log taken() {
+  return std::exchange(log, {});
+}
 
 #define DEMO_LINK_ATTRS(X)                   \
   X(VALUE, OperStatus, operStatus, int, {0}) \

@@ -67,14 +67,13 @@ TEST_F(ReactorTest, CollectionIsRejectsEmptyAndChangedParameters) {
 // the same key is given that entity rather than rebuilt.
 TEST_F(ReactorTest, NewNotifierIsTreatedAsAChange) {
   Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
-  EXPECT_EQ(log, std::vector<std::string>{"enabled=0"});
-  log.clear();
+  EXPECT_EQ(taken(), Log{"enabled=0"});
   sm->settings()->notifierIs(settings_);
   EXPECT_TRUE(log.empty());
   Ptr<Settings> other(new Settings("other"));
   other->enabledIs(true);
   sm->settings()->notifierIs(other);
-  EXPECT_EQ(log, std::vector<std::string>{"enabled=1"});
+  EXPECT_EQ(taken(), Log{"enabled=1"});
 
   Ptr<Link> a = dir_->linkIs("a");
   log.clear();
@@ -85,7 +84,7 @@ TEST_F(ReactorTest, NewNotifierIsTreatedAsAChange) {
   EXPECT_EQ(direct.is(twin), d);
   EXPECT_EQ(d->notifier(), twin);
   // Attaching in the constructor is the first change of notifier, then the twin's.
-  EXPECT_EQ(log, (std::vector<std::string>{"a catch-up", "a init", "a catch-up"}));
+  EXPECT_EQ(log, (Log{"a catch-up", "a init", "a catch-up"}));
 }
 
 // Guards the order of deletion: zombie before doPrepareToDie, back pointer cleared
@@ -101,10 +100,9 @@ TEST_F(ReactorTest, DeletionRunsItsStepsInOrder) {
   // doPrepareToDie of the element is recorded with its parent still set (no "(orphan)").
   Ptr<LinkWatcherSm::LumLinkSm> gone = sm->linkSmDel("a");
   ASSERT_EQ(gone, aSm);
-  EXPECT_EQ(log, std::vector<std::string>{"a prepareToDie"});
+  EXPECT_EQ(taken(), Log{"a prepareToDie"});
   EXPECT_EQ(gone->parent(), nullptr);
   EXPECT_FALSE(gone->hasNotificationActive());
-  log.clear();
   a->operStatusIs(1);
   EXPECT_TRUE(log.empty()) << "a deleted state machine reacted: " << log.front();
 }
@@ -134,8 +132,7 @@ TEST_F(ReactorTest, ZombieNeverReacts) {
   a->operStatusIs(1);
   a->operStatusIs(1);
   a->vlanVniIs(10, 5010);
-  EXPECT_EQ(log, (std::vector<std::string>{"a operStatus=1", "a vlan 10"}));
-  log.clear();
+  EXPECT_EQ(taken(), (Log{"a operStatus=1", "a vlan 10"}));
   sm->lumDoZombieReactors(true);
   EXPECT_TRUE(sm->linkSm("a")->lumMarkedForDeletion()) << "zombie state must reach sub-machines";
   EXPECT_FALSE(sm->settings()->hasNotificationActive());
@@ -163,7 +160,7 @@ TEST_F(ReactorTest, ReactionMayDeleteItsOwnMachine) {
   r->isRegisteredNotifieeIs(true);
   a->operStatusIs(1);
   EXPECT_FALSE(r);
-  EXPECT_EQ(log, std::vector<std::string>{"1 1"});
+  EXPECT_EQ(log, Log{"1 1"});
   EXPECT_EQ(a->lumNotifieeCount(), 0u);
 }
 
@@ -186,17 +183,13 @@ TEST_F(ReactorTest, QueuedChangesKeepTheLastValue) {
   EXPECT_TRUE(log.empty());
   ASSERT_EQ(activity->scheduled.size(), 1u);
   activity->scheduled[0]->handleNotification();
-  EXPECT_EQ(log, std::vector<std::string>{"a operStatus=2"});
-
-  log.clear();
+  EXPECT_EQ(taken(), Log{"a operStatus=2"});
   activity->scheduled.clear();
   a->vlanVniIs(10, 1);
   a->operStatusIs(3);
   ASSERT_EQ(activity->scheduled.size(), 1u);
   activity->scheduled[0]->handleNotification();
-  EXPECT_EQ(log, std::vector<std::string>{"a catch-up"});
-
-  log.clear();
+  EXPECT_EQ(taken(), Log{"a catch-up"});
   activity->scheduled.clear();
   a->operStatusIs(4);
   sm->lumDoZombieReactors(true);
