@@ -172,9 +172,7 @@ TEST_F(EventLoopTest, ExceptionsAreReportedAndThePassGoesOn) {
   timer.arm(0.0);
   loop.defer([] { throw 42; });
 
-  size_t ran = 0;
-  EXPECT_NO_THROW(ran = loop.runOnce(0));
-  EXPECT_EQ(ran, 4u);
+  EXPECT_EQ(loop.runOnce(0), 4u);  // an escaping exception fails the test here
   EXPECT_EQ(next.calls, 1);
   EXPECT_EQ(reports, (Log{"alpha|boom", "beta|late", "EventLoop.defer|unknown exception"}));
 }

@@ -53,7 +53,6 @@ class RegistryWalk {
       for (const AttributeInfo& a : t->ownAttributes()) {
         if (a.id == Entity::kAttrName) continue;
         SCOPED_TRACE(t->fullName() + "::" + a.name);
-        seen.clear();
         walkAttribute(e, a, seen);
       }
     }
@@ -128,7 +127,6 @@ class RegistryWalk {
       Ptr<Entity> elem = acc.element(*e, key);
       ASSERT_TRUE(elem);
       EXPECT_EQ(elem->parent(), e.ptr());
-      if (!walked.count(elem->fwkType().fullName())) walk(elem);
     }
     ref.entryDel(a.name, key);
     EXPECT_EQ(seen, twice);
