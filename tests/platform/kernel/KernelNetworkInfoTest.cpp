@@ -55,7 +55,8 @@ void put(std::vector<uint8_t>& out, uint16_t type, uint32_t seq, const Device* d
   nlh->nlmsg_pid = seq ? kPort : 0;
   if (d == nullptr) {
     mnl_nlmsg_put_extra_header(nlh, sizeof(int));
-    return out.insert(out.end(), buf, buf + nlh->nlmsg_len), void();
+    out.insert(out.end(), buf, buf + nlh->nlmsg_len);
+    return;
   }
   auto* ifi = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(nlh, sizeof(ifinfomsg)));
   ifi->ifi_family = family;
