@@ -111,19 +111,18 @@ TEST_F(ReactorTest, DeletingWhileIterating) {
   EXPECT_FALSE(sm->linkSm("a"));
 }
 
-// Guards reactions: per attribute and per key, and nothing from a zombie.
+// Guards the zombie rule: nothing reacts once its machine is a zombie, nested and
+// keyed reactors included. (Reactions per attribute and per key, an equal write not
+// notified: the status registry walk.)
 TEST_F(ReactorTest, ZombieNeverReacts) {
   Ptr<Link> a = dir_->linkIs("a");
   Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
   log.clear();
-  a->operStatusIs(1);
-  a->operStatusIs(1);
-  a->vlanVniIs(10, 5010);
-  EXPECT_EQ(taken(), (Log{"a operStatus=1", "a vlan 10"}));
   sm->lumDoZombieReactors(true);
   EXPECT_TRUE(sm->linkSm("a")->lumMarkedForDeletion()) << "zombie state must reach sub-machines";
   EXPECT_FALSE(sm->settings()->hasNotificationActive());
   a->operStatusIs(2);
+  a->vlanVniIs(10, 5010);
   settings_->enabledIs(true);
   EXPECT_TRUE(log.empty());
 }
