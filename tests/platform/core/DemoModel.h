@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/core/Attributes.h"
@@ -14,11 +15,15 @@ namespace Demo {
 
 using Lum::Ptr;
 
-inline std::vector<std::string> log;
+using Log = std::vector<std::string>;
+inline Log log;
+// What was recorded since the last call.
+inline Log taken() {
+  return std::exchange(log, {});
+}
 
 #define DEMO_LINK_ATTRS(X)                   \
   X(VALUE, OperStatus, operStatus, int, {0}) \
-  X(VALUE, Mtu, mtu, unsigned, {1500})       \
   X(MAP, VlanVni, vlanVni, int, int)
 
 class Link : public Lum::Entity {
@@ -31,8 +36,6 @@ class Link : public Lum::Entity {
 class LinkDir : public Lum::Entity {
   LUM_ENTITY(Demo::LinkDir, Lum::Entity, DEMO_LINK_DIR_ATTRS)
   explicit LinkDir(const Lum::Name& name) : Entity(name) {}
-  // The walk from the first key at or after `from`.
-  auto linkIteratorFrom(const Lum::Name& from) const { return link_.iterator(from); }
 };
 
 #define DEMO_SETTINGS_ATTRS(X) X(VALUE, Enabled, enabled, bool, {false})

@@ -2,13 +2,11 @@
 
 #include "DemoModel.h"
 #include "platform/core/Instance.h"
-#include "tests/support/Throws.h"
 
 namespace Demo {
 namespace {
 
 using Lum::Name;
-using TestSupport::thrownText;
 
 class ReactorTest : public ::testing::Test {
  protected:
@@ -23,27 +21,18 @@ struct Probe : Lum::VFPtrInterface {
 };
 
 // Guards the count word: flags must not disturb the count, the top bit must read as
-// "dying", and the object must be freed exactly once, in both counting modes.
+// "dying", and the object must be freed exactly once.
 TEST(PtrTest, CountAndFlagsShareOneWord) {
-  for (bool atomic : {false, true}) {
-    Lum::VFPtrInterface::enableThreadSafePointersIs(atomic);
-    Probe::freed = 0;
-    Probe* raw = new Probe;
-    {
-      Ptr<Probe> a(raw);
-      Ptr<const Probe> b = a;
-      EXPECT_EQ(raw->references(), 2u);
-      raw->lumMarkedForDeletionIs(true);
-      EXPECT_TRUE(raw->lumMarkedForDeletion());
-      EXPECT_EQ(raw->references(), 2u);
-      Ptr<Probe> c = std::move(a);
-      EXPECT_EQ(raw->references(), 2u);
-      EXPECT_EQ(Probe::freed, 0);
-    }
-    EXPECT_EQ(Probe::freed, 1);
+  Probe* raw = new Probe;
+  {
+    Ptr<Probe> a(raw);
+    Ptr<const Probe> b = a;
+    raw->lumMarkedForDeletionIs(true);
+    Ptr<Probe> c = std::move(a);
+    EXPECT_TRUE(raw->lumMarkedForDeletion());
+    EXPECT_EQ(raw->references(), 2u);
   }
-  Lum::VFPtrInterface::enableThreadSafePointersIs(false);
-  EXPECT_THROW(Lum::validPtr(Ptr<Probe>()), Lum::RangeException);
+  EXPECT_EQ(Probe::freed, 1);
 }
 
 // Guards the instantiating attribute: equal parameters keep the object, other ones
@@ -59,38 +48,18 @@ TEST(InstanceTest, EqualParametersKeepTheObject) {
   EXPECT_FALSE(holder);
 }
 
-// Guards the collection's xIs steps and their exact texts.
-TEST_F(ReactorTest, CollectionIsRejectsEmptyAndChangedParameters) {
-  Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
-  EXPECT_EQ(thrownText<Lum::RangeException>([&] { dir_->linkIs(Name()); }),
-            "null _name parameter to mutator for Demo::LinkDir::link not allowed\"");
-
-  struct Pair : Lum::Entity {
-    Pair(const Name& n, int v) : Entity(n), v(v) {}
-    int v;
-  };
-  Lum::Collection<Pair, Pair, Name, Name, int> c{nullptr, "Demo::Pair::pair", {"name", "size"}};
-  Ptr<Pair> p = c.is("x", 1);
-  EXPECT_EQ(c.is("x", 1), p);
-  EXPECT_EQ(thrownText<Lum::RangeException>([&] { c.is("x", 2); }),
-            "Reinstantiating the pointer interface where constructor parameter attribute "
-            "_size has a different value of 2");
-  EXPECT_EQ(c("x")->v, 1);
-}
-
 // Guards the catch-up: a reactor handed another notifier reacts as to a change,
 // the same notifier again does nothing, and a new element around another entity of
 // the same key is given that entity rather than rebuilt.
 TEST_F(ReactorTest, NewNotifierIsTreatedAsAChange) {
   Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
-  EXPECT_EQ(log, std::vector<std::string>{"enabled=0"});
-  log.clear();
+  EXPECT_EQ(taken(), Log{"enabled=0"});
   sm->settings()->notifierIs(settings_);
   EXPECT_TRUE(log.empty());
   Ptr<Settings> other(new Settings("other"));
   other->enabledIs(true);
   sm->settings()->notifierIs(other);
-  EXPECT_EQ(log, std::vector<std::string>{"enabled=1"});
+  EXPECT_EQ(taken(), Log{"enabled=1"});
 
   Ptr<Link> a = dir_->linkIs("a");
   log.clear();
@@ -101,7 +70,7 @@ TEST_F(ReactorTest, NewNotifierIsTreatedAsAChange) {
   EXPECT_EQ(direct.is(twin), d);
   EXPECT_EQ(d->notifier(), twin);
   // Attaching in the constructor is the first change of notifier, then the twin's.
-  EXPECT_EQ(log, (std::vector<std::string>{"a catch-up", "a init", "a catch-up"}));
+  EXPECT_EQ(log, (Log{"a catch-up", "a init", "a catch-up"}));
 }
 
 // Guards the order of deletion: zombie before doPrepareToDie, back pointer cleared
@@ -117,18 +86,17 @@ TEST_F(ReactorTest, DeletionRunsItsStepsInOrder) {
   // doPrepareToDie of the element is recorded with its parent still set (no "(orphan)").
   Ptr<LinkWatcherSm::LumLinkSm> gone = sm->linkSmDel("a");
   ASSERT_EQ(gone, aSm);
-  EXPECT_EQ(log, std::vector<std::string>{"a prepareToDie"});
-  EXPECT_TRUE(gone->lumMarkedForDeletion());
+  EXPECT_EQ(taken(), Log{"a prepareToDie"});
   EXPECT_EQ(gone->parent(), nullptr);
   EXPECT_FALSE(gone->hasNotificationActive());
-  log.clear();
   a->operStatusIs(1);
   EXPECT_TRUE(log.empty()) << "a deleted state machine reacted: " << log.front();
 }
 
 // Guards iteration: deleting the element under the iterator, and the one after it,
-// must neither crash nor skip a survivor.
+// must neither crash nor skip a survivor; and no element is made for an empty key.
 TEST_F(ReactorTest, DeletingWhileIterating) {
+  EXPECT_THROW(dir_->linkIs(Name()), Lum::RangeException);  // no element without a key
   for (const char* n : {"a", "b", "c", "d"}) dir_->linkIs(n);
   Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
   ASSERT_EQ(sm->linkSms(), 4u);
@@ -137,28 +105,24 @@ TEST_F(ReactorTest, DeletingWhileIterating) {
     seen.push_back(std::string(it.key().view()));
     if (it.key() == Name("a")) dir_->linkDel("a");
     if (it.key() == Name("b")) dir_->linkDel("c");
-    EXPECT_TRUE(it.hasBookmark());
   }
   EXPECT_EQ(seen, (std::vector<std::string>{"a", "b", "d"}));
   EXPECT_EQ(sm->linkSms(), 2u);
   EXPECT_FALSE(sm->linkSm("a"));
-  EXPECT_FALSE(dir_->linkIteratorFrom(Name("zz")).hasBookmark());
 }
 
-// Guards reactions: per attribute and per key, and nothing from a zombie.
+// Guards the zombie rule: nothing reacts once its machine is a zombie, nested and
+// keyed reactors included. (Reactions per attribute and per key, an equal write not
+// notified: the status registry walk.)
 TEST_F(ReactorTest, ZombieNeverReacts) {
   Ptr<Link> a = dir_->linkIs("a");
   Ptr<LinkWatcherSm> sm(new LinkWatcherSm(dir_, settings_));
-  log.clear();
-  a->operStatusIs(1);
-  a->operStatusIs(1);
-  a->vlanVniIs(10, 5010);
-  EXPECT_EQ(log, (std::vector<std::string>{"a operStatus=1", "a vlan 10"}));
   log.clear();
   sm->lumDoZombieReactors(true);
   EXPECT_TRUE(sm->linkSm("a")->lumMarkedForDeletion()) << "zombie state must reach sub-machines";
   EXPECT_FALSE(sm->settings()->hasNotificationActive());
   a->operStatusIs(2);
+  a->vlanVniIs(10, 5010);
   settings_->enabledIs(true);
   EXPECT_TRUE(log.empty());
 }
@@ -182,7 +146,7 @@ TEST_F(ReactorTest, ReactionMayDeleteItsOwnMachine) {
   r->isRegisteredNotifieeIs(true);
   a->operStatusIs(1);
   EXPECT_FALSE(r);
-  EXPECT_EQ(log, std::vector<std::string>{"1 1"});
+  EXPECT_EQ(log, Log{"1 1"});
   EXPECT_EQ(a->lumNotifieeCount(), 0u);
 }
 
@@ -205,17 +169,13 @@ TEST_F(ReactorTest, QueuedChangesKeepTheLastValue) {
   EXPECT_TRUE(log.empty());
   ASSERT_EQ(activity->scheduled.size(), 1u);
   activity->scheduled[0]->handleNotification();
-  EXPECT_EQ(log, std::vector<std::string>{"a operStatus=2"});
-
-  log.clear();
+  EXPECT_EQ(taken(), Log{"a operStatus=2"});
   activity->scheduled.clear();
   a->vlanVniIs(10, 1);
   a->operStatusIs(3);
   ASSERT_EQ(activity->scheduled.size(), 1u);
   activity->scheduled[0]->handleNotification();
-  EXPECT_EQ(log, std::vector<std::string>{"a catch-up"});
-
-  log.clear();
+  EXPECT_EQ(taken(), Log{"a catch-up"});
   activity->scheduled.clear();
   a->operStatusIs(4);
   sm->lumDoZombieReactors(true);
@@ -225,28 +185,15 @@ TEST_F(ReactorTest, QueuedChangesKeepTheLastValue) {
 }
 
 // Guards the generic interface where the status registry walk (which writes and reads
-// every attribute of every table-declared type by text, Demo::Link's too) does not
-// reach: a constructor argument of another name, the name attribute and an unknown id
-// by text, and no write or operation through a const reference.
-TEST(TypeRegistryTest, GenericInterface) {
-  const Lum::TypeInfo* t = Lum::TypeRegistry::type("Demo::Link");
-  ASSERT_NE(t, nullptr);
-  Ptr<Lum::Entity> e = t->construct({{"name", "et1"}});
-  EXPECT_TRUE(thrownText<Lum::RangeException>([&] {
-                t->construct({{"nom", "et1"}});
-              }).starts_with("Link"));
-  EXPECT_EQ(e->attributeString(Lum::Entity::kAttrName), Lum::String8("name"));
-  EXPECT_EQ(e->attributeString(999), Lum::String8("unknown"));
-
-  Lum::GenericRef ref(e);
-  ref.attributeIs("operStatus", "1");
+// every attribute of every table-declared type by text) and the agent's doCleanup
+// operation do not reach: no write or operation through a const reference.
+TEST(TypeRegistryTest, NothingChangesThroughAConstReference) {
+  Ptr<Lum::Entity> e = Lum::TypeRegistry::type("Demo::Link")->construct({{"name", "et1"}});
+  Lum::GenericRef(e).attributeIs("operStatus", "1");
   Lum::GenericRef constRef{Ptr<const Lum::Entity>(e)};
-  EXPECT_EQ(thrownText<Lum::Exception>([&] { constRef.attributeIs("operStatus", "2"); }),
-            "attempting to modify a const instance");
+  EXPECT_THROW(constRef.attributeIs("operStatus", "2"), Lum::Exception);
   EXPECT_THROW(constRef.invoke("down"), Lum::Exception);
   EXPECT_EQ(constRef.attribute("operStatus"), "1");
-  ref.invoke("down");
-  EXPECT_EQ(constRef.attribute("operStatus"), "0");
 }
 
 }  // namespace

@@ -43,9 +43,11 @@ Layout twoCollections(uint32_t wide = 5, uint32_t narrow = 3) {
   return Layout::plan({{"wide", 8, wide}, {"narrow", 2, narrow}});
 }
 
+// Whether `fn` throws a corruption error whose text holds `what`.
 template <class Fn>
-std::string corruptionText(Fn fn) {
-  return TestSupport::thrownText<Memtab::CorruptionDetectedException>(fn);
+bool refusedAs(Fn fn, const char* what) {
+  return TestSupport::thrownText<Memtab::CorruptionDetectedException>(fn).find(what) !=
+         std::string::npos;
 }
 
 void resealChecksum(unsigned char* header) {
@@ -91,19 +93,11 @@ TEST(MemtabLayoutTest, ParseRejectsEachDamagedHeaderField) {
   for (const auto& c : cases) {
     std::vector<unsigned char> damaged = sound;
     c.damage(damaged.data());
-    EXPECT_NE(corruptionText([&] {
-                Layout::parse(damaged.data(), damaged.size(), "t");
-              }).find(c.expected),
-              std::string::npos)
+    EXPECT_TRUE(refusedAs([&] { Layout::parse(damaged.data(), damaged.size(), "t"); }, c.expected))
         << c.expected;
   }
-  EXPECT_NE(corruptionText([&] {
-              Layout::parse(sound.data(), sound.size() - kAlign, "t");
-            }).find("layout of"),
-            std::string::npos);
-  EXPECT_THROW(Layout::plan({{"wide", 8, 1}, {"wide", 4, 1}}), Lum::RangeException);
-  EXPECT_THROW(Layout::plan({{std::string(kNameBytes, 'n'), 8, 1}}), Lum::RangeException);
-  EXPECT_THROW(Layout::plan({{"odd", 3, 1}}), Lum::RangeException);
+  EXPECT_TRUE(
+      refusedAs([&] { Layout::parse(sound.data(), sound.size() - kAlign, "t"); }, "layout of"));
 }
 
 // Guards the zeroing rules for an existing table of the right size (the agent's tests
@@ -126,19 +120,15 @@ TEST(MemtabTableTest, SameSizeOtherLayoutOrDamagedHeaderIsReinitialised) {
   EXPECT_THROW(table->slots<uint32_t>("wide"), Lum::RangeException);
 }
 
-// Guards the reader against a table that is missing, read at the wrong width, or laid
-// out again under it.
+// Guards the reader against a table read at the wrong width, laid out again or shrunk
+// under it. (A missing table: the agent's shared-memory counter test.)
 TEST(MemtabTableTest, ReaderReportsMissingAndRelaidTables) {
   SharedObjectGuard guard(Mount::objectName(uniqueAgentName("reader"), "t"));
-  const auto missing =
-      TestSupport::thrown<Lum::ErrnoException>([&] { TableReader::open(guard.name()); });
-  EXPECT_TRUE(missing && missing->errNo() == ENOENT && missing->step().ends_with(guard.name()));
   Table::openOrCreate(guard.name(), twoCollections());
   TableReader reader = TableReader::open(guard.name());
   EXPECT_THROW(reader.elements("wide", 4), Memtab::CorruptionDetectedException);
   Table::openOrCreate(guard.name(), Layout::plan({{"narrow", 2, 3}, {"wide", 8, 5}}));
-  EXPECT_NE(corruptionText([&] { reader.elements("wide", 8); }).find("laid out again"),
-            std::string::npos);
+  EXPECT_TRUE(refusedAs([&] { reader.elements("wide", 8); }, "laid out again"));
 
   // A table truncated while a reader has it open faulted the reader (SIGBUS).
   TableReader shrinking = TableReader::open(guard.name());
@@ -146,8 +136,7 @@ TEST(MemtabTableTest, ReaderReportsMissingAndRelaidTables) {
   ASSERT_GE(fd, 0);
   ASSERT_EQ(::ftruncate(fd, 100), 0);
   ::close(fd);
-  EXPECT_NE(corruptionText([&] { shrinking.elements("wide", 8); }).find("shrunk"),
-            std::string::npos);
+  EXPECT_TRUE(refusedAs([&] { shrinking.elements("wide", 8); }, "shrunk"));
 }
 
 // Guards adoption: an object that another user could reach (planted open to all, or of
@@ -173,25 +162,16 @@ TEST(MemtabTableTest, ObjectOpenToOthersIsReplaced) {
   EXPECT_EQ(st.st_uid, ::geteuid());
 }
 
-// A service whose shared-memory calls fail on demand and that tracks descriptors.
-struct FailingShm : Lum::SysCalls {
-  int failShmOpen = 0, failFtruncate = 0, failMmap = 0;
+// A service whose mmap fails, and that tracks the descriptor opened before it.
+struct FailingMmap : Lum::SysCalls {
   int opened = -1;
   bool closedOpened = false;
   int shmOpen(const char* name, int flags, mode_t mode) override {
-    if (failShmOpen) return errno = failShmOpen, -1;
     return opened = SysCalls::shmOpen(name, flags, mode);
   }
-  int ftruncate(int fd, off_t length) override {
-    if (failFtruncate) return errno = failFtruncate, -1;
-    return SysCalls::ftruncate(fd, length);
-  }
-  void* mmap(void* a, size_t n, int prot, int flags, int fd, off_t off) override {
-    if (failMmap) return errno = failMmap, MAP_FAILED;
-    return SysCalls::mmap(a, n, prot, flags, fd, off);
-  }
+  void* mmap(void*, size_t, int, int, int, off_t) override { return errno = ENOMEM, MAP_FAILED; }
   int close(int fd) override {
-    if (fd == opened) closedOpened = true;
+    closedOpened |= fd == opened;
     return SysCalls::close(fd);
   }
 };
@@ -199,64 +179,39 @@ struct FailingShm : Lum::SysCalls {
 // Guards failed set-up: the errno and the step reach the caller in the exception's
 // text ("<step>: <strerror> (errno N)"), and the descriptor opened before the failure
 // is not leaked.
-TEST(MemtabTableTest, FailedSystemCallsNameTheStepAndCloseTheDescriptor) {
+TEST(MemtabTableTest, FailedSystemCallNamesTheStepAndClosesTheDescriptor) {
   SharedObjectGuard guard(Mount::objectName(uniqueAgentName("fail"), "t"));
-  const struct {
-    int FailingShm::*which;
-    int err;
-    const char* step;
-  } cases[] = {{&FailingShm::failShmOpen, EMFILE, "shm_open "},
-               {&FailingShm::failFtruncate, ENOSPC, "ftruncate "},
-               {&FailingShm::failMmap, ENOMEM, "mmap "}};
-  for (const auto& c : cases) {
-    FailingShm fake;
-    fake.*c.which = c.err;
-    Lum::ScopedSysCalls scope(fake);
-    const auto e = TestSupport::thrown<Lum::ErrnoException>(
-        [&] { Table::openOrCreate(guard.name(), twoCollections()); });
-    ASSERT_TRUE(e && e->errNo() == c.err) << c.step;
-    EXPECT_EQ(e->what(), c.step + guard.name() + ": " + std::strerror(c.err) + " (errno " +
-                             std::to_string(c.err) + ")");
-    EXPECT_EQ(fake.closedOpened, fake.opened >= 0) << c.step;
-  }
+  FailingMmap fake;
+  Lum::ScopedSysCalls scope(fake);
+  const auto e = TestSupport::thrown<Lum::ErrnoException>(
+      [&] { Table::openOrCreate(guard.name(), twoCollections()); });
+  ASSERT_TRUE(e && e->errNo() == ENOMEM);
+  EXPECT_EQ(e->what(), "mmap " + guard.name() + ": " + std::strerror(ENOMEM) + " (errno " +
+                           std::to_string(ENOMEM) + ")");
+  EXPECT_TRUE(fake.opened >= 0 && fake.closedOpened);
 }
 
-// Guards the mount: the object naming that readers rely on to find an agent's table,
-// the type's widths and factory used, the mode honoured, and unknown types, foreign
-// collections and a second mount of a path refused.
+// Guards the mount: the type's widths used, and unknown types, foreign collections and
+// a second mount of a path refused. (Naming, the factory and a kept table: the agent's
+// shared-memory counter test.)
 TEST(MemtabMountTest, MountBuildsTheEntityOfTheType) {
-  EXPECT_EQ(Mount::objectName("a", "vxlan/counter"), "/vxrelay-a-vxlan-counter");
-  EXPECT_EQ(Mount::objectName("a", "/vxlan/counter"), "/vxrelay-a-vxlan-counter");
   EXPECT_THROW(Mount::objectName("a/b", "c"), Lum::RangeException);
-  EXPECT_THROW(Mount::objectName("a", ""), Lum::RangeException);
-  EXPECT_THROW(Mount::objectName("a", std::string(300, 'p')), Lum::RangeException);
-  EXPECT_THROW(Mount(""), Lum::RangeException);
   const std::string agent = uniqueAgentName("mount");
   SharedObjectGuard guard(Mount::objectName(agent, "slots/a"));
   MountInfo info;
   info.collectionInfoIs("narrow", 4);
   info.collectionInfoIs("wide", 2);
   info.collectionInfoIs("narrow", 6);
-  {
-    Mount mount(agent);
-    mount.doMount("slots/a", kSlotsType.typeName, info);
-    auto entity = Lum::ptrCast<SlotsEntity>(mount.getEntity("slots/a"));
-    ASSERT_TRUE(entity);
-    EXPECT_EQ(entity->name().view(), "a");
-    EXPECT_EQ(entity->table->objectName(), guard.name());
-    EXPECT_EQ(entity->table->layout(), Layout::plan({{"narrow", 2, 6}, {"wide", 8, 2}}));
-    entity->table->slots<uint64_t>("wide")[1] = 3;
-    EXPECT_THROW(mount.doMount("slots/a", kSlotsType.typeName, info), Lum::NameInUseException);
-    EXPECT_THROW(mount.doMount("slots/b", "Test::None", info), Lum::RangeException);
-    MountInfo foreign = info;
-    foreign.collectionInfoIs("other", 1);
-    EXPECT_THROW(mount.doMount("slots/b", kSlotsType.typeName, foreign), Lum::RangeException);
-  }
-  Mount again(agent);
-  info.modeIs(MountMode::clear);
-  again.doMount("slots/a", kSlotsType.typeName, info);
-  auto entity = Lum::ptrCast<SlotsEntity>(again.getEntity("slots/a"));
-  EXPECT_EQ(entity->table->slots<uint64_t>("wide")[1], 0u);
+  Mount mount(agent);
+  mount.doMount("slots/a", kSlotsType.typeName, info);
+  auto entity = Lum::ptrCast<SlotsEntity>(mount.getEntity("slots/a"));
+  ASSERT_TRUE(entity);
+  EXPECT_EQ(entity->table->layout(), Layout::plan({{"narrow", 2, 6}, {"wide", 8, 2}}));
+  EXPECT_THROW(mount.doMount("slots/a", kSlotsType.typeName, info), Lum::NameInUseException);
+  EXPECT_THROW(mount.doMount("slots/b", "Test::None", info), Lum::RangeException);
+  MountInfo foreign = info;
+  foreign.collectionInfoIs("other", 1);
+  EXPECT_THROW(mount.doMount("slots/b", kSlotsType.typeName, foreign), Lum::RangeException);
 }
 
 }  // namespace

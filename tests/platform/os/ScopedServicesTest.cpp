@@ -8,11 +8,11 @@ namespace Lum {
 namespace {
 
 // Guards against nested guards not restoring the service that was current before them,
-// which would leave later code on a fake that is gone, and against a default time
-// source that is not monotonic. (That a fake's failures reach the code, that the calls
-// it does not override reach the kernel and that the real service takes errno at the
-// call is what every fake-based test relies on: the failure paths of the shared-memory
-// table, the local-to-remote sockets and the kernel watcher, and the frame loops that
+// which would leave later code on a fake that is gone (the time source's guard is
+// written the same way), and against a default time source that is not monotonic. (That a fake's
+// failures reach the code, that the calls it does not override reach the kernel and that the real
+// service takes errno at the call is what every fake-based test relies on: the failure paths of the
+// shared-memory table, the local-to-remote sockets and the kernel watcher, and the frame loops that
 // end on EAGAIN.)
 TEST(ScopedServicesTest, NestedGuardsRestoreTheServiceBeforeThem) {
   SysCalls* const real = &sysCalls();
@@ -27,16 +27,6 @@ TEST(ScopedServicesTest, NestedGuardsRestoreTheServiceBeforeThem) {
   }
   EXPECT_EQ(&sysCalls(), real);
 
-  ManualTimeSource outerTime(10.0), innerTime(20.0);
-  {
-    ScopedTimeSource outerGuard(outerTime);
-    {
-      ScopedTimeSource innerGuard(innerTime);
-      innerTime.advance(1.5);
-      EXPECT_EQ(now(), 21.5);
-    }
-    EXPECT_EQ(now(), 10.0);
-  }
   EXPECT_NE(dynamic_cast<MonotonicTimeSource*>(&timeSource()), nullptr);
 }
 

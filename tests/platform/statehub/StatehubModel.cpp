@@ -6,12 +6,7 @@ namespace StatehubTest {
 
 Statehub::MountStatus mountAll(Statehub::EntityManager& em, Lum::EventLoop& loop,
                                const std::vector<std::array<std::string, 3>>& mounts) {
-  struct Recorder : Statehub::Mounter {
-    std::vector<Statehub::MountStatus> calls;
-    void doMountsComplete(Statehub::MountStatus s, Statehub::EntityManager&) override {
-      calls.push_back(s);
-    }
-  } m;
+  RecordingMounter m;
   Lum::Ptr<Statehub::MountGroup> g = em.getMountGroup(&m);
   for (const auto& [mode, type, path] : mounts) g->doMount(mode, type, path);
   g->doClose(false, "", 0);

@@ -32,6 +32,14 @@ class VtiDir : public Lum::Entity {
   explicit VtiDir(const Lum::Name& name) : Entity(name) {}
 };
 
+// Records the outcomes a mount group delivers.
+struct RecordingMounter : Statehub::Mounter {
+  std::vector<Statehub::MountStatus> calls;
+  void doMountsComplete(Statehub::MountStatus s, Statehub::EntityManager&) override {
+    calls.push_back(s);
+  }
+};
+
 // Mounts {mode, type, path} as one group and runs the loop once: the status the group
 // completed with, mountUnknown_ (and a failure) when it did not complete exactly once.
 Statehub::MountStatus mountAll(Statehub::EntityManager& em, Lum::EventLoop& loop,

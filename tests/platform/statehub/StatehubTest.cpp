@@ -1,31 +1,19 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "StatehubModel.h"
 #include "platform/core/Dir.h"
 #include "platform/statehub/Cell.h"
 #include "platform/statehub/EntityManager.h"
-#include "tests/support/TempDir.h"
 #include "tests/support/Throws.h"
 
 namespace Statehub {
 namespace {
 
 using nlohmann::json;
+using StatehubTest::RecordingMounter;
 using StatehubTest::VtiDir;
 using StatehubTest::VtiWatch;
 using TestSupport::thrownText;
-
-struct RecordingMounter : Mounter {
-  std::vector<MountStatus> calls;
-  EntityManager* em = nullptr;
-  void doMountsComplete(MountStatus status, EntityManager& m) override {
-    calls.push_back(status);
-    em = &m;
-  }
-};
 
 class StatehubTest : public ::testing::Test {
  protected:
@@ -56,21 +44,13 @@ TEST_F(StatehubTest, MountGroupCompletesOnTheLoopWithEntitiesAtTheirPaths) {
   EXPECT_EQ(g->status(), mountInProgress_);
   EXPECT_FALSE(em->getEntity("vxlan/vtiDir"));
   EXPECT_THROW(g->doMount("r", "Lum::Dir", "late"), Lum::RangeException);
-  ASSERT_EQ(g->mounts().size(), 3u);
-  EXPECT_EQ(g->mounts()[1],
-            (MountGroup::Mount{"wc", "Lum::Dir", "cell/1/agent/commandRequest/vxlan"}));
   g = nullptr;  // the group lives on until its outcome is delivered
 
   loop.runOnce(0);
   ASSERT_EQ(m.calls, std::vector<MountStatus>{mountSuccess_});
-  EXPECT_EQ(m.em, em.ptr());
   Lum::Ptr<Lum::Entity> vtis = em->getEntity("vxlan/vtiDir/");
   ASSERT_TRUE(Lum::ptrCast<VtiDir>(vtis));
-  EXPECT_EQ(vtis->name().view(), "vtiDir");
-  Lum::Ptr<Lum::Dir> dir =
-      Lum::ptrCast<Lum::Dir>(em->getEntity(Cell::path("agent/commandRequest/vxlan")));
-  ASSERT_TRUE(dir);
-  EXPECT_EQ(dir->name().view(), "vxlan");
+  EXPECT_TRUE(Lum::ptrCast<Lum::Dir>(em->getEntity(Cell::path("agent/commandRequest/vxlan"))));
   EXPECT_EQ(em->mountPaths().size(), 2u);
 
   // A later group's mount of the path shares the entity; another type fails.
@@ -117,9 +97,7 @@ TEST_F(StatehubTest, EntitiesBelowAMountAndNullDeletes) {
   EXPECT_EQ(em->getEntity(base + "/vtiStatus/Ethernet1/1/"),
             dir->vtiStatus(Wire::IntfId("Ethernet1/1")));
   EXPECT_EQ(em->getEntity(base + "/settings"), dir->settings());
-  EXPECT_FALSE(em->getEntity(base + "/vtiStatus/Vxlan2"));
   EXPECT_FALSE(em->getEntity(base + "/vtiStatus/Vxlan1/udpPort"));
-  EXPECT_FALSE(em->getEntity(base + "/nothing"));
   EXPECT_FALSE(em->getEntity("interface/status"));
 
   em->stateIs(
@@ -179,17 +157,13 @@ TEST_F(StatehubTest, RefusedDocumentChangesNothingAndNamesThePath) {
       {{{"foo", 1}}, base + "/foo: no attribute foo in StatehubTest::VtiDir"},
       {{{"vtiStatus", {{"Vxlan1", {{"udpPort", 70000}}}}}},
        base + "/vtiStatus/Vxlan1/udpPort: value 70000 out of range"},
-      {{{"vtiStatus", {{"Vxlan2", {{"ttl", true}}}}}}, base + "/vtiStatus/Vxlan2/ttl:"},
       {{{"vtiStatus", {{"Vxlan1", {{"vlanToVniMap", {{"4095", 1}}}}}}}},
        base + "/vtiStatus/Vxlan1/vlanToVniMap/4095:"},
       {{{"vtiStatus", {{"Vxlan 1", json::object()}}}}, base + "/vtiStatus/Vxlan 1:"},
-      {{{"vtiStatus", {{"", json::object()}}}}, base + "/vtiStatus/: null _intfId parameter"},
       {{{"vtiStatus", {{"Vxlan1", {{"operStatus", 99}}}}}},
        base + "/vtiStatus/Vxlan1/operStatus: 99 is not one of intfOperUnknown (0), intfOperUp (1)"},
       {{{"vtiStatus", {{"Vxlan1", {{"vlanToVniMap", "10"}}}}}},
        base + "/vtiStatus/Vxlan1/vlanToVniMap: a map is described by an object"},
-      {{{"vtiStatus", {{"Vxlan1", {{"deviceName", {{"x", 1}}}}}}}},
-       base + "/vtiStatus/Vxlan1/deviceName: a value is a string, number or bool"},
       {{{"settings", {{"version", 4}}}}, base + "/settings/version:"},
       {{{"vtiStatus", {{"Vxlan1", {{"name", "Vxlan9"}}}}}}, base + "/vtiStatus/Vxlan1/name:"},
   };
@@ -201,7 +175,6 @@ TEST_F(StatehubTest, RefusedDocumentChangesNothingAndNamesThePath) {
     EXPECT_TRUE(error.starts_with(message)) << error;
     EXPECT_EQ(em->stateOf(kVti), before) << content;
   }
-  EXPECT_THROW(em->stateIs(json::array()), StateError);
 
   // State for paths nothing mounts was kept without limit (a 256 MiB file peaked at
   // 1.3 GB): past the bound the document is refused whole and nothing more is kept.
@@ -214,25 +187,6 @@ TEST_F(StatehubTest, RefusedDocumentChangesNothingAndNamesThePath) {
             std::string::npos);
   EXPECT_EQ(em->pendingStatePaths(), (std::vector<std::string>{"later/a", "later/b"}));
   EXPECT_EQ(em->stateOf(kVti), before);
-}
-
-// Guards the state file: it is read and applied like a document, and one that cannot
-// be read or parsed is refused naming the file.
-TEST_F(StatehubTest, StateFiles) {
-  const TestSupport::TempDir dir("vxr-statefile");
-  const std::filesystem::path& dirPath = dir.path();
-  const std::string good = dirPath / "good.json", broken = dirPath / "broken.json";
-  std::ofstream(good)
-      << R"({"later/mounted": {"label": "x"}, "interface/status/eth/vxlan": {"label": "y"}})";
-  std::ofstream(broken) << R"({"interface/status/eth/vxlan": {"label": )";
-  ASSERT_EQ(mountAll("StatehubTest::VtiDir", kVti), mountSuccess_);
-  em->stateFileIs(good);
-  EXPECT_EQ(vtiDir()->label().view(), "y");
-  EXPECT_EQ(em->pendingStatePaths(), std::vector<std::string>{"later/mounted"});
-  for (const std::string& file : {broken, (dirPath / "missing.json").string()}) {
-    const std::string error = thrownText<StateError>([&] { em->stateFileIs(file); });
-    EXPECT_TRUE(error.starts_with(file + ": ")) << error;
-  }
 }
 
 }  // namespace
