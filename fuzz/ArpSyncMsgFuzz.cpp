@@ -16,5 +16,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   } catch (const Lum::RangeException&) {
     // The VLAN of the message is out of range: the reaction ends there.
   }
+  machine.forget();
   return 0;
 }

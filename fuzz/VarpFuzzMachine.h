@@ -6,42 +6,15 @@
 // socket.
 #pragma once
 
-#include <fcntl.h>
-#include <linux/netlink.h>
-#include <unistd.h>
-
 #include <cstring>
 
-#include "platform/os/SysCalls.h"
+#include "tests/varp/VarpKernel.h"
 #include "varp/VirtualArpSm.h"
 
 namespace VarpFuzz {
 
-struct QuietKernel : Lum::SysCalls {
-  uint32_t seq = 0;
-  // A real descriptor that the event loop can watch, on which nothing ever arrives.
-  int socket(int, int, int) override { return ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0); }
-  int bind(int, const sockaddr*, socklen_t) override { return 0; }
-  int setsockopt(int, int, int, const void*, socklen_t) override { return 0; }
-  ssize_t sendmsg(int, const msghdr*, int) override { return 0; }
-  Lum::SysResult sendto(int, const void* buf, size_t len, int, const sockaddr*,
-                        socklen_t) override {
-    seq = static_cast<const nlmsghdr*>(buf)->nlmsg_seq;
-    return {ssize_t(len), 0};
-  }
-  Lum::SysResult recv(int, void* buf, size_t, int) override {
-    struct {
-      nlmsghdr hdr;
-      nlmsgerr err;
-    } ack{};
-    ack.hdr = {sizeof ack, NLMSG_ERROR, 0, seq, 0};
-    std::memcpy(buf, &ack, sizeof ack);
-    return {ssize_t(sizeof ack), 0};
-  }
-};
-
 struct Machine {
-  QuietKernel kernel;
+  TestSupport::VarpKernel kernel;
   Lum::ScopedSysCalls guard{kernel};
   Lum::Ptr<Vxlan::VirtualArpSm> sm;
   Lum::Ptr<Vxlan::VirtualArpSm::LumVtiStatusSm> vti;
@@ -90,6 +63,12 @@ struct Machine {
     sm = new VirtualArpSm(in);
     vti = sm->vtiStatusSm(Wire::IntfId("Vxlan1"));
     vti->udpPam()->modeIs(1);
+  }
+
+  void forget() {
+    kernel.sent.clear();
+    kernel.writes.clear();
+    sm->arpRewritePendingListDelAll();
   }
 
   // The input as a received packet: its bytes end where the packet's storage ends, so

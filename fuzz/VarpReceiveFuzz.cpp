@@ -15,6 +15,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   } catch (const Lum::RangeException&) {
     // VLAN 4095 in the tag: the reaction ends there.
   }
-  machine.sm->arpRewritePendingListDelAll();
+  machine.forget();
   return 0;
 }

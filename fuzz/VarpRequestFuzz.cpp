@@ -43,6 +43,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto list = machine.sm->arpRewritePendingList({Vxlan::Vni(vni), Wire::IpGenAddr(target)});
     if (!list || !list->reqMacAddr(Wire::EthAddr::fromBytes(in.data() + kArpSender))) std::abort();
   }
-  machine.sm->arpRewritePendingListDelAll();
+  machine.forget();
   return 0;
 }

@@ -32,16 +32,7 @@ const Wire::EthAddr kZeroMac;
 }  // namespace
 
 void Sm::handleVxlanArpRxPamReadable() {
-  if (!vxlanArpRxPam_) {
-    VTI_TRACE(1, " vxlanArpRxPam is NULL");
-    return;
-  }
-  const Lum::Ptr<const VtiStatus> vti = notifier();
-  const auto oper = vti ? vti->operStatus() : Interface::IntfOperStatus::intfOperUnknown;
-  if (!initialized_ || oper != Interface::IntfOperStatus::intfOperUp) {
-    VTI_TRACE(7, " vti operStatus " << static_cast<int>(oper));
-    return;
-  }
+  if (!readsFrom(vxlanArpRxPam_.ptr(), " vxlanArpRxPam is NULL")) return;
   if (const Lum::Ptr<Wire::Pkt> pkt = vxlanArpRxPam_->rxPkt()) handleVxlanArpPkt(pkt);
 }
 

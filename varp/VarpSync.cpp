@@ -49,16 +49,7 @@ void Sm::syncArpEntryToPeer(Bridging::VlanIdOrNone vlan, const Wire::EthArpIpHdr
 }
 
 void Sm::handleArpSyncUdpPamReadable() {
-  if (!arpSyncUdpPam_) {
-    VTI_TRACE(1, " arpSyncUdpPam is NULL");
-    return;
-  }
-  const Lum::Ptr<const VtiStatus> vti = notifier();
-  const auto oper = vti ? vti->operStatus() : Interface::IntfOperStatus::intfOperUnknown;
-  if (!initialized_ || oper != Interface::IntfOperStatus::intfOperUp) {
-    VTI_TRACE(7, " vti operStatus " << static_cast<int>(oper));
-    return;
-  }
+  if (!readsFrom(arpSyncUdpPam_.ptr(), " arpSyncUdpPam is NULL")) return;
   const Lum::Ptr<Wire::Pkt> pkt = arpSyncUdpPam_->rxPkt();
   if (!pkt) return;
   handleArpSyncMsg(pkt);

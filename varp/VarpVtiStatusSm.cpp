@@ -47,6 +47,20 @@ void Sm::handleInitialized() {
   if (owner_) mlagStatus_.is(owner_->inputs().mlagStatus);
 }
 
+bool Sm::readsFrom(const Wire::Pam* pam, const char* missing) const {
+  if (!pam) {
+    LUM_TRACE(varpTrace, 1, "VarpSm(" << intfId_ << ")" << missing);
+    return false;
+  }
+  if (initialized_ && operUp()) return true;
+  const Lum::Ptr<const VtiStatus> vti = notifier();
+  LUM_TRACE(varpTrace, 7,
+            "VarpSm(" << intfId_ << ") vti operStatus "
+                      << static_cast<int>(vti ? vti->operStatus()
+                                              : Interface::IntfOperStatus::intfOperUnknown));
+  return false;
+}
+
 bool Sm::operUp() const {
   const Lum::Ptr<const VtiStatus> vti = notifier();
   return vti && vti->operStatus() == Interface::IntfOperStatus::intfOperUp;

@@ -120,6 +120,9 @@ class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
 
  private:
   void handleInitialized();
+  // Whether a packet waiting on `pam` is to be read now: the PAM is there (else the
+  // words `missing` are traced), the machine initialized and the VTI up.
+  bool readsFrom(const Wire::Pam* pam, const char* missing) const;
   void handleVxlanArpRequestPkt(const Lum::Ptr<Wire::Pkt>& pkt, const VxlanArpFrame& f,
                                 Bridging::VlanIdOrNone vlan);
   void handleVxlanArpReplyPkt(const Lum::Ptr<Wire::Pkt>& pkt, const VxlanArpFrame& f,
