@@ -62,6 +62,13 @@ void checkPortFrame(const FpSwitch& sw, const Decision& d, std::span<const uint8
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FpSwitch sw(ports(), 8);
+  // ARP from the overlay is trapped on port id 16; the whole input is also an
+  // underlay frame, which, trapped, goes to the agent with four bytes more.
+  sw.trappedArpPortIs(16);
+  std::vector<uint8_t> trapped;
+  if (overlayArpTrapped({data, size}, 0x0100000a, 4789, trapped)) {
+    check(trapped.size() == size + 4 && trapped[12] == 0x00 && trapped[13] == 0x40);
+  }
   size_t at = 0;
   while (at + 2 <= size) {
     const int source = data[at] % 4;
@@ -83,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                   c[C::dropVlanNotAllowed] + c[C::dropSameSegment]);
   check(c[C::txRawRxFrames] == c[C::txRawLocalFrames] + c[C::txRawFloodFrames] +
                                    c[C::dropTxRawBadHeader] + c[C::dropTxRawUnknownVlan] +
-                                   c[C::dropTxRawToRemote]);
+                                   c[C::dropTxRawToRemote] + c[C::dropTxRawTrappedArp]);
   check(sw.macs().size() <= 8);
   return 0;
 }

@@ -113,7 +113,7 @@ state_file() {  # state_file FILE LOCAL REMOTE
   cat >"$1" <<EOF
 {
   "interface/status/eth/vxlan": {"vtiStatus": {"Vxlan1": {
-    "operStatus": 1, "localVtepAddr": "$2", "srcIpIntf": "Loopback0",
+    "operStatus": 1, "localVtepAddr": "$2", "vArpVtepAddr": "$2", "srcIpIntf": "Loopback0",
     "srcIntfKernelName": "underlay", "udpPort": 4789, "ttl": 64,
     "floodMcastGrp": "0.0.0.0", "vlanToVniMap": {"$vlan": $vni}}}},
   "vxlan/hardware/status": {
@@ -122,6 +122,10 @@ state_file() {  # state_file FILE LOCAL REMOTE
     "bumStatus": {"bumReplicationMode": 0, "bumVtepList": {
       "00:00:00:00:00:00/$vlan": {"remoteVtepAddr": {"$3": true}, "listType": 0}}}},
   "bridging/config": {"bridgeMacAddr": "00:1c:73:00:00:01"},
+  "ip/status": {"ipIntfStatus": {"Vlan$vlan": {
+    "activeAddrWithMask": "192.168.50.253/24",
+    "activeVirtualAddrWithMask": "192.168.50.254/24"}}},
+  "routing/fhrp/vrMacStatus": {"varpVirtualMac": "00:00:5e:00:01:01"},
   "bridging/hwcapabilities": {"vxlanTxRawSupported": true},
   "mlag/status": {"mlagState": 0}
 }
@@ -135,12 +139,20 @@ make_switch() {  # make_switch NS INDEX LOCAL REMOTE NAME:MODE:VLANS...: devices
     ip -n "$ns" link set "$dev-p" up
     ip -n "$ns" link set "$dev" up
   done
+  # The SVI of the VLAN as the kernel has it: virtual ARP writes what it learns there.
+  ip -n "$ns" link add "vlan$vlan" type veth peer name "vlan$vlan-p"
+  ip -n "$ns" addr add 192.168.50.253/24 dev "vlan$vlan"
+  ip -n "$ns" link set "vlan$vlan-p" up
+  ip -n "$ns" link set "vlan$vlan" up
   echo "$agent" >>"$work/agents"
   state_file "$work/state-$2.json" "$3" "$4"
   start "host-$2" "$ns" "$bin/vxrelay-host" --state "$work/state-$2.json" --name "$agent" \
     --control "$work/$agent.sock"
   for port in "${@:5}"; do ports+=(--port "$port"); done
-  start "fpemu-$2" "$ns" "$bin/vxrelay-fpemu" "${ports[@]}" --vxlan vxlan-p --txraw txraw-p
+  # The emulator traps ARP for the VTEP, as the forwarding plane does, and drops the
+  # copies that the agent's own decapsulation (port 16) hands back.
+  start "fpemu-$2" "$ns" "$bin/vxrelay-fpemu" "${ports[@]}" --vxlan vxlan-p --txraw txraw-p \
+    --underlay underlay --vtep "$3" --r2l-port 16
 }
 
 wait_for() {  # wait_for WHAT TENTHS COMMAND...: until the command succeeds
@@ -212,6 +224,15 @@ else
   echo "demo.sh: the transfer arrived damaged" >&2
   exit 1
 fi
+
+# Virtual ARP: host-b asks for the VLAN's virtual router address; the switch of host-a
+# answers with the virtual MAC from inside the overlay and learns host-b on its SVI.
+say "ARP from host-b for the virtual router address 192.168.50.254"
+ip netns exec "$b" ping -c 1 -W 1 192.168.50.254 >/dev/null 2>&1 || true
+wait_for "the virtual router's MAC at host-b" 30 \
+  sh -c "ip -n '$b' neigh show 192.168.50.254 | grep -q 00:00:5e:00:01:01"
+echo "host-b:   $(ip -n "$b" neigh show 192.168.50.254)"
+echo "switch 1: $(ip -n "$sw1" neigh show 192.168.50.2 dev "vlan$vlan")"
 
 # --- counters --------------------------------------------------------------------------
 

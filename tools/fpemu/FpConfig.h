@@ -12,6 +12,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,14 @@ struct EmulatorConfig {
   std::string vxlanDevice = "vxlan-p";
   std::string txRawDevice = "txraw-p";
   std::vector<PortConfig> ports;
+  // The trap of ARP for the VTEP: the underlay device it watches, the VTEP's address
+  // (network order) and UDP port, and the port id on which the agent's software
+  // decapsulation writes to "txraw" (its ARP copies are dropped: the trap has them).
+  // No trap without an underlay device.
+  std::string underlayDevice;
+  uint32_t vtepAddr = 0;
+  uint16_t vxlanUdpPort = 4789;
+  std::optional<uint16_t> r2lPortId;
 };
 
 // Each throws std::invalid_argument naming what is wrong.

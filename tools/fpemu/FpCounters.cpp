@@ -20,6 +20,8 @@ std::optional<Counter> Counters::ofDrop(Drop d) {
       return Counter::dropTxRawUnknownVlan;
     case Drop::txRawToRemote:
       return Counter::dropTxRawToRemote;
+    case Drop::txRawTrappedArp:
+      return Counter::dropTxRawTrappedArp;
   }
   return std::nullopt;
 }

@@ -7,6 +7,9 @@
 //                   + dropRunt + dropVlanNotAllowed + dropSameSegment
 //   txRawRxFrames = txRawLocalFrames + txRawFloodFrames
 //                   + dropTxRawBadHeader + dropTxRawUnknownVlan + dropTxRawToRemote
+//                   + dropTxRawTrappedArp
+//   underlayRxFrames  (with the trap on) counts what the underlay brought, of which
+//                   overlayArpTrapped went to the agent on "vxlan" (in agentTxFrames)
 // and every write once: agentTxFrames (on "vxlan") and portTxFrames, or sendErrors.
 #pragma once
 
@@ -40,6 +43,9 @@ namespace Fpemu {
   X(dropTxRawBadHeader)   \
   X(dropTxRawUnknownVlan) \
   X(dropTxRawToRemote)    \
+  X(dropTxRawTrappedArp)  \
+  X(underlayRxFrames)     \
+  X(overlayArpTrapped)    \
   X(readErrors)           \
   X(sendErrors)
 

@@ -29,7 +29,12 @@ sigset_t handledSignals() {
 }  // namespace
 
 FpEmulator::FpEmulator(const EmulatorConfig& config, Lum::EventLoop& loop, std::ostream& out)
-    : loop_(loop), out_(out), switch_(config.ports), rx_(kFrameCapacity) {
+    : loop_(loop),
+      out_(out),
+      switch_(config.ports),
+      vtepAddr_(config.vtepAddr),
+      vxlanUdpPort_(config.vxlanUdpPort),
+      rx_(kFrameCapacity) {
   try {
     for (const PortConfig& p : config.ports) ports_.push_back(open(p.name, true));
     txRaw_ = open(config.txRawDevice, true);
@@ -37,6 +42,11 @@ FpEmulator::FpEmulator(const EmulatorConfig& config, Lum::EventLoop& loop, std::
     watchSignals();
     for (const Socket& s : ports_) loop_.readableHandlerIs(s.fd, this);
     loop_.readableHandlerIs(txRaw_.fd, this);
+    if (!config.underlayDevice.empty()) {
+      underlay_ = open(config.underlayDevice, true);
+      loop_.readableHandlerIs(underlay_.fd, this);
+      switch_.trappedArpPortIs(config.r2lPortId);
+    }
     loop_.readableHandlerIs(signalFd_, this);
   } catch (...) {
     closeAll();
@@ -55,9 +65,9 @@ void FpEmulator::closeAll() noexcept {
     Lum::sysCalls().close(fd);
   };
   for (const Socket& s : ports_) close(s.fd);
-  for (int fd : {vxlan_.fd, txRaw_.fd, signalFd_}) close(fd);
+  for (int fd : {vxlan_.fd, txRaw_.fd, underlay_.fd, signalFd_}) close(fd);
   ports_.clear();
-  vxlan_ = txRaw_ = Socket{};
+  vxlan_ = txRaw_ = underlay_ = Socket{};
   signalFd_ = -1;
 }
 
@@ -178,6 +188,16 @@ void FpEmulator::onReadable(int fd) {
   }
   if (fd == txRaw_.fd) {
     drain(txRaw_, [this](std::span<const uint8_t> f) { deliver(switch_.fromTxRaw(f), f, 0); });
+    return;
+  }
+  if (fd == underlay_.fd) {
+    drain(underlay_, [this](std::span<const uint8_t> f) {
+      Counters& c = switch_.counters();
+      c.add(Counter::underlayRxFrames);
+      if (!overlayArpTrapped(f, vtepAddr_, vxlanUdpPort_, trapped_)) return;
+      c.add(Counter::overlayArpTrapped);
+      send(vxlan_, trapped_, Counter::agentTxFrames);
+    });
     return;
   }
   for (size_t i = 0; i < ports_.size(); ++i) {

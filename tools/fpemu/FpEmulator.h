@@ -1,7 +1,9 @@
 // Fpemu::FpEmulator: the emulated forwarding plane on the event loop. One packet
 // socket per host port and one on the emulator's end of "txraw" read frames; the
 // switch (FpSwitch) decides; the frames go out on the ports' sockets and, in the
-// local form, on a send-only socket on the emulator's end of "vxlan".
+// local form, on a send-only socket on the emulator's end of "vxlan". With an underlay
+// device it also traps ARP that arrives inside VXLAN for the VTEP, as a forwarding
+// plane does, and hands it to the agent on "vxlan" (overlayArpTrapped).
 //
 // Sockets are made and used through the platform's SysCalls service. A port socket
 // ignores what the emulator itself sends (PACKET_IGNORE_OUTGOING, and the packet
@@ -61,6 +63,11 @@ class FpEmulator : private Lum::ReadableHandler {
   std::vector<Socket> ports_;
   Socket vxlan_;
   Socket txRaw_;
+  // The trap of ARP for the VTEP (closed: none), and the frame it hands on.
+  Socket underlay_;
+  uint32_t vtepAddr_;
+  uint16_t vxlanUdpPort_;
+  std::vector<uint8_t> trapped_;
   int signalFd_ = -1;
   std::vector<uint8_t> rx_;
   std::vector<uint8_t> tx_;

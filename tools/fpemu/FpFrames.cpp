@@ -113,8 +113,34 @@ TxRaw txRawOf(std::span<const uint8_t> frame, std::vector<uint8_t>& inner) {
     return t;
   }
   t.vlan = be16(frame, kMacBytes + 2) & 0x0fff;
+  t.portId = be16(frame, kMacBytes + 4);
   copyAround(frame, -static_cast<long>(kTxRawHdrLen), inner);
   return t;
+}
+
+bool overlayArpTrapped(std::span<const uint8_t> datagram, uint32_t vtep, uint16_t udpPort,
+                       std::vector<uint8_t>& out) {
+  size_t ip = kEthHdrLen;
+  if (datagram.size() < kEthHdrLen) return false;
+  uint16_t type = be16(datagram, kMacBytes);
+  if (type == kTpidDot1q) {
+    if (datagram.size() < kEthHdrLen + kTagLen) return false;
+    type = be16(datagram, kMacBytes + kTagLen);
+    ip += kTagLen;
+  }
+  if (type != 0x0800 || datagram.size() < ip + 20) return false;
+  const size_t ipLen = (datagram[ip] & 0x0f) * 4u;
+  const size_t vxlan = ip + ipLen + 8;
+  const size_t inner = vxlan + 8;
+  if (ipLen < 20 || datagram[ip + 9] != 17 || datagram.size() < inner + kEthHdrLen) return false;
+  uint32_t dst;
+  std::memcpy(&dst, datagram.data() + ip + 16, 4);
+  if (dst != vtep || be16(datagram, ip + ipLen + 2) != udpPort) return false;
+  if (be16(datagram, inner + kMacBytes) != 0x0806) return false;
+  out.assign(datagram.begin(), datagram.begin() + kMacBytes);
+  out.insert(out.end(), {0x00, 0x40, 0x00, 0x00});
+  out.insert(out.end(), datagram.begin() + kMacBytes, datagram.end());
+  return true;
 }
 
 std::span<uint8_t> withTagRestored(std::span<uint8_t> buf, size_t len, uint16_t tpid,

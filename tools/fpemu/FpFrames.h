@@ -55,7 +55,8 @@ enum class Drop : uint8_t {
   sameSegment,     // the destination is learnt where the frame came from
   txRawBadHeader,  // shorter than the "txraw" header, or another tag than 0x0008
   txRawUnknownVlan,
-  txRawToRemote,  // the destination is learnt from "txraw" itself
+  txRawToRemote,    // the destination is learnt from "txraw" itself
+  txRawTrappedArp,  // ARP the software decapsulation handed over: the trap has it
 };
 
 // A frame from a host port, placed in the switch: its VLAN, the flags the agent needs,
@@ -84,6 +85,7 @@ void egressOf(const PortConfig& port, uint16_t vlan, std::span<const uint8_t> in
 struct TxRaw {
   Drop drop = Drop::none;
   uint16_t vlan = 0;
+  uint16_t portId = 0;
 };
 TxRaw txRawOf(std::span<const uint8_t> frame, std::vector<uint8_t>& inner);
 
@@ -92,6 +94,18 @@ TxRaw txRawOf(std::span<const uint8_t> frame, std::vector<uint8_t>& inner);
 // bytes): the MAC addresses move to the front and the tag follows them. The frame
 // with its tag, or the untouched frame when it is too short to carry MACs.
 std::span<uint8_t> withTagRestored(std::span<uint8_t> buf, size_t len, uint16_t tpid, uint16_t tci);
+
+// The trap of ARP for this VTEP. A forwarding plane hands ARP that arrives inside VXLAN
+// for the switch's VTEP to the agent on "vxlan" instead of decapsulating it: the
+// datagram as it arrived, behind the pseudo type 0x0040 and two bytes (the switch's
+// layout, as it stands):
+//
+//   dst | src | 0040 | 0000 | the datagram's type or tag onwards (IPv4, UDP, VXLAN, ...)
+//
+// `datagram` is a frame read on the underlay; it is trapped (written to `out`) when it
+// is IPv4 UDP to `vtep` (network order) on `udpPort`, with an ARP inner frame.
+bool overlayArpTrapped(std::span<const uint8_t> datagram, uint32_t vtep, uint16_t udpPort,
+                       std::vector<uint8_t>& out);
 
 // The six bytes of a MAC address as one number, and the group bit.
 uint64_t macOf(const uint8_t* sixBytes);

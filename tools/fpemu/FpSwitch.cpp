@@ -79,6 +79,10 @@ const Decision& FpSwitch::fromTxRaw(std::span<const uint8_t> frame) {
   counters_.add(Counter::txRawRxFrames);
   const TxRaw t = txRawOf(frame, d_.inner);
   if (t.drop != Drop::none) return dropped(t.drop);
+  if (trappedArpPort_ && t.portId == *trappedArpPort_ && d_.inner.size() >= kEthHdrLen &&
+      d_.inner[kMacBytes] == 0x08 && d_.inner[kMacBytes + 1] == 0x06) {
+    return dropped(Drop::txRawTrappedArp);
+  }
   d_.vlan = t.vlan;
   bool carried = false;
   for (const PortConfig& p : ports_) carried = carried || p.carries(t.vlan);

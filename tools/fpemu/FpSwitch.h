@@ -15,6 +15,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -44,6 +45,10 @@ class FpSwitch {
   // The decision stays valid until the next call.
   const Decision& fromPort(int port, std::span<const uint8_t> frame);
   const Decision& fromTxRaw(std::span<const uint8_t> frame);
+  // With the trap of ARP on, ARP that "txraw" brings on this port id (the agent's
+  // software decapsulation) is dropped: the trap handed it to the agent already, and
+  // what the agent does not answer comes back on its own port id.
+  void trappedArpPortIs(std::optional<uint16_t> portId) { trappedArpPort_ = portId; }
 
   const MacTable& macs() const { return macs_; }
   Counters& counters() { return counters_; }
@@ -57,6 +62,7 @@ class FpSwitch {
   void flood(uint16_t vlan, int except);
 
   std::vector<PortConfig> ports_;
+  std::optional<uint16_t> trappedArpPort_;
   MacTable macs_;
   Counters counters_;
   Decision d_;

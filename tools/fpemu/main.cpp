@@ -7,11 +7,14 @@
 //   vxrelay-fpemu --port host0:access:10 --port trunk1:trunk:10,20 --vxlan vxlan-p
 //   vxrelay-fpemu --port host0:access:10 --txraw txraw-p
 //   vxrelay-fpemu --config ports.json
+#include <arpa/inet.h>
+
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -53,11 +56,31 @@ int main(int argc, char** argv) {
   app.add_option("--port", ports, "NAME:MODE:VLANS, MODE access, trunk or dot1q-tunnel");
   app.add_option("--vxlan", vxlan, "device to write local frames into (default vxlan-p)");
   app.add_option("--txraw", txraw, "device to read the agent's frames from (default txraw-p)");
+  std::string underlay;
+  std::string vtep;
+  uint16_t vxlanPort = 4789;
+  std::optional<uint16_t> r2lPort;
+  app.add_option("--underlay", underlay,
+                 "trap ARP inside VXLAN for the VTEP arriving on this device (with --vtep)");
+  app.add_option("--vtep", vtep, "the VTEP address whose ARP is trapped");
+  app.add_option("--vxlan-port", vxlanPort, "the VTEP's UDP port (default 4789)");
+  app.add_option("--r2l-port", r2lPort,
+                 "port id of the agent's decapsulated frames; their ARP is the trap's and dropped");
   CLI11_PARSE(app, argc, argv);
 
   Fpemu::EmulatorConfig config;
   try {
     config = configFrom(file, ports, vxlan, txraw);
+    if (!underlay.empty()) {
+      in_addr a{};
+      if (::inet_pton(AF_INET, vtep.c_str(), &a) != 1) {
+        throw std::invalid_argument("--underlay needs --vtep with an IPv4 address");
+      }
+      config.underlayDevice = underlay;
+      config.vtepAddr = a.s_addr;
+      config.vxlanUdpPort = vxlanPort;
+      config.r2lPortId = r2lPort;
+    }
   } catch (const std::exception& e) {
     return fail(e.what());
   }
@@ -65,7 +88,11 @@ int main(int argc, char** argv) {
   try {
     Fpemu::FpEmulator emulator(config, loop, std::cout);
     std::cout << "vxrelay-fpemu: " << config.ports.size() << " ports, local frames to "
-              << config.vxlanDevice << ", agent frames from " << config.txRawDevice << std::endl;
+              << config.vxlanDevice << ", agent frames from " << config.txRawDevice;
+    if (!config.underlayDevice.empty()) {
+      std::cout << ", ARP for " << vtep << " trapped on " << config.underlayDevice;
+    }
+    std::cout << std::endl;
     loop.run();
     emulator.counters().print(std::cout);
   } catch (const std::exception& e) {

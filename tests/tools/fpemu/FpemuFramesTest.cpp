@@ -5,6 +5,8 @@
 // real trunk port.)
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -139,6 +141,40 @@ TEST(FpemuFramesTest, TxRawFramesAreCheckedAndDeliveredByVlan) {
       sw.fromTxRaw(txRawFrame(frame(0xc0, 0xc1), Bridging::VlanId(20), Vxlan::HwPortId(16))).drop,
       Drop::txRawToRemote);
   EXPECT_EQ(sw.counters()[Counter::dropTxRawBadHeader], 1u);
+}
+
+// The trap: ARP inside VXLAN for the VTEP goes to the agent behind the pseudo type
+// 0x0040 and two bytes, the datagram unchanged behind them; other datagrams do not.
+// With the trap on, ARP that the agent's decapsulation writes on its port id is dropped,
+// and ARP on another port id (virtual ARP's hand-over) is delivered.
+TEST(FpemuFramesTest, ArpForTheVtepIsTrappedAndItsSoftwareCopyDropped) {
+  TestSupport::VxlanFrameBuilder b;
+  b.inner = frame(0xff, 0xc0);
+  b.inner[12] = 0x08;
+  b.inner[13] = 0x06;
+  const uint32_t vtep = htonl(b.daddr);
+  Bytes out;
+  const Bytes datagram = b.build();
+  ASSERT_TRUE(overlayArpTrapped(datagram, vtep, b.dport, out));
+  Bytes want(datagram.begin(), datagram.begin() + 12);
+  want.insert(want.end(), {0x00, 0x40, 0x00, 0x00});
+  want.insert(want.end(), datagram.begin() + 12, datagram.end());
+  EXPECT_EQ(out, want);
+  EXPECT_FALSE(overlayArpTrapped(datagram, vtep + 1, b.dport, out));
+  EXPECT_FALSE(overlayArpTrapped(datagram, vtep, b.dport + 1, out));
+  b.inner = frame(0xff, 0xc0);
+  EXPECT_FALSE(overlayArpTrapped(b.build(), vtep, b.dport, out)) << "not ARP inside";
+
+  FpSwitch sw(ports());
+  sw.trappedArpPortIs(16);
+  Bytes arp = frame(0xff, 0xc0);
+  arp[12] = 0x08;
+  arp[13] = 0x06;
+  using TestSupport::txRawFrame;
+  EXPECT_EQ(sw.fromTxRaw(txRawFrame(arp, Bridging::VlanId(20), Vxlan::HwPortId(16))).drop,
+            Drop::txRawTrappedArp);
+  EXPECT_EQ(sw.fromTxRaw(txRawFrame(arp, Bridging::VlanId(20), Vxlan::HwPortId(17))).drop,
+            Drop::none);
 }
 
 // The demo's ports are given as "name:mode:vlans" and as a JSON file; what the
