@@ -179,6 +179,11 @@ class VirtualArpSm : public Lum::ReactorBase {
       vtiStatusSm_{this, "Vxlan::VirtualArpSm::vtiStatusSm", {"vtiStatus"}};
 };
 
+// Builds the machine from its inputs, in their order (how the agent makes it).
+inline Lum::Ptr<VirtualArpSm> virtualArpSmFactory(const VirtualArpSm::Inputs& inputs) {
+  return Lum::validPtr(Lum::Ptr<VirtualArpSm>(new VirtualArpSm(inputs)));
+}
+
 }  // namespace Vxlan
 
 // The nested machine, complete wherever the manager is.

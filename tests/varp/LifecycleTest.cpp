@@ -46,6 +46,11 @@ TEST_F(LifecycleTest, PamsFollowTheVtiAndTheVxlanDevice) {
   vxlanDeviceIs(false);
   vxlanDeviceIs(true);
   EXPECT_FALSE(vti_->vxlanArpRxPam()->enabled());
+  // Replies go to the VTI's UDP port, 4789 when it has none.
+  vtiStatus().udpPortIs(4790);
+  EXPECT_EQ(vti_->udpPam()->txPort(), 4790);
+  vtiStatus().udpPortIs(0);
+  EXPECT_EQ(vti_->udpPam()->txPort(), 4789);
   vtis_->vtiStatusDel(Wire::IntfId("Vxlan1"));
   EXPECT_FALSE(sm_->vtiStatusSm(Wire::IntfId("Vxlan1")));
 }

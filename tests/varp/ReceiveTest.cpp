@@ -129,8 +129,8 @@ TEST_F(ReceiveTest, RequestsAreAnsweredHereOrHandedToTheSwitch) {
 }
 
 // The virtual router address is answered with the virtual MAC when the request came
-// to the virtual VTEP, not at all when it came to another address, and with the
-// bridge MAC when no virtual VTEP is in use.
+// to the virtual VTEP (or a controller's table is in use), not at all when it came to
+// another address, and with the bridge MAC when no virtual VTEP is in use.
 TEST_F(ReceiveTest, TheVirtualRouterAddressFollowsTheVirtualVtep) {
   ipStatus_->ipIntfStatus(Wire::IntfId("Vlan10"))
       ->activeVirtualAddrWithMaskIs(Wire::IpAddrWithMask::fromString("10.1.1.254/24"));
@@ -145,6 +145,10 @@ TEST_F(ReceiveTest, TheVirtualRouterAddressFollowsTheVirtualVtep) {
   vtiStatus().vArpVtepAddrIs(Wire::IpAddr());
   receive(arpInner(kBroadcast, mac(5), 1, "10.1.1.5", "10.1.1.254"));
   EXPECT_EQ(senderMacOfLastAnswer(), kBridgeMac);
+  // A controller's table in use answers with the virtual MAC whatever the destination.
+  vxStatus_->vxlanStatusIs(Wire::IntfId("Vxlan1"))->vccIpPortTableIs(Lum::String8("t"));
+  receive(arpInner(kBroadcast, mac(5), 1, "10.1.1.5", "10.1.1.254"));
+  EXPECT_EQ(senderMacOfLastAnswer(), kVarpMac);
 }
 
 // A reply for this switch is learnt and, sent to the virtual VTEP's virtual MAC,
