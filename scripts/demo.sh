@@ -225,13 +225,23 @@ else
   exit 1
 fi
 
-# Virtual ARP: host-b asks for the VLAN's virtual router address; the switch of host-a
-# answers with the virtual MAC from inside the overlay and learns host-b on its SVI.
-say "ARP from host-b for the virtual router address 192.168.50.254"
-ip netns exec "$b" ping -c 1 -W 1 192.168.50.254 >/dev/null 2>&1 || true
+# Virtual ARP: host-b asks for the VLAN's virtual router address and for the SVI's own
+# address; the switch of host-a answers from inside the overlay, with the virtual MAC
+# and with its bridge MAC, and learns host-b on its SVI.
+say "ARP from host-b for the virtual router address 192.168.50.254 and the SVI's .253"
+for addr in 192.168.50.254 192.168.50.253; do
+  ip netns exec "$b" ping -c 1 -W 1 "$addr" >/dev/null 2>&1 || true
+done
 wait_for "the virtual router's MAC at host-b" 30 \
   sh -c "ip -n '$b' neigh show 192.168.50.254 | grep -q 00:00:5e:00:01:01"
 echo "host-b:   $(ip -n "$b" neigh show 192.168.50.254)"
+# Behind a second vxrelay switch, host-b's ARP for .253 stays on that switch (its own
+# SVI address): only behind the kernel's VXLAN device does switch 1 answer it.
+if [ "$peer" = kernel ]; then
+  wait_for "the bridge MAC at host-b" 30 \
+    sh -c "ip -n '$b' neigh show 192.168.50.253 | grep -q 00:1c:73:00:00:01"
+  echo "host-b:   $(ip -n "$b" neigh show 192.168.50.253)"
+fi
 echo "switch 1: $(ip -n "$sw1" neigh show 192.168.50.2 dev "vlan$vlan")"
 
 # --- counters --------------------------------------------------------------------------
