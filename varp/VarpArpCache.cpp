@@ -17,8 +17,24 @@ const Wire::EthAddr kBroadcast(0xffff, 0xffff, 0xffff);
 
 using Sm = VirtualArpSm::LumVtiStatusSm;
 
-#define VTI_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::varpTrace, level, "VarpSm(" << intfId_ << ")::" << __func__ << message)
+Sm::NeighborTarget Sm::neighborTarget(Bridging::VlanIdOrNone vlan, VarpCounterId failed) {
+  const L3::VrfName vrf = owner_->getVrfNameFromVlanId(vlan);
+  NeighborTarget t;
+  t.info = owner_->vrfInfo(vrf);
+  if (!t.info) {
+    VTI_TRACE(1, " vrf info missing for " << vrf);
+    varpCounterInc(failed);
+    return t;
+  }
+  char name[16];
+  std::snprintf(name, sizeof name, "vlan%u", static_cast<unsigned>(vlan.value()));
+  t.intf = owner_->getKernelIntfInVrf(vrf, Lum::String8(name));
+  if (!t.intf) {
+    VTI_TRACE(1, " kernelIntf for " << name << " is missing in vrf " << vrf);
+    varpCounterInc(failed);
+  }
+  return t;
+}
 
 bool Sm::handleVxlanArpReply(const Wire::EthArpIpHdr& arp, Wire::EthAddr dstMac,
                              Bridging::VlanIdOrNone vlan) {
@@ -44,20 +60,8 @@ void Sm::handleVxlanGratArp(const Wire::EthArpIpHdr& arp, Wire::EthAddr dstMac,
 void Sm::updateArpCache(const Wire::EthArpIpHdr& arp, Wire::EthAddr dstMac,
                         Bridging::VlanIdOrNone vlan) {
   const VirtualArpSm::Inputs& in = owner_->inputs();
-  const L3::VrfName vrf = owner_->getVrfNameFromVlanId(vlan);
-  const Lum::Ptr<VrfInfo> info = owner_->vrfInfo(vrf);
-  if (!info) {
-    VTI_TRACE(1, " vrf info missing for " << vrf);
-    return varpCounterInc(VarpCounterId::arpCacheUpdateFailed);
-  }
-  char name[16];
-  std::snprintf(name, sizeof name, "vlan%u", static_cast<unsigned>(vlan.value()));
-  const Lum::Ptr<KernelNetworkInfo::Interface> intf =
-      owner_->getKernelIntfInVrf(vrf, Lum::String8(name));
-  if (!intf) {
-    VTI_TRACE(1, " kernelIntf for vlan " << vlan.value() << " is missing in vrf " << vrf);
-    return varpCounterInc(VarpCounterId::arpCacheUpdateFailed);
-  }
+  const NeighborTarget target = neighborTarget(vlan, VarpCounterId::arpCacheUpdateFailed);
+  if (!target.intf) return;
   const Wire::EthAddr senderMac = arp.senderHw;
   const Wire::IpAddr senderIp = arp.senderIp();
   const Wire::EthAddr bridgeMac =
@@ -74,9 +78,10 @@ void Sm::updateArpCache(const Wire::EthArpIpHdr& arp, Wire::EthAddr dstMac,
     return;
   }
   VTI_TRACE(6, " adding neighbor " << senderIp << " with " << senderMac << " for "
-                                   << intf->ifindex().value());
-  const int rc = Arp::ipNeighAdd(info->netlinkSocket(), static_cast<int>(intf->ifindex().value()),
-                                 senderIp, senderMac, Arp::kNeighReachable);
+                                   << target.intf->ifindex().value());
+  const int rc = Arp::ipNeighAdd(target.info->netlinkSocket(),
+                                 static_cast<int>(target.intf->ifindex().value()), senderIp,
+                                 senderMac, Arp::kNeighReachable);
   if (rc == 0) {
     varpCounterInc(VarpCounterId::arpCacheUpdated);
   } else {

@@ -20,9 +20,6 @@ namespace Vxlan {
 
 using Sm = VirtualArpSm::LumVtiStatusSm;
 
-#define VTI_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::varpTrace, level, "VarpSm(" << intfId_ << ")::" << __func__ << message)
-
 namespace {
 
 constexpr uint32_t kInnerEthOffset = Wire::kVxlanHdrLen;

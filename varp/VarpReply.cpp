@@ -14,9 +14,6 @@ namespace Vxlan {
 
 using Sm = VirtualArpSm::LumVtiStatusSm;
 
-#define VTI_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::varpTrace, level, "VarpSm(" << intfId_ << ")::" << __func__ << message)
-
 namespace {
 
 // The answers of ipPortTableVarpMacLookup.

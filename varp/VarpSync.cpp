@@ -14,9 +14,6 @@ namespace Vxlan {
 
 using Sm = VirtualArpSm::LumVtiStatusSm;
 
-#define VTI_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::varpTrace, level, "VarpSm(" << intfId_ << ")::" << __func__ << message)
-
 void Sm::syncArpEntryToPeer(Bridging::VlanIdOrNone vlan, const Wire::EthArpIpHdr& arp,
                             const Lum::Ptr<Wire::Pkt>& pkt) {
   if (!arpSyncUdpPam_ || arpSyncUdpPam_->mode() != kSyncMode) return;
@@ -75,26 +72,14 @@ void Sm::handleArpSyncMsg(const Lum::Ptr<Wire::Pkt>& pkt) {
     VTI_TRACE(1, " ipIntfStatus for vlan " << vlan.value() << " is missing");
     return varpCounterInc(VarpCounterId::arpSyncFailed);
   }
-  const L3::VrfName vrf = owner_->getVrfNameFromVlanId(vlan);
-  const Lum::Ptr<VrfInfo> info = owner_->vrfInfo(vrf);
-  if (!info) {
-    VTI_TRACE(1, " vrf info missing for " << vrf);
-    return varpCounterInc(VarpCounterId::arpSyncFailed);
-  }
-  char name[16];
-  std::snprintf(name, sizeof name, "vlan%u", static_cast<unsigned>(vlan.value()));
-  const Lum::Ptr<KernelNetworkInfo::Interface> intf =
-      owner_->getKernelIntfInVrf(vrf, Lum::String8(name));
-  if (!intf) {
-    VTI_TRACE(1, " kernelIntf for " << name << " is missing in vrf " << vrf);
-    return varpCounterInc(VarpCounterId::arpSyncFailed);
-  }
+  const NeighborTarget target = neighborTarget(vlan, VarpCounterId::arpSyncFailed);
+  if (!target.intf) return;
   const Wire::IpGenAddr ip = msg->ipAddr();
   const Wire::EthAddr mac = msg->macAddr;
-  const int rc =
-      ip.isV4() ? Arp::ipNeighAdd(info->netlinkSocket(), static_cast<int>(intf->ifindex().value()),
-                                  ip.v4(), mac, Arp::kNeighReachable)
-                : -EAFNOSUPPORT;
+  const int rc = ip.isV4() ? Arp::ipNeighAdd(target.info->netlinkSocket(),
+                                             static_cast<int>(target.intf->ifindex().value()),
+                                             ip.v4(), mac, Arp::kNeighReachable)
+                           : -EAFNOSUPPORT;
   if (type == ArpSyncMsg::arpReplyPktType) {
     Lum::Ptr<Wire::Pkt> frame = Wire::globalPktManager().newPkt();
     if (frame) {

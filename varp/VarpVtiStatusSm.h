@@ -120,6 +120,13 @@ class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
 
  private:
   void handleInitialized();
+  // Where a neighbor of `vlan` is written: its VRF's information and the VLAN's kernel
+  // device there. Either missing is traced and counted as `failed` (intf empty then).
+  struct NeighborTarget {
+    Lum::Ptr<VrfInfo> info;
+    Lum::Ptr<KernelNetworkInfo::Interface> intf;
+  };
+  NeighborTarget neighborTarget(Bridging::VlanIdOrNone vlan, VarpCounterId failed);
   // Whether a packet waiting on `pam` is to be read now: the PAM is there (else the
   // words `missing` are traced), the machine initialized and the VTI up.
   bool readsFrom(const Wire::Pam* pam, const char* missing) const;
