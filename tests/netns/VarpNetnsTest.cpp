@@ -1,6 +1,8 @@
 // Virtual ARP's machines in this process against the real kernel: the switch and its
 // remote VTEPs of TestSupport::SwitchTopology (no agent host is started), with the
-// machines' PAMs and neighbor writes opened in those namespaces. Needs root.
+// machines' PAMs and neighbor writes opened in those namespaces; where the remote
+// kernel's own ARP is the input, the forwarding-plane emulator traps it on the switch's
+// underlay. Needs root.
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -9,10 +11,13 @@
 #include <string>
 
 #include "frames/ArpPkt.h"
+#include "platform/kernel/KernelNetworkInfoManager.h"
 #include "platform/wire/NetlinkSocket.h"
+#include "tests/netns/NamespaceSwitch.h"
 #include "tests/netns/PacketSocket.h"
 #include "tests/netns/SwitchTopology.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/TempDir.h"
 #include "varp/VirtualArpSm.h"
 
 namespace Vxlan {
@@ -29,39 +34,61 @@ Wire::IpAddr ip(const std::string& text) {
   return Wire::IpAddr::fromString(text);
 }
 
-// One switch's virtual ARP: VTI Vxlan1 up with local VTEP `vtep`, VLAN 10 on VNI 5010
-// flooding to `flood`; the PAMs opened in namespace `ns`; VLAN 10's interface in VRF
-// "blue", active in namespace `ns`, so that the machine opens its kernel view and its
-// neighbor socket there.
+// One switch's virtual ARP: VTI Vxlan1 up with local (and virtual) VTEP `vtep`, VLAN 10
+// on VNI 5010 flooding to `flood`; the PAMs opened in namespace `ns`, whose devices the
+// machine follows; SVI Vlan10 (192.168.10.1/24, virtual .254) in VRF "blue", active in
+// namespace `ns`, so that the machine opens its kernel view and its neighbor socket there.
 struct Machine {
   Lum::Ptr<VtiStatusDir> vtis{new VtiStatusDir("vti")};
+  Lum::Ptr<VniToVlanMaps> vniMaps{new VniToVlanMaps("vniMaps")};
   Lum::Ptr<VxlanHwStatusDir> hw{new VxlanHwStatusDir("hw")};
+  Lum::Ptr<Bridging::Config> bridging{new Bridging::Config("bridging")};
+  Lum::Ptr<Bridging::HwCapabilities> caps{new Bridging::HwCapabilities("caps")};
   Lum::Ptr<Ip::Status> ipStatus{new Ip::Status("ip")};
   Lum::Ptr<Routing::Fhrp::VirtualRouterMacStatus> varpMac{
       new Routing::Fhrp::VirtualRouterMacStatus("varpMac")};
   Lum::Ptr<Ip::AllVrfStatusLocal> vrfs{new Ip::AllVrfStatusLocal("vrfs")};
+  Lum::Ptr<Mlag::Status> mlag{new Mlag::Status("mlag")};
+  Lum::Ptr<Mlag::Config> mlagConfig{new Mlag::Config("mlagConfig")};
+  Lum::Ptr<KernelNetworkInfo::Root> kernel{new KernelNetworkInfo::Root("kernel")};
+  KernelNetworkInfo::Manager kernelWatch;
   Lum::Ptr<VxlanAgentCounter> counters{
       new VxlanAgentCounter("counter", std::make_unique<MemoryCounterStorage>())};
   Lum::Ptr<VirtualArpSm> sm;
   Lum::Ptr<VirtualArpSm::LumVtiStatusSm> vti;
 
-  Machine(const std::string& ns, const std::string& vtep, const std::vector<std::string>& flood) {
+  Machine(const std::string& ns, const std::string& vtep, const std::vector<std::string>& flood)
+      : kernelWatch({}, kernel, Wire::NamespaceName(ns)) {
     Lum::Ptr<VtiStatus> status = vtis->vtiStatusIs(Wire::IntfId("Vxlan1"));
     status->localVtepAddrIs(ip(vtep));
+    status->vArpVtepAddrIs(ip(vtep));
     status->vlanToVniMapIs(Bridging::VlanId(10), VniOrNone(5010));
     status->operStatusIs(Interface::IntfOperStatus::intfOperUp);
+    vniMaps->vtiVniToVlanMapIs(Wire::IntfId("Vxlan1"))->vniToVlanMapIs(Vni(5010), kVlan);
     Lum::Ptr<BumVtepList> list =
         hw->bumStatus()->bumVtepListIs(MacVlanPair(Wire::EthAddr(), Bridging::VlanId(10)));
     for (const std::string& a : flood) list->remoteVtepAddrIs(ip(a));
+    hw->vxlanHwStatusIs(Wire::IntfId("Vxlan1"))->cpuSourcePortIdIs(HwPortId(17));
+    bridging->bridgeMacAddrIs(kBridgeMac);
+    caps->vxlanTxRawSupportedIs(true);
     varpMac->varpVirtualMacIs(kVarpMac);
-    ipStatus->ipIntfStatusIs(Wire::IntfId("Vlan10"))->vrfIs(L3::VrfName("blue"));
+    Lum::Ptr<Ip::IpIntfStatus> svi = ipStatus->ipIntfStatusIs(Wire::IntfId("Vlan10"));
+    svi->vrfIs(L3::VrfName("blue"));
+    svi->activeAddrWithMaskIs(Wire::IpAddrWithMask::fromString("192.168.10.1/24"));
+    svi->activeVirtualAddrWithMaskIs(Wire::IpAddrWithMask::fromString("192.168.10.254/24"));
     VirtualArpSm::Inputs in;
+    in.bridgingConfig = bridging;
+    in.bridgingHwCapabilities = caps;
     in.ipStatusDir = ipStatus;
     in.fhrpVarpMacStatus = varpMac;
     in.vtiStatusDir = vtis;
+    in.vniToVlanMaps = vniMaps;
     in.vxHwStatusDir = hw;
     in.vxBumStatus = hw->bumStatus();
     in.vxAgentCounter = counters;
+    in.mlagStatus = mlag;
+    in.mlagConfig = mlagConfig;
+    in.kernelNetworkInfoRoot = kernel;
     Lum::Ptr<Ip::VrfStatusLocal> blue = vrfs->vrfIs(L3::VrfName("blue"));
     blue->networkNamespaceIs(Wire::NamespaceName(ns));
     blue->stateIs(Ip::VrfState::vrfActive);
@@ -71,9 +98,19 @@ struct Machine {
     for (Wire::UdpPam* pam : {vti->udpPam(), vti->arpSyncUdpPam()}) {
       pam->netNsIs(Wire::NamespaceName(ns));
     }
-    vti->udpPam()->modeIs(1);
   }
   ~Machine() { sm->doPrepareToDie(); }
+  void operUpIs(bool up) {
+    vtis->vtiStatus(Wire::IntfId("Vxlan1"))
+        ->operStatusIs(up ? Interface::IntfOperStatus::intfOperUp
+                          : Interface::IntfOperStatus::intfOperDown);
+  }
+  // MLAG with a peer link and `peer` as the peer's address, or `state` without one.
+  void mlagIs(Mlag::MlagState state, const std::string& peer) {
+    mlagConfig->peerAddressIs(ip(peer));
+    mlag->peerLinkIntfIs(Wire::IntfId("Port-Channel10"));
+    mlag->mlagStateIs(state);
+  }
   Lum::Ptr<KernelNetworkInfo::Interface> vlan10() const {
     const Lum::Ptr<VrfInfo> info = sm->vrfInfo(L3::VrfName("blue"));
     return info ? info->kniRoot()->interfaceByName(Lum::String8("vlan10")) : nullptr;
@@ -82,13 +119,21 @@ struct Machine {
 };
 
 // Runs the agent's loop until `done` holds, for at most a few seconds.
-bool loopUntil(const std::function<bool()>& done) {
-  return TestSupport::eventually([&] { return Lum::eventLoop().runOnce(0.05), done(); },
-                                 std::chrono::seconds(3));
+bool loopUntil(const std::function<bool()>& done,
+               std::chrono::milliseconds bound = std::chrono::seconds(3)) {
+  return TestSupport::eventually([&] { return Lum::eventLoop().runOnce(0.05), done(); }, bound);
 }
 
-std::string neighbor(const std::string& ns, const char* addr) {
-  return TestSupport::run("ip -n " + ns + " neigh show " + addr + " dev vlan10").second;
+std::string neighbor(const std::string& ns, const std::string& addr,
+                     const std::string& dev = "vlan10") {
+  return TestSupport::run("ip -n " + ns + " neigh show " + addr + " dev " + dev).second;
+}
+
+// The MAC that the neighbor table of `ns` holds for `addr` on `dev`, empty for none.
+std::string lladdr(const std::string& ns, const std::string& addr, const std::string& dev) {
+  const std::string entry = neighbor(ns, addr, dev);
+  const size_t at = entry.find("lladdr ");
+  return at == std::string::npos ? "" : entry.substr(at + 7, 17);
 }
 
 class VarpNetnsTest : public ::testing::Test {
@@ -131,29 +176,128 @@ TEST_F(VarpNetnsTest, AFloodedReplyReachesEveryVtepButTheExcludedOne) {
 }
 
 // What one switch learns lands in the neighbor table of vlan10 in its VRF's namespace
-// and, told over UDP 51023, in its MLAG peer's.
-TEST_F(VarpNetnsTest, LearntEntriesReachTheVrfsTableAndThePeers) {
+// and, told over UDP 51023, in its MLAG peer's; while MLAG is inactive nothing is told.
+TEST_F(VarpNetnsTest, LearntEntriesReachTheVrfsTableAndTheMlagPeers) {
   Machine sw(topo_->switchNs(), TestSupport::SwitchTopology::kVtepAddr, {});
   Machine peer(topo_->remoteNs(0), topo_->remoteVtepAddr(0), {});
-  sw.vti->arpSyncUdpPam()->txDstIpAddrIs(ip(topo_->remoteVtepAddr(0)));
-  sw.vti->arpSyncUdpPam()->modeIs(3);
-  peer.vti->arpSyncUdpPam()->modeIs(3);
+  sw.mlagIs(Mlag::MlagState::mlagStatePrimary, topo_->remoteVtepAddr(0));
+  peer.mlagIs(Mlag::MlagState::mlagStateSecondary, TestSupport::SwitchTopology::kVtepAddr);
   ASSERT_TRUE(loopUntil([&] { return sw.vlan10() && peer.vlan10(); }));
 
-  Wire::EthArpIpHdr arp{};
-  arp.senderHw = Wire::EthAddr(0x0200, 0, 0x07);
-  arp.senderIpIs(ip("10.1.1.7"));
-  arp.targetIpIs(ip("10.1.1.7"));
-  sw.vti->handleVxlanGratArp(arp, Wire::EthAddr(0xffff, 0xffff, 0xffff), kVlan);
-  EXPECT_NE(neighbor(topo_->switchNs(), "10.1.1.7").find("lladdr 02:00:00:00:00:07 REACHABLE"),
-            std::string::npos)
-      << neighbor(topo_->switchNs(), "10.1.1.7");
+  const auto learn = [&sw](uint8_t host) {
+    Wire::EthArpIpHdr arp{};
+    arp.senderHw = Wire::EthAddr(0x0200, 0, host);
+    arp.senderIpIs(ip("10.1.1." + std::to_string(host)));
+    arp.targetIpIs(arp.senderIp());
+    sw.vti->handleVxlanGratArp(arp, Wire::EthAddr(0xffff, 0xffff, 0xffff), kVlan);
+  };
+  learn(7);
+  EXPECT_EQ(lladdr(topo_->switchNs(), "10.1.1.7", "vlan10"), "02:00:00:00:00:07");
   ASSERT_TRUE(loopUntil([&] { return peer.count(VarpCounterId::arpSyncNeighborAdded) == 1; }));
   EXPECT_NE(neighbor(topo_->remoteNs(0), "10.1.1.7").find("lladdr 02:00:00:00:00:07 REACHABLE"),
             std::string::npos)
       << neighbor(topo_->remoteNs(0), "10.1.1.7");
+
+  sw.mlagIs(Mlag::MlagState::mlagStateInactive, topo_->remoteVtepAddr(0));
+  learn(8);
+  EXPECT_EQ(lladdr(topo_->switchNs(), "10.1.1.8", "vlan10"), "02:00:00:00:00:08");
+  EXPECT_FALSE(loopUntil([&] { return !neighbor(topo_->remoteNs(0), "10.1.1.8").empty(); },
+                         std::chrono::milliseconds(500)));
   EXPECT_EQ(sw.count(VarpCounterId::arpSyncMsgSent), 1u);
-  // The VRF goes, and its socket and kernel view with it.
+  EXPECT_EQ(peer.count(VarpCounterId::arpSyncNeighborAdded), 1u);
+}
+
+// The remote kernel's own ARP, trapped on the switch's underlay by the emulator: the
+// SVI's address is answered with the bridge MAC and the virtual router's with the
+// virtual MAC (what the remote's neighbor table shows), the remote host is learnt on
+// vlan10, and a request for a local host goes on through "txraw" (or "fabric" when
+// the forwarding plane cannot take "txraw"). Answers stop while the VTI is down and
+// resume when it is up again and when "vxlan" is made again. Every ARP read is one of
+// the outcomes counted. The VRF keeps its kernel view and neighbor socket through its
+// state events and loses them with its entry.
+TEST_F(VarpNetnsTest, TheRemoteKernelsArpFollowsTheVtiTheDeviceAndTheVrf) {
+  const std::string remote = topo_->remoteNs(0);
+  const std::string remoteVtep = topo_->remoteVtepAddr(0);
+  topo_->switchVethPairIs("ha");
+  topo_->switchVethPairIs("fabric");
+  TestSupport::NamespaceSwitch inSwitch(topo_->switchNs());
+  Machine sw(topo_->switchNs(), TestSupport::SwitchTopology::kVtepAddr, {remoteVtep});
+  TestSupport::TempDir dir("vxr-varp");
+  std::unique_ptr<TestSupport::ChildProcess> emulator;
+  const auto startEmulator = [&] {
+    emulator.reset();
+    emulator = std::make_unique<TestSupport::ChildProcess>(
+        std::vector<std::string>{
+            "ip", "netns", "exec", topo_->switchNs(), std::string(VXRELAY_BIN) + "/vxrelay-fpemu",
+            "--port", "ha:access:10", "--vxlan", "vxlan-p", "--txraw", "txraw-p", "--underlay",
+            topo_->underlayDevice(), "--vtep", TestSupport::SwitchTopology::kVtepAddr},
+        dir.file("fpemu.log"));
+    ASSERT_TRUE(TestSupport::eventually(
+        [&] { return emulator->output().find("ports,") != std::string::npos; },
+        std::chrono::seconds(5)))
+        << emulator->output();
+  };
+  startEmulator();
+  // The MAC the remote learns for `addr` from its ARP (ping's), while the loop runs.
+  const auto resolve = [&](const std::string& addr, std::chrono::milliseconds bound) {
+    TestSupport::run("ip -n " + remote + " neigh flush dev vx0");
+    TestSupport::ChildProcess ping(
+        {"ip", "netns", "exec", remote, "ping", "-c", "3", "-i", "0.3", "-W", "1", addr},
+        "/dev/null");
+    std::string mac;
+    loopUntil([&] { return !(mac = lladdr(remote, addr, "vx0")).empty(); }, bound);
+    return mac;
+  };
+  constexpr auto kAnswer = std::chrono::seconds(3);
+  EXPECT_EQ(resolve("192.168.10.1", kAnswer), "02:00:00:00:00:b0");
+  EXPECT_EQ(resolve("192.168.10.254", kAnswer), "00:00:5e:00:01:01");
+  const std::string remoteMac =
+      TestSupport::run("ip -n " + remote + " -br link show vx0 | awk '{print $3}'").second;
+  EXPECT_EQ(lladdr(topo_->switchNs(), "192.168.10.2", "vlan10") + "\n", remoteMac);
+
+  // A request for a host behind the switch's port.
+  const auto handedOn = [&](const std::string& device, uint8_t host) {
+    TestSupport::PacketSocket capture(topo_->switchNs(), device,
+                                      TestSupport::PacketSocket::Mode::capture);
+    // The request's last bytes are its target address.
+    const auto forHost = [host](const Frame& f) {
+      return f.size() >= 42 && f[f.size() - 4] == 192 && f[f.size() - 1] == host;
+    };
+    resolve("192.168.10." + std::to_string(host), std::chrono::milliseconds(300));
+    return loopUntil(
+        [&] { return capture.receive(forHost, std::chrono::milliseconds(20)).has_value(); });
+  };
+  EXPECT_TRUE(handedOn("ha-p", 5));
+  sw.caps->vxlanTxRawSupportedIs(false);
+  EXPECT_TRUE(handedOn("fabric-p", 6));
+  sw.caps->vxlanTxRawSupportedIs(true);
+
+  sw.operUpIs(false);
+  EXPECT_EQ(resolve("192.168.10.1", std::chrono::milliseconds(1500)), "");
+  sw.operUpIs(true);
+  EXPECT_EQ(resolve("192.168.10.1", kAnswer), "02:00:00:00:00:b0");
+  topo_->ip(topo_->switchNs(), "link del vxlan");
+  ASSERT_TRUE(loopUntil([&] { return !sw.kernel->interfaceByName(Lum::String8("vxlan")); }));
+  topo_->switchVethPairIs("vxlan");
+  startEmulator();  // its end of the old pair went with it
+  EXPECT_EQ(resolve("192.168.10.1", kAnswer), "02:00:00:00:00:b0");
+
+  // Each ARP read was answered (one reply each: the flood list holds only the asking
+  // VTEP) or handed on.
+  EXPECT_GT(sw.count(VarpCounterId::vxlanArpRx), 0u);
+  EXPECT_EQ(sw.count(VarpCounterId::vxlanArpRx),
+            sw.count(VarpCounterId::arpReplyFloodTx) + sw.count(VarpCounterId::decapTxPkts));
+  EXPECT_EQ(sw.count(VarpCounterId::decapTxRawHdr) + sw.count(VarpCounterId::decapFabricHdr),
+            sw.count(VarpCounterId::decapTxPkts));
+  EXPECT_GT(sw.count(VarpCounterId::decapFabricHdr), 0u);
+
+  // The VRF's state events keep its kernel view and socket (a second active event
+  // opens no second one); they go with the VRF.
+  const Lum::Ptr<VrfInfo> info = sw.sm->vrfInfo(L3::VrfName("blue"));
+  for (Ip::VrfState state : {Ip::VrfState::vrfInactive, Ip::VrfState::vrfActive}) {
+    sw.vrfs->vrfIs(L3::VrfName("blue"))->stateIs(state);
+    EXPECT_EQ(sw.sm->vrfInfo(L3::VrfName("blue")), info);
+  }
   sw.vrfs->vrfDel(L3::VrfName("blue"));
   EXPECT_FALSE(sw.sm->vrfInfo(L3::VrfName("blue")));
 }
