@@ -25,7 +25,7 @@ run: build
 	./build/release/bin/vxrelay-host --state examples/switch.json
 
 # As root: two hosts in network namespaces talking through the agent and the
-# forwarding-plane emulator (scripts/demo.sh; DEMO_ARGS="--peer vxrelay --keep").
+# forwarding-plane emulator (scripts/demo.sh; DEMO_ARGS="--peer vxrelay --keep", "--mlag").
 demo: build
 	./scripts/demo.sh $(DEMO_ARGS)
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The agent carrying real traffic between two hosts, in network namespaces (as root):
 #
-#   demo.sh [--peer kernel|vxrelay] [--keep] [--tag TAG]    build, ping, transfer, show
-#   demo.sh --stop TAG                                      remove what --keep left up
+#   demo.sh [--peer kernel|vxrelay] [--mlag] [--keep] [--tag TAG]   ping, transfer, show
+#   demo.sh --stop TAG                                              remove what --keep left up
 #
 # host-a sits on an access port (VLAN 10) of a switch namespace that runs vxrelay-host
 # and vxrelay-fpemu (the forwarding plane); host-b sits behind the far VTEP: a Linux
@@ -10,6 +10,11 @@
 # the first (--peer vxrelay; it has a trunk port "tr" for VLANs 10 and 20 besides, whose
 # peer "tr-p" nothing uses). VLAN 10 is VNI 5010 on both sides; the underlay is one veth
 # pair, 10.99.0.1 to 10.99.0.2. The hosts are 192.168.50.1 and .2.
+#
+# --mlag adds switch 2 (10.99.0.3, no host of its own) as the MLAG peer of switch 1,
+# the three VTEPs on one underlay bridge in the far namespace; the kernel peer sends
+# only to switch 1, so what switch 2 knows of host-b it learns from switch 1 over the
+# MLAG sync channel (UDP 51023).
 #
 # Everything made is listed in /tmp/vxrelay-demo-TAG (namespaces, processes, agents)
 # and removed on exit, on Ctrl-C and on failure; --keep leaves it up until --stop.
@@ -19,6 +24,7 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 bin=${VXRELAY_BIN:-$root/build/release/bin}
 peer=kernel
+mlag=0
 keep=0
 stop=""
 tag="vxd$$"
@@ -30,6 +36,7 @@ usage() { sed -n '2,5p' "$0" >&2; exit 2; }
 while [ $# -gt 0 ]; do
   case $1 in
     --peer) peer=${2:-}; shift 2 ;;
+    --mlag) mlag=1; shift ;;
     --keep) keep=1; shift ;;
     --tag) tag=${2:-}; shift 2 ;;
     --stop) stop=${2:-}; shift 2 ;;
@@ -37,6 +44,7 @@ while [ $# -gt 0 ]; do
   esac
 done
 [ "$peer" = kernel ] || [ "$peer" = vxrelay ] || usage
+[ "$mlag" = 0 ] || [ "$peer" = kernel ] || usage
 [ -n "$stop" ] && tag=$stop
 case $tag in "" | *[!A-Za-z0-9]*) echo "demo.sh: a tag is letters and digits" >&2; exit 2 ;; esac
 [ "$(id -u)" -eq 0 ] || { echo "demo.sh: needs root (network namespaces)" >&2; exit 1; }
@@ -109,30 +117,41 @@ make_host() {  # make_host NS ADDR SWITCH_NS PORT: eth0 in NS, its peer PORT in 
   ip -n "$3" link set "$4" up
 }
 
-state_file() {  # state_file FILE LOCAL REMOTE
+mlag_json() {  # mlag_json INDEX: the MLAG state of switch INDEX (primary 3, secondary 4)
+  if [ "$mlag" = 0 ]; then
+    echo '"mlag/status": {"mlagState": 0}'
+  else
+    local state=3 peer=10.99.0.3
+    [ "$1" = 1 ] || { state=4; peer=10.99.0.1; }
+    echo "\"mlag/status\": {\"mlagState\": $state, \"peerLinkIntf\": \"Port-Channel10\"},"
+    echo "  \"mlag/config\": {\"peerAddress\": \"$peer\"}"
+  fi
+}
+
+state_file() {  # state_file FILE INDEX LOCAL REMOTE SVI
   cat >"$1" <<EOF
 {
   "interface/status/eth/vxlan": {"vtiStatus": {"Vxlan1": {
-    "operStatus": 1, "localVtepAddr": "$2", "vArpVtepAddr": "$2", "srcIpIntf": "Loopback0",
+    "operStatus": 1, "localVtepAddr": "$3", "vArpVtepAddr": "$3", "srcIpIntf": "Loopback0",
     "srcIntfKernelName": "underlay", "udpPort": 4789, "ttl": 64,
     "floodMcastGrp": "0.0.0.0", "vlanToVniMap": {"$vlan": $vni}}}},
   "vxlan/hardware/status": {
     "vxlanHwStatus": {"Vxlan1": {"portId": 16, "cpuSourcePortId": 17,
-                                 "remoteVtep": {"$3": true}}},
+                                 "remoteVtep": {"$4": true}}},
     "bumStatus": {"bumReplicationMode": 0, "bumVtepList": {
-      "00:00:00:00:00:00/$vlan": {"remoteVtepAddr": {"$3": true}, "listType": 0}}}},
+      "00:00:00:00:00:00/$vlan": {"remoteVtepAddr": {"$4": true}, "listType": 0}}}},
   "bridging/config": {"bridgeMacAddr": "00:1c:73:00:00:01"},
   "ip/status": {"ipIntfStatus": {"Vlan$vlan": {
-    "activeAddrWithMask": "192.168.50.253/24",
+    "activeAddrWithMask": "$5/24",
     "activeVirtualAddrWithMask": "192.168.50.254/24"}}},
   "routing/fhrp/vrMacStatus": {"varpVirtualMac": "00:00:5e:00:01:01"},
   "bridging/hwcapabilities": {"vxlanTxRawSupported": true},
-  "mlag/status": {"mlagState": 0}
+  $(mlag_json "$2")
 }
 EOF
 }
 
-make_switch() {  # make_switch NS INDEX LOCAL REMOTE NAME:MODE:VLANS...: devices, agent, emulator
+make_switch() {  # make_switch NS INDEX LOCAL REMOTE SVI NAME:MODE:VLANS...: all of a switch
   local ns=$1 agent="demo-$tag-$2" port ports=()
   for dev in vxlan txraw; do
     ip -n "$ns" link add "$dev" mtu 9000 type veth peer name "$dev-p" mtu 9000
@@ -141,14 +160,14 @@ make_switch() {  # make_switch NS INDEX LOCAL REMOTE NAME:MODE:VLANS...: devices
   done
   # The SVI of the VLAN as the kernel has it: virtual ARP writes what it learns there.
   ip -n "$ns" link add "vlan$vlan" type veth peer name "vlan$vlan-p"
-  ip -n "$ns" addr add 192.168.50.253/24 dev "vlan$vlan"
+  ip -n "$ns" addr add "$5/24" dev "vlan$vlan"
   ip -n "$ns" link set "vlan$vlan-p" up
   ip -n "$ns" link set "vlan$vlan" up
   echo "$agent" >>"$work/agents"
-  state_file "$work/state-$2.json" "$3" "$4"
+  state_file "$work/state-$2.json" "$2" "$3" "$4" "$5"
   start "host-$2" "$ns" "$bin/vxrelay-host" --state "$work/state-$2.json" --name "$agent" \
     --control "$work/$agent.sock"
-  for port in "${@:5}"; do ports+=(--port "$port"); done
+  for port in "${@:6}"; do ports+=(--port "$port"); done
   # The emulator traps ARP for the VTEP, as the forwarding plane does, and drops the
   # copies that the agent's own decapsulation (port 16) hands back.
   start "fpemu-$2" "$ns" "$bin/vxrelay-fpemu" "${ports[@]}" --vxlan vxlan-p --txraw txraw-p \
@@ -166,21 +185,38 @@ wait_for() {  # wait_for WHAT TENTHS COMMAND...: until the command succeeds
 
 # --- the topology --------------------------------------------------------------------
 
-a=$tag-a b=$tag-b sw1=$tag-sw1 far=$tag-$([ "$peer" = kernel ] && echo vtep || echo sw2)
-say "namespaces $a $sw1 $far $b (peer: $peer)"
+a=$tag-a b=$tag-b sw1=$tag-sw1 sw2=$tag-sw2 far=$tag-$([ "$peer" = kernel ] && echo vtep || echo sw2)
+say "namespaces $a $sw1 $far $b$([ "$mlag" = 1 ] && echo " $sw2") (peer: $peer)"
 netns "$sw1"
 netns "$far"
-ip -n "$sw1" link add underlay mtu 9000 type veth peer name underlay netns "$far" mtu 9000
-ip -n "$sw1" addr add 10.99.0.1/24 dev underlay
-ip -n "$far" addr add 10.99.0.2/24 dev underlay
-ip -n "$sw1" link set underlay up
-ip -n "$far" link set underlay up
+
+link_underlay() {  # link_underlay NS ADDR FAR_END: the switch's "underlay" to the far side
+  ip -n "$1" link add underlay mtu 9000 type veth peer name "$3" netns "$far" mtu 9000
+  ip -n "$1" addr add "$2/24" dev underlay
+  ip -n "$1" link set underlay up
+  ip -n "$far" link set "$3" up
+}
+
+# The far side's underlay device: the veth end itself, or with --mlag a bridge that
+# joins the two switches' ends.
+far_ul=underlay
+link_underlay "$sw1" 10.99.0.1 "$([ "$mlag" = 1 ] && echo ul1 || echo underlay)"
+if [ "$mlag" = 1 ]; then
+  far_ul=ul
+  netns "$sw2"
+  link_underlay "$sw2" 10.99.0.3 ul3
+  ip -n "$far" link add ul mtu 9000 type bridge stp_state 0
+  ip -n "$far" link set ul1 master ul
+  ip -n "$far" link set ul3 master ul
+  ip -n "$far" link set ul up
+fi
+ip -n "$far" addr add 10.99.0.2/24 dev "$far_ul"
 make_host "$a" 192.168.50.1 "$sw1" ha
-make_switch "$sw1" 1 10.99.0.1 10.99.0.2 "ha:access:$vlan"
+make_switch "$sw1" 1 10.99.0.1 10.99.0.2 192.168.50.253 "ha:access:$vlan"
 if [ "$peer" = kernel ]; then
-  ip netns exec "$far" ethtool -K underlay tx off >/dev/null
+  ip netns exec "$far" ethtool -K "$far_ul" tx off >/dev/null
   ip -n "$far" link add vx0 mtu 1500 type vxlan id "$vni" remote 10.99.0.1 local 10.99.0.2 \
-    dstport 4789 dev underlay
+    dstport 4789 dev "$far_ul"
   ip -n "$far" link add br0 type bridge stp_state 0
   ip -n "$far" link set vx0 master br0 up
   make_host "$b" 192.168.50.2 "$far" hb
@@ -192,7 +228,15 @@ else
   ip -n "$far" link add tr type veth peer name tr-p
   ip -n "$far" link set tr-p up
   ip -n "$far" link set tr up
-  make_switch "$far" 2 10.99.0.2 10.99.0.1 "hb:access:$vlan" "tr:trunk:$vlan,20"
+  make_switch "$far" 2 10.99.0.2 10.99.0.1 192.168.50.253 "hb:access:$vlan" "tr:trunk:$vlan,20"
+fi
+if [ "$mlag" = 1 ]; then
+  # The MLAG peer: its own SVI address, the same virtual router address; one access
+  # port whose far end nothing uses.
+  ip -n "$sw2" link add p1 type veth peer name p1-p
+  ip -n "$sw2" link set p1-p up
+  ip -n "$sw2" link set p1 up
+  make_switch "$sw2" 2 10.99.0.3 10.99.0.2 192.168.50.252 "p1:access:$vlan"
 fi
 
 say "waiting for the agents and the emulators"
@@ -243,6 +287,11 @@ if [ "$peer" = kernel ]; then
   echo "host-b:   $(ip -n "$b" neigh show 192.168.50.253)"
 fi
 echo "switch 1: $(ip -n "$sw1" neigh show 192.168.50.2 dev "vlan$vlan")"
+if [ "$mlag" = 1 ]; then
+  wait_for "host-b at switch 1's MLAG peer" 30 \
+    sh -c "ip -n '$sw2' neigh show 192.168.50.2 dev vlan$vlan | grep -q lladdr"
+  echo "switch 2: $(ip -n "$sw2" neigh show 192.168.50.2 dev "vlan$vlan") (from switch 1 over UDP 51023)"
+fi
 
 # --- counters --------------------------------------------------------------------------
 
@@ -261,7 +310,7 @@ done
 
 if [ "$keep" = 1 ]; then
   say "left up (--keep); enter a namespace with:"
-  for ns in $a $sw1 $far $b; do echo "  ip netns exec $ns bash"; done
+  for ns in $a $sw1 $far $b $([ "$mlag" = 1 ] && echo "$sw2"); do echo "  ip netns exec $ns bash"; done
   echo "  logs, state files and control sockets: $work"
   echo "  counters: $bin/vxrelayctl --agent demo-$tag-1 counters"
   echo "  stop it all: $0 --stop $tag"
