@@ -75,6 +75,29 @@ const Lum::TypeInfo& OverlayRelayAgent::OverlayRelayAgent::kType =
 
 namespace {
 
+// Virtual ARP's machines and messages, before VirtualArpSm itself. (ArpRewritePendingList
+// is an entity with its own attribute table and registers from its own file.)
+[[maybe_unused]] const Lum::TypeInfo& varpVtiStatusSmType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::VirtualArpSm::LumVtiStatusSm")
+        .attributeNames({"intfId", "virtualArpSm", "rawTxPam", "udpPam", "vxlanArpRxPam",
+                         "arpSyncUdpPam", "mlagStatus", "initialized"}));
+
+[[maybe_unused]] const Lum::TypeInfo& varpVrfStatusSmType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::VirtualArpSm::LumVrfStatusSm")
+        .attributeNames({"vrfName", "vrfStatus", "virtualArpSm", "initialized"}));
+
+[[maybe_unused]] const Lum::TypeInfo& arpSyncMsgType =
+    Lum::TypeRegistry::add(Lum::TypeInfo("Vxlan::ArpSyncMsg")
+                               .attributeNames({"type", "len", "vlanId", "macAddr", "ipAddr"}));
+
+[[maybe_unused]] const Lum::TypeInfo& arpSyncMsgWrapperType =
+    Lum::TypeRegistry::add(Lum::TypeInfo("Vxlan::ArpSyncMsgWrapper")
+                               .attributeNames({"pkt", "offset", "arpPktLen", "arpSyncMsg"}));
+
+[[maybe_unused]] const Lum::TypeInfo& vrfInfoType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::VrfInfo")
+        .attributeNames({"vrfName", "kniRoot", "kniManager", "netlinkSocket", "ts"}));
+
 [[maybe_unused]] const Lum::TypeInfo& virtualArpSmType = Lum::TypeRegistry::add(
     Lum::TypeInfo("Vxlan::VirtualArpSm")
         .attributeNames({"bridgingConfig", "ipStatus", "fhrpStatus", "fhrpVarpMacStatus",

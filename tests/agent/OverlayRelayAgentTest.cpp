@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -97,6 +98,23 @@ TEST_F(OverlayRelayAgentTest, AttributesByNameAndConstructionByTypeName) {
   EXPECT_TRUE(TestSupport::thrownText<Lum::RangeException>([&] {
                 type.construct({{"name", "a"}, {"cell", "b"}});
               }).starts_with("OverlayRelayAgent"));
+  // The library's types are listed in the one order of its type table.
+  const std::vector<std::string> table = {
+      "Vxlan::OverlayRelayAgent::OverlayRelayAgent::VxCliCallback",
+      "Vxlan::OverlayRelayAgent::OverlayRelayAgent",
+      "Vxlan::VirtualArpSm::LumVtiStatusSm",
+      "Vxlan::VirtualArpSm::LumVrfStatusSm",
+      "Vxlan::ArpSyncMsg",
+      "Vxlan::ArpSyncMsgWrapper",
+      "Vxlan::VrfInfo",
+      "Vxlan::VirtualArpSm",
+      "Vxlan::Local2RemoteForwarderSm",
+      "Vxlan::Remote2LocalForwarderSm"};
+  std::vector<std::string> listed;
+  for (const std::string& name : Lum::TypeRegistry::typeNames()) {
+    if (std::find(table.begin(), table.end(), name) != table.end()) listed.push_back(name);
+  }
+  EXPECT_EQ(listed, table);
 }
 
 // Guards doInit and the start: the descriptor limit, epoll, one closed mount group that
