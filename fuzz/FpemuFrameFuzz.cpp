@@ -12,7 +12,8 @@
 // back to its own port; the local form is the frame with the 12-byte header behind
 // its MACs and the decision's VLAN in it; a frame for a trunk leaves tagged with the
 // VLAN and reads back as the same inner frame; a "txraw" frame loses exactly its
-// 8-byte header and goes only to ports of its VLAN.
+// 8-byte header and goes only to ports of its VLAN; the whole input, as a packet on
+// "fabric", gives up at most its tail as the inner frame.
 #include <cstdlib>
 #include <cstring>
 #include <span>
@@ -69,6 +70,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (overlayArpTrapped({data, size}, 0x0100000a, 4789, trapped)) {
     check(trapped.size() == size + 4 && trapped[12] == 0x00 && trapped[13] == 0x40);
   }
+  // And a packet that the agent hands back on "fabric", decapsulated into VLAN 20 for
+  // VNI 5010: the inner frame is the packet's tail, for ports of that VLAN.
+  sw.vniMapIs({{5010, 20}});
+  if (const Decision& d = sw.fromFabric({data, size}); d.drop == Drop::none) {
+    check(d.vlan == 20 && d.inner.size() + 50 <= size &&
+          std::memcmp(d.inner.data(), data + size - d.inner.size(), d.inner.size()) == 0);
+    for (int p : d.ports) check(sw.ports()[static_cast<size_t>(p)].carries(20));
+  }
   size_t at = 0;
   while (at + 2 <= size) {
     const int source = data[at] % 4;
@@ -91,6 +100,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   check(c[C::txRawRxFrames] == c[C::txRawLocalFrames] + c[C::txRawFloodFrames] +
                                    c[C::dropTxRawBadHeader] + c[C::dropTxRawUnknownVlan] +
                                    c[C::dropTxRawToRemote] + c[C::dropTxRawTrappedArp]);
+  check(c[C::fabricRxFrames] == 1 &&
+        c[C::fabricLocalFrames] + c[C::fabricFloodFrames] + c[C::dropFabricBadPacket] +
+                c[C::dropFabricUnknownVni] + c[C::dropFabricUnknownVlan] +
+                c[C::dropFabricToRemote] ==
+            1);
   check(sw.macs().size() <= 8);
   return 0;
 }

@@ -57,6 +57,18 @@ PortConfig portOf(std::string_view text) {
   return p;
 }
 
+void vniMapEntryOf(std::string_view text, std::map<uint32_t, uint16_t>& map) {
+  const size_t colon = text.find(':');
+  uint32_t vni = 0;
+  const std::string_view vniText = text.substr(0, colon);
+  const auto [end, ec] = std::from_chars(vniText.data(), vniText.data() + vniText.size(), vni);
+  if (colon == text.npos || ec != std::errc() || end != vniText.data() + vniText.size() ||
+      vni < 1 || vni > 0xffffff) {
+    refuse("VNI map entry '" + std::string(text) + "' is not VNI:VLAN with a VNI of 1 to 16777215");
+  }
+  map[vni] = vlanOf(text.substr(colon + 1));
+}
+
 EmulatorConfig configOf(const nlohmann::json& doc) {
   EmulatorConfig c;
   try {
@@ -78,6 +90,7 @@ EmulatorConfig configOf(const nlohmann::json& doc) {
 void check(const EmulatorConfig& c) {
   checkDevice(c.vxlanDevice, "vxlan");
   checkDevice(c.txRawDevice, "txraw");
+  if (!c.fabricDevice.empty()) checkDevice(c.fabricDevice, "fabric");
   if (c.ports.empty()) refuse("no port given");
   std::set<std::string> names = {c.vxlanDevice, c.txRawDevice};
   for (const PortConfig& p : c.ports) {

@@ -11,6 +11,7 @@
 // peers of the agent's "vxlan" and "txraw".
 #pragma once
 
+#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -33,10 +34,17 @@ struct EmulatorConfig {
   uint32_t vtepAddr = 0;
   uint16_t vxlanUdpPort = 4789;
   std::optional<uint16_t> r2lPortId;
+  // The device the agent hands whole received datagrams back on when the plane takes
+  // no "txraw" ("fabric"'s peer), and the VLAN of each VNI for decapsulating them. No
+  // fabric without a device.
+  std::string fabricDevice;
+  std::map<uint32_t, uint16_t> vniToVlan;
 };
 
 // Each throws std::invalid_argument naming what is wrong.
 PortConfig portOf(std::string_view text);
+// "VNI:VLAN", a VNI of 1 to 16777215 and a VLAN of 1 to 4094, into `map`.
+void vniMapEntryOf(std::string_view text, std::map<uint32_t, uint16_t>& map);
 EmulatorConfig configOf(const nlohmann::json& doc);
 // Device names that fit the kernel's, at least one port, no port twice, VLAN counts
 // that fit each mode.

@@ -22,6 +22,14 @@ std::optional<Counter> Counters::ofDrop(Drop d) {
       return Counter::dropTxRawToRemote;
     case Drop::txRawTrappedArp:
       return Counter::dropTxRawTrappedArp;
+    case Drop::fabricBadPacket:
+      return Counter::dropFabricBadPacket;
+    case Drop::fabricUnknownVni:
+      return Counter::dropFabricUnknownVni;
+    case Drop::fabricUnknownVlan:
+      return Counter::dropFabricUnknownVlan;
+    case Drop::fabricToRemote:
+      return Counter::dropFabricToRemote;
   }
   return std::nullopt;
 }

@@ -8,6 +8,8 @@
 //   txRawRxFrames = txRawLocalFrames + txRawFloodFrames
 //                   + dropTxRawBadHeader + dropTxRawUnknownVlan + dropTxRawToRemote
 //                   + dropTxRawTrappedArp
+//   fabricRxFrames = fabricLocalFrames + fabricFloodFrames + dropFabricBadPacket
+//                   + dropFabricUnknownVni + dropFabricUnknownVlan + dropFabricToRemote
 //   underlayRxFrames  (with the trap on) counts what the underlay brought, of which
 //                   overlayArpTrapped went to the agent on "vxlan" (in agentTxFrames)
 // and every write once: agentTxFrames (on "vxlan") and portTxFrames, or sendErrors.
@@ -24,29 +26,36 @@
 
 namespace Fpemu {
 
-#define FPEMU_COUNTERS(X) \
-  X(portRxFrames)         \
-  X(portLocalFrames)      \
-  X(portRemoteFrames)     \
-  X(portFloodFrames)      \
-  X(txRawRxFrames)        \
-  X(txRawLocalFrames)     \
-  X(txRawFloodFrames)     \
-  X(agentTxFrames)        \
-  X(portTxFrames)         \
-  X(macsLearnt)           \
-  X(macMoves)             \
-  X(macTableFull)         \
-  X(dropRunt)             \
-  X(dropVlanNotAllowed)   \
-  X(dropSameSegment)      \
-  X(dropTxRawBadHeader)   \
-  X(dropTxRawUnknownVlan) \
-  X(dropTxRawToRemote)    \
-  X(dropTxRawTrappedArp)  \
-  X(underlayRxFrames)     \
-  X(overlayArpTrapped)    \
-  X(readErrors)           \
+#define FPEMU_COUNTERS(X)  \
+  X(portRxFrames)          \
+  X(portLocalFrames)       \
+  X(portRemoteFrames)      \
+  X(portFloodFrames)       \
+  X(txRawRxFrames)         \
+  X(txRawLocalFrames)      \
+  X(txRawFloodFrames)      \
+  X(agentTxFrames)         \
+  X(portTxFrames)          \
+  X(macsLearnt)            \
+  X(macMoves)              \
+  X(macTableFull)          \
+  X(dropRunt)              \
+  X(dropVlanNotAllowed)    \
+  X(dropSameSegment)       \
+  X(dropTxRawBadHeader)    \
+  X(dropTxRawUnknownVlan)  \
+  X(dropTxRawToRemote)     \
+  X(dropTxRawTrappedArp)   \
+  X(fabricRxFrames)        \
+  X(fabricLocalFrames)     \
+  X(fabricFloodFrames)     \
+  X(dropFabricBadPacket)   \
+  X(dropFabricUnknownVni)  \
+  X(dropFabricUnknownVlan) \
+  X(dropFabricToRemote)    \
+  X(underlayRxFrames)      \
+  X(overlayArpTrapped)     \
+  X(readErrors)            \
   X(sendErrors)
 
 enum class Counter : uint8_t {

@@ -47,6 +47,11 @@ FpEmulator::FpEmulator(const EmulatorConfig& config, Lum::EventLoop& loop, std::
       loop_.readableHandlerIs(underlay_.fd, this);
       switch_.trappedArpPortIs(config.r2lPortId);
     }
+    if (!config.fabricDevice.empty()) {
+      fabric_ = open(config.fabricDevice, true);
+      loop_.readableHandlerIs(fabric_.fd, this);
+      switch_.vniMapIs(config.vniToVlan);
+    }
     loop_.readableHandlerIs(signalFd_, this);
   } catch (...) {
     closeAll();
@@ -65,9 +70,9 @@ void FpEmulator::closeAll() noexcept {
     Lum::sysCalls().close(fd);
   };
   for (const Socket& s : ports_) close(s.fd);
-  for (int fd : {vxlan_.fd, txRaw_.fd, underlay_.fd, signalFd_}) close(fd);
+  for (int fd : {vxlan_.fd, txRaw_.fd, underlay_.fd, fabric_.fd, signalFd_}) close(fd);
   ports_.clear();
-  vxlan_ = txRaw_ = underlay_ = Socket{};
+  vxlan_ = txRaw_ = underlay_ = fabric_ = Socket{};
   signalFd_ = -1;
 }
 
@@ -188,6 +193,10 @@ void FpEmulator::onReadable(int fd) {
   }
   if (fd == txRaw_.fd) {
     drain(txRaw_, [this](std::span<const uint8_t> f) { deliver(switch_.fromTxRaw(f), f, 0); });
+    return;
+  }
+  if (fd == fabric_.fd) {
+    drain(fabric_, [this](std::span<const uint8_t> f) { deliver(switch_.fromFabric(f), f, 0); });
     return;
   }
   if (fd == underlay_.fd) {

@@ -65,6 +65,7 @@ class FpEmulator : private Lum::ReadableHandler {
   Socket txRaw_;
   // The trap of ARP for the VTEP (closed: none), and the frame it hands on.
   Socket underlay_;
+  Socket fabric_;
   uint32_t vtepAddr_;
   uint16_t vxlanUdpPort_;
   std::vector<uint8_t> trapped_;

@@ -143,6 +143,24 @@ bool overlayArpTrapped(std::span<const uint8_t> datagram, uint32_t vtep, uint16_
   return true;
 }
 
+Fabric fabricOf(std::span<const uint8_t> packet, std::vector<uint8_t>& inner) {
+  size_t at = kMacBytes;
+  if (packet.size() >= at + 4 && be16(packet, at) == 0x0040) at += 4;  // the trap's layout
+  if (packet.size() >= at + 2 && be16(packet, at) == kTpidDot1q) at += kTagLen;
+  const size_t ip = at + 2;
+  if (packet.size() < ip + 20 || be16(packet, at) != 0x0800) return {Drop::fabricBadPacket};
+  const size_t ipLen = (packet[ip] & 0x0f) * 4u;
+  const size_t vxlan = ip + ipLen + 8;
+  const size_t frame = vxlan + 8;
+  if (ipLen < 20 || packet[ip + 9] != 17 || packet.size() < frame + kEthHdrLen ||
+      (packet[vxlan] & 0x08) == 0) {
+    return {Drop::fabricBadPacket};
+  }
+  inner.assign(packet.begin() + static_cast<std::ptrdiff_t>(frame), packet.end());
+  return {Drop::none, static_cast<uint32_t>(packet[vxlan + 4] << 16 | packet[vxlan + 5] << 8 |
+                                            packet[vxlan + 6])};
+}
+
 std::span<uint8_t> withTagRestored(std::span<uint8_t> buf, size_t len, uint16_t tpid,
                                    uint16_t tci) {
   if (len < kMacBytes) return buf.subspan(kTagLen, len);

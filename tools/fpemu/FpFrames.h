@@ -57,6 +57,10 @@ enum class Drop : uint8_t {
   txRawUnknownVlan,
   txRawToRemote,    // the destination is learnt from "txraw" itself
   txRawTrappedArp,  // ARP the software decapsulation handed over: the trap has it
+  fabricBadPacket,  // on "fabric": not IPv4 UDP with a VXLAN header and an inner frame
+  fabricUnknownVni,
+  fabricUnknownVlan,
+  fabricToRemote,
 };
 
 // A frame from a host port, placed in the switch: its VLAN, the flags the agent needs,
@@ -106,6 +110,15 @@ std::span<uint8_t> withTagRestored(std::span<uint8_t> buf, size_t len, uint16_t 
 // is IPv4 UDP to `vtep` (network order) on `udpPort`, with an ARP inner frame.
 bool overlayArpTrapped(std::span<const uint8_t> datagram, uint32_t vtep, uint16_t udpPort,
                        std::vector<uint8_t>& out);
+
+// What the agent hands back on "fabric": a datagram as it came from the underlay (in
+// the trap's layout or plain), which the forwarding plane decapsulates as if it had
+// just arrived. Its VNI, with the inner frame written to `inner`, or why it is refused.
+struct Fabric {
+  Drop drop = Drop::none;
+  uint32_t vni = 0;
+};
+Fabric fabricOf(std::span<const uint8_t> packet, std::vector<uint8_t>& inner);
 
 // The six bytes of a MAC address as one number, and the group bit.
 uint64_t macOf(const uint8_t* sixBytes);

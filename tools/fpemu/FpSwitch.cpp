@@ -84,19 +84,36 @@ const Decision& FpSwitch::fromTxRaw(std::span<const uint8_t> frame) {
     return dropped(Drop::txRawTrappedArp);
   }
   d_.vlan = t.vlan;
+  return fromOverlay({Counter::txRawLocalFrames, Counter::txRawFloodFrames, Drop::txRawUnknownVlan,
+                      Drop::txRawToRemote});
+}
+
+const Decision& FpSwitch::fromFabric(std::span<const uint8_t> packet) {
+  reset();
+  counters_.add(Counter::fabricRxFrames);
+  const Fabric f = fabricOf(packet, d_.inner);
+  if (f.drop != Drop::none) return dropped(f.drop);
+  const auto vlan = vniToVlan_.find(f.vni);
+  if (vlan == vniToVlan_.end()) return dropped(Drop::fabricUnknownVni);
+  d_.vlan = vlan->second;
+  return fromOverlay({Counter::fabricLocalFrames, Counter::fabricFloodFrames,
+                      Drop::fabricUnknownVlan, Drop::fabricToRemote});
+}
+
+const Decision& FpSwitch::fromOverlay(const OverlayPath& path) {
   bool carried = false;
-  for (const PortConfig& p : ports_) carried = carried || p.carries(t.vlan);
-  if (!carried) return dropped(Drop::txRawUnknownVlan);
+  for (const PortConfig& p : ports_) carried = carried || p.carries(d_.vlan);
+  if (!carried) return dropped(path.unknownVlan);
   learn(d_.vlan, d_.inner.data() + 6, MacTable::kRemote);
   const std::optional<int> at =
       isGroupMac(d_.inner.data()) ? std::nullopt : macs_.lookup(d_.vlan, macOf(d_.inner.data()));
   if (!at) {
-    counters_.add(Counter::txRawFloodFrames);
+    counters_.add(path.flooded);
     flood(d_.vlan, MacTable::kRemote);
   } else if (*at == MacTable::kRemote) {
-    return dropped(Drop::txRawToRemote);
+    return dropped(path.toRemote);
   } else {
-    counters_.add(Counter::txRawLocalFrames);
+    counters_.add(path.local);
     d_.ports.push_back(*at);
   }
   return d_;

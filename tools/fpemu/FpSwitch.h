@@ -9,14 +9,17 @@
 // A frame from "txraw": its VLAN must be carried by some port (else txRawUnknownVlan);
 // its source is learnt as remote; a destination learnt on a port goes there, one learnt
 // as remote is dropped (txRawToRemote: never back to the agent), anything else floods
-// to the VLAN's ports.
+// to the VLAN's ports. A packet from "fabric" is decapsulated, its VNI giving the VLAN
+// (else fabricUnknownVni), and its inner frame goes on as one from "txraw" would.
 //
 // Each call counts the frame read and its outcome; the caller counts its writes.
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "tools/fpemu/FpCounters.h"
@@ -45,6 +48,9 @@ class FpSwitch {
   // The decision stays valid until the next call.
   const Decision& fromPort(int port, std::span<const uint8_t> frame);
   const Decision& fromTxRaw(std::span<const uint8_t> frame);
+  const Decision& fromFabric(std::span<const uint8_t> packet);
+  // The VLAN of each VNI, for what comes on "fabric".
+  void vniMapIs(std::map<uint32_t, uint16_t> vniToVlan) { vniToVlan_ = std::move(vniToVlan); }
   // With the trap of ARP on, ARP that "txraw" brings on this port id (the agent's
   // software decapsulation) is dropped: the trap handed it to the agent already, and
   // what the agent does not answer comes back on its own port id.
@@ -60,9 +66,18 @@ class FpSwitch {
   void learn(uint16_t vlan, const uint8_t* src, int where);
   // The VLAN's ports but `except`.
   void flood(uint16_t vlan, int except);
+  // The inner frame of the overlay (d_.inner) in d_.vlan, to the host ports.
+  struct OverlayPath {
+    Counter local;
+    Counter flooded;
+    Drop unknownVlan;
+    Drop toRemote;
+  };
+  const Decision& fromOverlay(const OverlayPath& path);
 
   std::vector<PortConfig> ports_;
   std::optional<uint16_t> trappedArpPort_;
+  std::map<uint32_t, uint16_t> vniToVlan_;
   MacTable macs_;
   Counters counters_;
   Decision d_;

@@ -6,6 +6,7 @@
 //
 //   vxrelay-fpemu --port host0:access:10 --port trunk1:trunk:10,20 --vxlan vxlan-p
 //   vxrelay-fpemu --port host0:access:10 --txraw txraw-p
+//   vxrelay-fpemu --port host0:access:10 --fabric fabric-p --vni 5010:10
 //   vxrelay-fpemu --config ports.json
 #include <arpa/inet.h>
 
@@ -66,6 +67,11 @@ int main(int argc, char** argv) {
   app.add_option("--vxlan-port", vxlanPort, "the VTEP's UDP port (default 4789)");
   app.add_option("--r2l-port", r2lPort,
                  "port id of the agent's decapsulated frames; their ARP is the trap's and dropped");
+  std::string fabric;
+  std::vector<std::string> vnis;
+  app.add_option("--fabric", fabric,
+                 "device to read the agent's whole datagrams from, decapsulated here");
+  app.add_option("--vni", vnis, "VNI:VLAN, the VLAN of a VNI for what comes on --fabric");
   CLI11_PARSE(app, argc, argv);
 
   Fpemu::EmulatorConfig config;
@@ -81,6 +87,9 @@ int main(int argc, char** argv) {
       config.vxlanUdpPort = vxlanPort;
       config.r2lPortId = r2lPort;
     }
+    config.fabricDevice = fabric;
+    for (const std::string& text : vnis) Fpemu::vniMapEntryOf(text, config.vniToVlan);
+    Fpemu::check(config);
   } catch (const std::exception& e) {
     return fail(e.what());
   }

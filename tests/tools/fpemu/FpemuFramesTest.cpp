@@ -175,6 +175,23 @@ TEST(FpemuFramesTest, ArpForTheVtepIsTrappedAndItsSoftwareCopyDropped) {
             Drop::txRawTrappedArp);
   EXPECT_EQ(sw.fromTxRaw(txRawFrame(arp, Bridging::VlanId(20), Vxlan::HwPortId(17))).drop,
             Drop::none);
+
+  // What the agent hands back on "fabric" (the trapped datagram, or a plain one) is
+  // decapsulated into the VLAN of its VNI.
+  sw.vniMapIs({{b.vni, 20}});
+  b.inner = arp;
+  ASSERT_TRUE(overlayArpTrapped(b.build(), vtep, b.dport, out));
+  for (const Bytes& packet : {out, b.build()}) {
+    const Decision& d = sw.fromFabric(packet);
+    EXPECT_EQ(d.vlan, 20);
+    EXPECT_EQ(d.inner, arp);
+    EXPECT_EQ(d.ports, std::vector<int>{2});
+  }
+  out.resize(out.size() - arp.size() + 13);
+  EXPECT_EQ(sw.fromFabric(out).drop, Drop::fabricBadPacket) << "inner frame cut short";
+  b.vni += 1;
+  EXPECT_EQ(sw.fromFabric(b.build()).drop, Drop::fabricUnknownVni);
+  EXPECT_EQ(sw.counters()[Counter::fabricRxFrames], 4u);
 }
 
 // The demo's ports are given as "name:mode:vlans" and as a JSON file; what the
@@ -183,6 +200,12 @@ TEST(FpemuFramesTest, PortsAndFilesAreReadAndRefused) {
   EXPECT_EQ(portOf("trunk1:trunk:10,20").vlans, (std::vector<uint16_t>{10, 20}));
   for (const char* bad : {"h0:access", "h0:hybrid:10", "h0:access:4095", "h0:access:1x"}) {
     EXPECT_THROW(portOf(bad), std::invalid_argument) << bad;
+  }
+  std::map<uint32_t, uint16_t> vnis;
+  vniMapEntryOf("16777215:10", vnis);
+  EXPECT_EQ(vnis.at(16777215), 10);
+  for (const char* bad : {"5010", "0:10", "16777216:10", "5010:4095", "5010x:10"}) {
+    EXPECT_THROW(vniMapEntryOf(bad, vnis), std::invalid_argument) << bad;
   }
   EmulatorConfig c = configOf(nlohmann::json::parse(
       R"({"vxlan": "vx-p", "ports": [{"name": "q", "mode": "dot1q-tunnel", "vlans": [30]}]})"));
