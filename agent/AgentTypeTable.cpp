@@ -75,7 +75,8 @@ const Lum::TypeInfo& OverlayRelayAgent::OverlayRelayAgent::kType =
 
 namespace {
 
-// Virtual ARP's machines and messages, before VirtualArpSm itself. (ArpRewritePendingList
+// Virtual ARP's machines and messages, and ARP reply replication's per-interface and
+// per-VRF state machines, before VirtualArpSm itself. (ArpRewritePendingList
 // is an entity with its own attribute table and registers from its own file.)
 [[maybe_unused]] const Lum::TypeInfo& varpVtiStatusSmType = Lum::TypeRegistry::add(
     Lum::TypeInfo("Vxlan::VirtualArpSm::LumVtiStatusSm")
@@ -85,6 +86,16 @@ namespace {
 [[maybe_unused]] const Lum::TypeInfo& varpVrfStatusSmType = Lum::TypeRegistry::add(
     Lum::TypeInfo("Vxlan::VirtualArpSm::LumVrfStatusSm")
         .attributeNames({"vrfName", "vrfStatus", "virtualArpSm", "initialized"}));
+
+[[maybe_unused]] const Lum::TypeInfo& arpReplyIpIntfStatusType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::ArpReplyReplicationVrfSm::LumIpIntfStatus")
+        .attributeNames({"ipIntfStatus", "arpReplyReplicationVrfSm", "bpfExpression",
+                         "bpfInstalled", "bpfInstallRetryInterval", "initialized", "mlagStatus",
+                         "clock", "arpReplyRxPam"}));
+
+[[maybe_unused]] const Lum::TypeInfo& arpReplyVrfStatusSmType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::ArpReplyReplicationSm::LumVrfStatusSm")
+        .attributeNames({"vrfStatus", "arpReplyReplicationSm", "initialized"}));
 
 [[maybe_unused]] const Lum::TypeInfo& arpSyncMsgType =
     Lum::TypeRegistry::add(Lum::TypeInfo("Vxlan::ArpSyncMsg")
@@ -105,6 +116,17 @@ namespace {
                          "mlagStatus", "kernelNetworkInfoRoot", "kernelNetworkInfoManager",
                          "vxBumStatus", "vxAgentCounter", "bridgingHwCapabilities", "allVrfStatus",
                          "vxStatusDir", "clock", "l2rVarpIpMacTableCol"}));
+
+[[maybe_unused]] const Lum::TypeInfo& arpReplyReplicationVrfSmType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::ArpReplyReplicationVrfSm")
+        .attributeNames({"vrfName", "netNs", "vrfIpIntfStatus", "fhrpVarpMacStatus", "virtualArpSm",
+                         "vxAgentCounter", "mlagStatus", "clock", "initialized", "ipIntfStatus"}));
+
+[[maybe_unused]] const Lum::TypeInfo& arpReplyReplicationSmType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::ArpReplyReplicationSm")
+        .attributeNames({"ipStatus", "fhrpVarpMacStatus", "virtualArpSm", "vxAgentCounter",
+                         "allVrfStatus", "mlagStatus", "clock", "initialized",
+                         "arpReplyReplicationVrfSm", "vrfStatusSm"}));
 
 [[maybe_unused]] const Lum::TypeInfo& local2RemoteForwarderSmType = Lum::TypeRegistry::add(
     Lum::TypeInfo("Vxlan::Local2RemoteForwarderSm")

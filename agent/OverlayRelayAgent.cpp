@@ -60,6 +60,7 @@ static_assert(std::size(kMounts) == 17);
 OverlayRelayAgent::OverlayRelayAgent(const Lum::Name& name)
     : CAgent(name),
       virtualArpSm_(nullptr),
+      arpReplyReplicationSm_(nullptr),
       local2RemoteForwarderSm_(nullptr),
       remote2LocalForwarderSm_(nullptr),
       cliRequestDirSm_(nullptr) {}
@@ -69,6 +70,7 @@ OverlayRelayAgent::~OverlayRelayAgent() {
   kernelNetworkInfoManager_.del();
   vniToVlanMaps_.del();
   virtualArpSm_.del();
+  arpReplyReplicationSm_.del();
   local2RemoteForwarderSm_.del();
   remote2LocalForwarderSm_.del();
   cliRequestDirSm_.del();
@@ -168,6 +170,9 @@ void OverlayRelayAgent::doMountsComplete(Statehub::MountStatus status,
       kernelNetworkInfoManager_.ptr(), bumStatus, vxAgentCounter_, bridgingHwCapabilities_,
       allVrfStatus_, vxStatusDir_, Lum::activityManager().config().clock(),
       l2rVarpIpMacTableCol_.ptr()});
+  arpReplyReplicationSm_.is(ipStatusDir_, fhrpVarpMacStatus_, virtualArpSm_.get(), vxAgentCounter_,
+                            allVrfStatus_, mlagStatus_,
+                            Lum::Ptr<const Lum::Clock>(Lum::activityManager().config().clock()));
 
   const std::string cell(cellPath().view());
   cliRequestDir_ = fetch<Lum::Dir>(em, cell + "/agent/commandRequest/config/vxlan");
@@ -191,6 +196,7 @@ void OverlayRelayAgent::doCleanup() {
   local2RemoteForwarderSm_.del();
   remote2LocalForwarderSm_.del();
   virtualArpSm_.del();
+  arpReplyReplicationSm_.del();
 }
 
 OverlayRelayAgent::VxCliCallback::VxCliCallback(const Lum::String8& commandType,

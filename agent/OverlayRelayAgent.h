@@ -25,6 +25,7 @@
 #include "platform/statehub/AgentCommand.h"
 #include "platform/status/StatusModel.h"
 #include "platform/status/interface/KernelNetworkInfo.h"
+#include "varp/ArpReplyReplicationSm.h"
 #include "varp/VirtualArpSm.h"
 
 namespace Vxlan::OverlayRelayAgent {
@@ -123,6 +124,7 @@ class OverlayRelayAgent : public AgentBase::CAgent {
   }
   VniToVlanMaps* vniToVlanMaps() const { return vniToVlanMaps_.get(); }
   VirtualArpSm* virtualArpSm() const { return virtualArpSm_.get(); }
+  ArpReplyReplicationSm* arpReplyReplicationSm() const { return arpReplyReplicationSm_.get(); }
   Local2RemoteForwarderSm* local2RemoteForwarderSm() const {
     return local2RemoteForwarderSm_.get();
   }
@@ -162,6 +164,11 @@ class OverlayRelayAgent : public AgentBase::CAgent {
   Lum::Ptr<Routing::Igmp::Application::Config> igmpConfig_;
   Lum::Ptr<Routing::Pim::Application::Config> pimConfig_;
   Lum::Instance<VirtualArpSm, VirtualArpSm::Inputs> virtualArpSm_;
+  Lum::Instance<ArpReplyReplicationSm, Lum::Ptr<const Ip::Status>,
+                Lum::Ptr<const Routing::Fhrp::VirtualRouterMacStatus>, VirtualArpSm*,
+                Lum::Ptr<VxlanAgentCounter>, Lum::Ptr<const Ip::AllVrfStatusLocal>,
+                Lum::Ptr<const Mlag::Status>, Lum::Ptr<const Lum::Clock>>
+      arpReplyReplicationSm_;
   Lum::Instance<Local2RemoteForwarderSm, Local2RemoteForwarderSm::Inputs> local2RemoteForwarderSm_;
   Lum::Instance<Remote2LocalForwarderSm, Remote2LocalForwarderSm::Inputs> remote2LocalForwarderSm_;
   Lum::Ptr<Lum::Dir> cliRequestDir_;

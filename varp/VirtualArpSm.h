@@ -116,6 +116,7 @@ class VirtualArpSm : public Lum::ReactorBase {
   Lum::Ptr<LumVtiStatusSm> vtiStatusSmIs(const Lum::Ptr<const VtiStatus>& status);
   void vtiStatusSmDel(const Wire::IntfId& id);
   size_t vtiStatusSmSize() const;
+  auto vtiStatusSmIterator() const { return vtiStatusSm_.iterator(); }
   // One machine per VRF of the IP agent's directory.
   Lum::Ptr<LumVrfStatusSm> vrfStatusSm(const L3::VrfName& name) const;
   // The kernel device `name` came or went; only "vxlan" matters here.

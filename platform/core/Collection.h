@@ -188,7 +188,11 @@ class Collection : private NestedSlotBase {
   void checkOne(const T& stored, const T& given, const char* name) {
     if (stored == given) return;
     std::ostringstream text;
-    text << given;
+    if constexpr (requires { given.ptr(); }) {
+      text << static_cast<const void*>(given.ptr());
+    } else {
+      text << given;
+    }
     throwRangeException(
         "Reinstantiating the pointer interface where constructor parameter attribute _" +
         std::string(name) + " has a different value of " + text.str());

@@ -14,6 +14,10 @@ class NamespaceName : public Lum::BoundedString<NamespaceName, 150> {
   static constexpr std::string_view kRangeText = "NamespaceName::bytes > 150 not allowed";
 };
 
+// The namespace of the default VRF, as the platform names it: the agent's own (the
+// namespace services take it, like the empty name, as the calling thread's).
+inline const NamespaceName DEFAULT_NS("default");
+
 }  // namespace Wire
 
 template <>

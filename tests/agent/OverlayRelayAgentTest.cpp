@@ -104,10 +104,14 @@ TEST_F(OverlayRelayAgentTest, AttributesByNameAndConstructionByTypeName) {
       "Vxlan::OverlayRelayAgent::OverlayRelayAgent",
       "Vxlan::VirtualArpSm::LumVtiStatusSm",
       "Vxlan::VirtualArpSm::LumVrfStatusSm",
+      "Vxlan::ArpReplyReplicationVrfSm::LumIpIntfStatus",
+      "Vxlan::ArpReplyReplicationSm::LumVrfStatusSm",
       "Vxlan::ArpSyncMsg",
       "Vxlan::ArpSyncMsgWrapper",
       "Vxlan::VrfInfo",
       "Vxlan::VirtualArpSm",
+      "Vxlan::ArpReplyReplicationVrfSm",
+      "Vxlan::ArpReplyReplicationSm",
       "Vxlan::Local2RemoteForwarderSm",
       "Vxlan::Remote2LocalForwarderSm"};
   std::vector<std::string> listed;
