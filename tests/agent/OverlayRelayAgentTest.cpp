@@ -5,15 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 
 #include "platform/loop/ActivityManager.h"
 #include "platform/memtab/MemtabMount.h"
 #include "platform/os/SysCalls.h"
-#include "platform/trace/RingLog.h"
 #include "tests/support/SharedObjects.h"
-#include "tests/support/TempDir.h"
-#include "tests/support/Throws.h"
 
 namespace Vxlan::OverlayRelayAgent {
 namespace {
@@ -85,20 +81,6 @@ class OverlayRelayAgentTest : public ::testing::Test {
   Lum::Ptr<OverlayRelayAgent> agent_;
 };
 
-// Guards the agent's attribute table (every id reachable by its name, which names it
-// back) and its construction by type name with the one argument list the host may use.
-TEST_F(OverlayRelayAgentTest, AttributesByNameAndConstructionByTypeName) {
-  const Lum::TypeInfo& type = agent_->fwkType();
-  for (int id = OverlayRelayAgent::kIpStatusDir; id < OverlayRelayAgent::kAttrEnd; ++id) {
-    const Lum::String8 name = agent_->attributeString(id);
-    ASSERT_NE(name, Lum::String8("unknown")) << id;
-    EXPECT_EQ(type.attribute(name.view())->id, id) << name;
-  }
-  EXPECT_TRUE(TestSupport::thrownText<Lum::RangeException>([&] {
-                type.construct({{"name", "a"}, {"cell", "b"}});
-              }).starts_with("OverlayRelayAgent"));
-}
-
 // Guards doInit and the start: the descriptor limit, epoll, one closed mount group that
 // completes only on the loop; then every machine built, the kernel watcher last
 // (virtual ARP got none), and the command channel wired to the callback.
@@ -168,28 +150,6 @@ TEST_F(OverlayRelayAgentTest, CommandsClearTheirTableOnly) {
   command("6", "clear vxlan counters software");
   command("7", "clearVarpCtr");
   EXPECT_EQ(sums(), (Sums{3u * kVxlanCounterIds, 3u * kVarpCounterIds}));
-}
-
-// Guards the ring file name: the agent's name, "-<pid>" unless RINGLOGDIR is set, and
-// ".rl"; RINGLOG_DISABLE, even empty, opens nothing.
-TEST_F(OverlayRelayAgentTest, TraceRingFile) {
-  const TestSupport::TempDir tmp("vxr-ring");
-  const std::filesystem::path& dir = tmp.path();
-  struct Cleanup {
-    ~Cleanup() {
-      RingLog::shutdown();
-      ::unsetenv("RINGLOGDIR");
-    }
-  } cleanup;
-  agent_->doInit();
-  EXPECT_EQ(RingLog::traceFile(), nullptr);
-  ::unsetenv("RINGLOG_DISABLE");
-  ::setenv("RINGLOGDIR", dir.c_str(), 1);
-  Lum::Ptr<OverlayRelayAgent> second(new OverlayRelayAgent(name_ + "b"));
-  second->entityManagerIs(Lum::Ptr<Statehub::EntityManager>(new Statehub::EntityManager));
-  second->doInit();
-  ASSERT_NE(RingLog::traceFile(), nullptr);
-  EXPECT_TRUE(std::filesystem::exists(dir / (name_ + "b.rl")));
 }
 
 }  // namespace
