@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "DemoModel.h"
-#include "platform/core/Instance.h"
 
 namespace Demo {
 namespace {
@@ -33,19 +32,6 @@ TEST(PtrTest, CountAndFlagsShareOneWord) {
     EXPECT_EQ(raw->references(), 2u);
   }
   EXPECT_EQ(Probe::freed, 1);
-}
-
-// Guards the instantiating attribute: equal parameters keep the object, other ones
-// replace it, and del hands it back detached.
-TEST(InstanceTest, EqualParametersKeepTheObject) {
-  Lum::Instance<Settings, Name> holder;
-  Ptr<Settings> first = holder.is("a");
-  EXPECT_EQ(holder.is("a"), first);
-  Ptr<Settings> second = holder.is("b");
-  EXPECT_NE(second, first);
-  EXPECT_EQ(second->name(), Name("b"));
-  EXPECT_EQ(holder.del(), second);
-  EXPECT_FALSE(holder);
 }
 
 // Guards the catch-up: a reactor handed another notifier reacts as to a change,
