@@ -14,26 +14,6 @@ class ReactorTest : public ::testing::Test {
   Ptr<Settings> settings_{new Settings("settings")};
 };
 
-struct Probe : Lum::VFPtrInterface {
-  static inline int freed = 0;
-  ~Probe() override { ++freed; }
-};
-
-// Guards the count word: flags must not disturb the count, the top bit must read as
-// "dying", and the object must be freed exactly once.
-TEST(PtrTest, CountAndFlagsShareOneWord) {
-  Probe* raw = new Probe;
-  {
-    Ptr<Probe> a(raw);
-    Ptr<const Probe> b = a;
-    raw->lumMarkedForDeletionIs(true);
-    Ptr<Probe> c = std::move(a);
-    EXPECT_TRUE(raw->lumMarkedForDeletion());
-    EXPECT_EQ(raw->references(), 2u);
-  }
-  EXPECT_EQ(Probe::freed, 1);
-}
-
 // Guards the catch-up: a reactor handed another notifier reacts as to a change,
 // the same notifier again does nothing, and a new element around another entity of
 // the same key is given that entity rather than rebuilt.
