@@ -1,6 +1,8 @@
 // The virtual ARP machine the virtual ARP fuzz targets drive: the unit tests' machine
 // (tests/varp/VarpSetup.h) on a kernel that takes every send and accepts every neighbor
-// write, forgetting between inputs what one left behind.
+// write, with a controller's table that knows 10.1.1.5 under 02:00:00:00:00:0a (so that
+// a request from it under another MAC is rewritten), forgetting between inputs what one
+// left behind.
 #pragma once
 
 #include <cstring>
@@ -10,6 +12,10 @@
 namespace VarpFuzz {
 
 struct Machine : Vxlan::VarpSetup {
+  Machine() {
+    tables_->varpIpMacTableIs("t")->varpIpMacEntryIs(Vxlan::VarpIpMacEntry(
+        Wire::IpGenAddr(Vxlan::ip("10.1.1.5")), Vxlan::VniOrNone(5010), Vxlan::mac(0x0a)));
+  }
   void forget() {
     kernel_.sent.clear();
     kernel_.writes.clear();
