@@ -101,6 +101,8 @@ TEST_F(OverlayRelayAgentTest, InitMountsThenMountsCompleteBuildsTheMachines) {
   ASSERT_TRUE(agent_->local2RemoteForwarderSm() && agent_->remote2LocalForwarderSm());
   EXPECT_EQ(agent_->local2RemoteForwarderSm()->inputs().l2rVarpIpMacTableCol.ptr(),
             agent_->l2rVarpIpMacTableCol());
+  EXPECT_EQ(agent_->local2RemoteForwarderSm()->inputs().ipStatusDir.ptr(),
+            agent_->ipStatusDir().ptr());
   EXPECT_EQ(agent_->remote2LocalForwarderSm()->vniToVlanMaps().ptr(), agent_->vniToVlanMaps());
   ASSERT_TRUE(agent_->virtualArpSm());
   EXPECT_FALSE(agent_->virtualArpSm()->inputs().kernelNetworkInfoManager);
