@@ -21,9 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   in[8 + 14 + 6] = 0;  // opcode 1: the classifier calls it for requests only
   in[8 + 14 + 7] = 1;
   const Lum::Ptr<Wire::Pkt> pkt = VarpFuzz::Machine::packet(in.data(), in.size());
-  machine.vti->virtualArpSm()->checkAndRewriteVxlanArpRequest(pkt, pkt->data());
+  machine.vti_->virtualArpSm()->checkAndRewriteVxlanArpRequest(pkt, pkt->data());
   const uint8_t* out = pkt->data();
-  const Wire::EthAddr varp(0x0000, 0x5e00, 0x0101);
   const bool rewritten = std::memcmp(out + kArpSender, in.data() + kArpSender, 6) != 0 ||
                          std::memcmp(out + kInnerSrc, in.data() + kInnerSrc, 6) != 0;
   for (size_t i = 0; i < kRequestBytes; ++i) {
@@ -32,15 +31,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!mayChange && out[i] != in[i]) std::abort();
   }
   if (rewritten) {
-    if (Wire::EthAddr::fromBytes(out + kInnerSrc) != varp ||
-        Wire::EthAddr::fromBytes(out + kArpSender) != varp) {
+    if (Wire::EthAddr::fromBytes(out + kInnerSrc) != Vxlan::kVarpMac ||
+        Wire::EthAddr::fromBytes(out + kArpSender) != Vxlan::kVarpMac) {
       std::abort();
     }
     uint32_t t;
     std::memcpy(&t, in.data() + kArpTarget, 4);
     const Wire::IpAddr target = Wire::IpAddr::fromNetworkOrder(t);
     const uint32_t vni = uint32_t(in[4]) << 16 | uint32_t(in[5]) << 8 | in[6];
-    const auto list = machine.sm->arpRewritePendingList({Vxlan::Vni(vni), Wire::IpGenAddr(target)});
+    const auto list =
+        machine.sm_->arpRewritePendingList({Vxlan::Vni(vni), Wire::IpGenAddr(target)});
     if (!list || !list->reqMacAddr(Wire::EthAddr::fromBytes(in.data() + kArpSender))) std::abort();
   }
   machine.forget();

@@ -6,15 +6,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 
 #include "platform/loop/ActivityManager.h"
 #include "platform/memtab/MemtabMount.h"
 #include "platform/os/SysCalls.h"
-#include "platform/trace/RingLog.h"
 #include "tests/support/SharedObjects.h"
-#include "tests/support/TempDir.h"
-#include "tests/support/Throws.h"
 
 namespace Vxlan::OverlayRelayAgent {
 namespace {
@@ -86,19 +82,15 @@ class OverlayRelayAgentTest : public ::testing::Test {
   Lum::Ptr<OverlayRelayAgent> agent_;
 };
 
-// Guards the agent's attribute table (every id reachable by its name, which names it
-// back) and its construction by type name with the one argument list the host may use.
-TEST_F(OverlayRelayAgentTest, AttributesByNameAndConstructionByTypeName) {
+// Guards the library's type table: the agent's attributes each reachable by the name
+// that names it back, and the types listed in the one order of the table.
+TEST_F(OverlayRelayAgentTest, TypeTableOrderAndAttributesByName) {
   const Lum::TypeInfo& type = agent_->fwkType();
   for (int id = OverlayRelayAgent::kIpStatusDir; id < OverlayRelayAgent::kAttrEnd; ++id) {
     const Lum::String8 name = agent_->attributeString(id);
     ASSERT_NE(name, Lum::String8("unknown")) << id;
     EXPECT_EQ(type.attribute(name.view())->id, id) << name;
   }
-  EXPECT_TRUE(TestSupport::thrownText<Lum::RangeException>([&] {
-                type.construct({{"name", "a"}, {"cell", "b"}});
-              }).starts_with("OverlayRelayAgent"));
-  // The library's types are listed in the one order of its type table.
   const std::vector<std::string> table = {
       "Vxlan::OverlayRelayAgent::OverlayRelayAgent::VxCliCallback",
       "Vxlan::OverlayRelayAgent::OverlayRelayAgent",
@@ -141,6 +133,8 @@ TEST_F(OverlayRelayAgentTest, InitMountsThenMountsCompleteBuildsTheMachines) {
   ASSERT_TRUE(agent_->local2RemoteForwarderSm() && agent_->remote2LocalForwarderSm());
   EXPECT_EQ(agent_->local2RemoteForwarderSm()->inputs().l2rVarpIpMacTableCol.ptr(),
             agent_->l2rVarpIpMacTableCol());
+  EXPECT_EQ(agent_->local2RemoteForwarderSm()->inputs().ipStatusDir.ptr(),
+            agent_->ipStatusDir().ptr());
   EXPECT_EQ(agent_->remote2LocalForwarderSm()->vniToVlanMaps().ptr(), agent_->vniToVlanMaps());
   ASSERT_TRUE(agent_->virtualArpSm());
   EXPECT_FALSE(agent_->virtualArpSm()->inputs().kernelNetworkInfoManager);
@@ -190,28 +184,6 @@ TEST_F(OverlayRelayAgentTest, CommandsClearTheirTableOnly) {
   command("6", "clear vxlan counters software");
   command("7", "clearVarpCtr");
   EXPECT_EQ(sums(), (Sums{3u * kVxlanCounterIds, 3u * kVarpCounterIds}));
-}
-
-// Guards the ring file name: the agent's name, "-<pid>" unless RINGLOGDIR is set, and
-// ".rl"; RINGLOG_DISABLE, even empty, opens nothing.
-TEST_F(OverlayRelayAgentTest, TraceRingFile) {
-  const TestSupport::TempDir tmp("vxr-ring");
-  const std::filesystem::path& dir = tmp.path();
-  struct Cleanup {
-    ~Cleanup() {
-      RingLog::shutdown();
-      ::unsetenv("RINGLOGDIR");
-    }
-  } cleanup;
-  agent_->doInit();
-  EXPECT_EQ(RingLog::traceFile(), nullptr);
-  ::unsetenv("RINGLOG_DISABLE");
-  ::setenv("RINGLOGDIR", dir.c_str(), 1);
-  Lum::Ptr<OverlayRelayAgent> second(new OverlayRelayAgent(name_ + "b"));
-  second->entityManagerIs(Lum::Ptr<Statehub::EntityManager>(new Statehub::EntityManager));
-  second->doInit();
-  ASSERT_NE(RingLog::traceFile(), nullptr);
-  EXPECT_TRUE(std::filesystem::exists(dir / (name_ + "b.rl")));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
-// Access-port tracking of the local-to-remote machine: tunnel ports and the MLAG peer
-// link by kernel index. The VTI stays down: no socket is opened.
+// Access-port tracking of the local-to-remote machine: tunnel ports by kernel index.
+// The VTI stays down: no socket is opened. (The MLAG peer link, its index only while
+// MLAG is active: the namespace test of access ports.)
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -84,29 +85,6 @@ TEST_F(L2RAccessPortsTest, TunnelPortFollowsModeStatusAndDevice) {
   lag->lagDeviceNameIs("po5");
   EXPECT_EQ(sm()->dot1QTunnelIntfToDevIfindex(po), DevIfindexPair("po5", 20));
   EXPECT_EQ(tunnelIndexes(), std::vector<uint32_t>{20});
-}
-
-// Guards the peer link: its index only while MLAG is active (3 or 4) and the kernel
-// has its device, which it follows.
-TEST_F(L2RAccessPortsTest, PeerLinkIndexOnlyWhileMlagIsActive) {
-  const Wire::IntfId po("Port-Channel10");
-  mlag_->peerLinkIntfIs(po);
-  mlag_->mlagStateIs(Mlag::MlagState::mlagStatePrimary);
-  start();
-  EXPECT_EQ(sm()->peerLinkIfIndex(), 0u) << "no status for the peer link yet";
-  intfs_->intfStatusIs(po)->deviceNameIs("po10");
-  EXPECT_EQ(sm()->peerLinkIfIndex(), 0u) << "no kernel device yet";
-  device("po10", 30);
-  EXPECT_EQ(sm()->peerLinkIfIndex(), 30u);
-
-  for (uint32_t state : {0u, 1u, 2u, 4u, 3u}) {
-    mlag_->mlagStateIs(static_cast<Mlag::MlagState>(state));
-    EXPECT_EQ(sm()->peerLinkIfIndex(), state >= 3 ? 30u : 0u) << "state " << state;
-  }
-  kni_->interfaceDel(Wire::IfIndex(30));
-  EXPECT_EQ(sm()->peerLinkIfIndex(), 0u) << "the device gone";
-  mlag_->peerLinkIntfIs(Wire::IntfId());
-  EXPECT_EQ(sm()->peerLinkIfIndex(), 0u) << "no peer link";
 }
 
 }  // namespace

@@ -135,32 +135,6 @@ struct SteppingTime : Lum::TimeSource {
   double now() const override { return t += step; }
 };
 
-// Guards the time budget: a run stops behind a written frame once the budget is
-// spent, the rest waits for the next run and nothing is lost; a run that only
-// discards ignores the budget and drains the socket.
-TEST_F(Remote2LocalFrameTest, TimeBudget) {
-  SteppingTime time(0.06);
-  Lum::ScopedTimeSource scope(time);
-  VxlanFrameBuilder b;
-  for (int i = 0; i < 3; ++i) send(b.build());
-  Counts before = counts();
-  run();
-  EXPECT_EQ(written().size(), 2u);
-  EXPECT_FALSE(remoteDrained());
-  run();
-  EXPECT_EQ(written().size(), 1u);
-  EXPECT_EQ(moved(before).back(), (std::pair{r2lTimeBudgetExpired, uint64_t{1}}));
-
-  VxlanFrameBuilder unknown;
-  unknown.vni = 99;
-  for (int i = 0; i < 5; ++i) send(unknown.build());
-  before = counts();
-  run();
-  EXPECT_TRUE(remoteDrained());
-  EXPECT_EQ(moved(before)[2], (std::pair{r2lUnknownVlan, uint64_t{5}}));
-  EXPECT_EQ(counts()[uint16_t(r2lTimeBudgetExpired)], before[uint16_t(r2lTimeBudgetExpired)]);
-}
-
 // Guards the failed sends: ENETDOWN, the one recovery, reopens the local socket (a
 // failed index lookup and a failed bind each counted as a socket error, the socket
 // kept) and the frame goes out on the new one; any other error ends the run with a

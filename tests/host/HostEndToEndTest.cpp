@@ -93,9 +93,7 @@ TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
   const json counters = json::parse(asJson.out);
   ASSERT_EQ(counters["vxlanCounter"].size(), Vxlan::kVxlanCounterIds);
   ASSERT_EQ(counters["varpCounter"].size(), Vxlan::kVarpCounterIds);
-  EXPECT_EQ(counters["vxlanCounter"][12]["name"], "r2lRxFrames");
   EXPECT_EQ(counters["vxlanCounter"][12]["count"], 1012);
-  EXPECT_EQ(counters["varpCounter"][7]["name"], "vxlanArpRx");
   EXPECT_EQ(counters["varpCounter"][7]["count"], 2007);
 
   const ToolRun r = host.ctl({"clear", "vxlan"});
@@ -109,39 +107,21 @@ TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
 
 // Guards against a state file whose fault is found late, reported in several lines or
 // not named at all, or that leaves a counter table behind; and against what is no
-// file at all: a directory was reported as "empty input", a FIFO blocked the host
-// before its socket was up, and /dev/zero was read until memory ran out.
+// file at all: a FIFO blocked the host before its socket was up. (A directory or a
+// device, refused by the same check: the state document test.)
 TEST(HostEndToEnd, BadStateFileEndsTheHostWithOneLine) {
-  struct Case {
-    const char* what;
-    std::string text;                // written to a file; empty: `path` as it is
-    std::string path;                // "fifo": a FIFO made for the case
-    std::vector<std::string> named;  // what the line must mention
-  };
-  const std::vector<Case> cases = {
-      {"out of range",
-       R"({"interface/status/eth/vxlan": {"vtiStatus": {"Vxlan1": {"udpPort": 70000}}}})",
-       "",
-       {"interface/status/eth/vxlan/vtiStatus/Vxlan1/udpPort", "out of range"}},
-      {"directory", "", "/", {"a directory, not a state file"}},
-      {"fifo", "", "fifo", {"a FIFO, not a state file"}},
-      {"device", "", "/dev/zero", {"a device, not a state file"}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    TempDir files;
-    std::filesystem::path file = files.path() / "state.json";
-    if (c.path == "fifo") {
-      ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
-    } else if (!c.path.empty()) {
-      file = c.path;
-    } else {
-      std::ofstream(file) << c.text;
-    }
-    Host host({.stateFile = file.string()});
-
+  TempDir files;
+  const std::string late = files.file("state.json"), fifo = files.file("fifo");
+  std::ofstream(late)
+      << R"({"interface/status/eth/vxlan": {"vtiStatus": {"Vxlan1": {"udpPort": 70000}}}})";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  const std::pair<std::string, std::string> cases[] = {
+      {late, "interface/status/eth/vxlan/vtiStatus/Vxlan1/udpPort: value 70000 out of range"},
+      {fifo, "a FIFO, not a state file"}};
+  for (const auto& [file, named] : cases) {
+    Host host({.stateFile = file});
     const std::string err = refusalLine(host.child());
-    for (const std::string& n : c.named) EXPECT_NE(err.find(n), std::string::npos) << err;
+    EXPECT_NE(err.find(named), std::string::npos) << err;
     EXPECT_FALSE(std::filesystem::exists("/dev/shm" + host.counterObject()));
   }
 }

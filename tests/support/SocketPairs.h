@@ -3,9 +3,8 @@
 // datagram socket pair: the test reaches the other end through peer(), and closing
 // the socket closes both. SIOCGIFINDEX on such a socket answers from `devices`,
 // reading the name as the kernel does (at most 15 bytes); binding one succeeds without
-// the kernel and records a packet socket's device index and protocol. socket() fails
-// on demand for a domain, bind() while `failBind` is set; other sockets and calls
-// reach the kernel.
+// the kernel and records a packet socket's device index and protocol. bind() fails
+// while `failBind` is set; other sockets and calls reach the kernel.
 #pragma once
 
 #include <arpa/inet.h>
@@ -33,7 +32,6 @@ class SocketPairs : public Lum::SysCalls {
     for (auto [fd, other] : peer_) ::close(fd), ::close(other);
   }
   int socket(int domain, int type, int protocol) override {
-    if (failSocket.count(domain)) return errno = EPERM, -1;
     if (!paired_.empty() && !paired_.count(domain)) return SysCalls::socket(domain, type, protocol);
     int fds[2];
     if (::socketpair(AF_UNIX, SOCK_DGRAM, 0, fds) < 0) return -1;
@@ -76,7 +74,6 @@ class SocketPairs : public Lum::SysCalls {
   std::map<int, int> boundIndex;
   std::map<int, int> boundProtocol;
   std::set<int> openProtocols;
-  std::set<int> failSocket;  // domains whose socket() fails with EPERM
   int opened = 0;
   int failBind = 0;  // errno of every bind of a paired socket while set
 

@@ -4,15 +4,11 @@
 
 #include "platform/loop/EventLoop.h"
 #include "platform/os/TimeSource.h"
-#include "varp/VirtualArpSm.h"
+#include "tests/varp/VarpSetup.h"
 
 namespace Vxlan {
 namespace {
 
-Wire::EthAddr mac(uint8_t last) {
-  return Wire::EthAddr(0x0200, 0, last);
-}
-const Wire::EthAddr kVarpMac(0x0000, 0x5e00, 0x0101);
 const Wire::IpAddr kHost = Wire::IpAddr::fromHostOrder(0x0a010105);
 const Wire::IpAddr kGateway = Wire::IpAddr::fromHostOrder(0x0a010101);
 const VniIpPairV2 kKey{Vni(100), Wire::IpGenAddr(kGateway)};

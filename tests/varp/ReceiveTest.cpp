@@ -26,53 +26,48 @@ std::vector<uint8_t> arpInner(Wire::EthAddr dst, Wire::EthAddr src, uint16_t op,
 TEST(VxlanArpFrameTest, ChecksInOrderWithTheirCounters) {
   VxlanFrameBuilder good;
   good.vni = 5010;
-  good.inner = arpInner(Wire::EthAddr(0xffff, 0xffff, 0xffff), mac(5), 1, "10.1.1.5", "10.1.1.1");
+  good.inner = arpInner(kBroadcast, mac(5), 1, "10.1.1.5", "10.1.1.1");
   const auto check = [](std::vector<uint8_t> f) {
     return checkVxlanArpFrame(f.data(), f.size(), 4789);
   };
+  // The good frame changed by `change`, then `cut` bytes short at the end.
+  const auto with = [&good](auto change, size_t cut = 0) {
+    VxlanFrameBuilder b = good;
+    change(b);
+    std::vector<uint8_t> f = vxlanArpFrame(b);
+    f.resize(f.size() - cut);
+    return f;
+  };
+  const auto same = [](VxlanFrameBuilder&) {};
   const std::vector<uint8_t> frame = vxlanArpFrame(good);
   EXPECT_TRUE(check(frame).ok);
   EXPECT_EQ(check(frame).vxlanOffset, 18u + 20 + 8);
-  struct Case {
-    std::vector<uint8_t> f;
-    VarpCounterId id;
+  std::vector<uint8_t> badType = frame, badSum = frame;
+  badType[13] = 0x41;
+  badSum[18 + 8] ^= 1;  // the TTL, under the checksum
+  using Id = VarpCounterId;
+  const std::pair<std::vector<uint8_t>, Id> cases[] = {
+      {{frame.begin(), frame.begin() + 13}, Id::rxTooShort},
+      {{frame.begin(), frame.begin() + 17}, Id::rxTooShort},
+      {with(same, 1), Id::rxTooShort},
+      {badType, Id::rxBadType},
+      {with([](auto& b) { b.ethType = 0x86dd; }), Id::rxNotIp},
+      {badSum, Id::rxBadIpChecksum},
+      {with([](auto& b) { b.dport = 4790; }), Id::rxNotVxlan},
+      {with([](auto& b) { b.vxlanFlags = 0; }), Id::rxVniNotValid},
+      // Options push the rest back: the same bytes, 8 short at the end.
+      {with([](auto& b) { b.ipHdrWords = 7; }, 8), Id::rxTooShort},
   };
-  std::vector<Case> cases;
-  cases.push_back(
-      {std::vector<uint8_t>(frame.begin(), frame.begin() + 13), VarpCounterId::rxTooShort});
-  cases.push_back(
-      {std::vector<uint8_t>(frame.begin(), frame.begin() + 17), VarpCounterId::rxTooShort});
-  cases.push_back(
-      {std::vector<uint8_t>(frame.begin(), frame.end() - 1), VarpCounterId::rxTooShort});
-  cases.push_back({frame, VarpCounterId::rxBadType});
-  cases.back().f[13] = 0x41;
-  VxlanFrameBuilder b = good;
-  b.ethType = 0x86dd;
-  cases.push_back({vxlanArpFrame(b), VarpCounterId::rxNotIp});
-  cases.push_back({frame, VarpCounterId::rxBadIpChecksum});
-  cases.back().f[18 + 8] ^= 1;  // the TTL, under the checksum
-  b = good;
-  b.dport = 4790;
-  cases.push_back({vxlanArpFrame(b), VarpCounterId::rxNotVxlan});
-  b = good;
-  b.vxlanFlags = 0;
-  cases.push_back({vxlanArpFrame(b), VarpCounterId::rxVniNotValid});
-  b = good;
-  b.ipHdrWords = 7;  // options push the rest back: the same bytes, 8 short at the end
-  std::vector<uint8_t> cut = vxlanArpFrame(b);
-  cut.resize(cut.size() - 8);
-  cases.push_back({cut, VarpCounterId::rxTooShort});
-  for (const Case& c : cases) {
-    const VxlanArpFrame got = check(c.f);
-    EXPECT_FALSE(got.ok) << c.f.size();
-    EXPECT_EQ(got.drop, c.id) << c.f.size() << got.why;
+  for (const auto& [f, id] : cases) {
+    const VxlanArpFrame got = check(f);
+    EXPECT_FALSE(got.ok) << f.size();
+    EXPECT_EQ(got.drop, id) << f.size() << got.why;
   }
-  b = good;
-  b.tagged = true;
-  b.outerVlan = 4095;
-  EXPECT_THROW(check(vxlanArpFrame(b)), Lum::RangeException);
-  b.outerVlan = 30;
-  EXPECT_EQ(check(vxlanArpFrame(b)).pktVlan, 30);
+  const auto tagged = [&](uint16_t vlan) {
+    return with([vlan](auto& b) { b.tagged = true, b.outerVlan = vlan; });
+  };
+  EXPECT_THROW(check(tagged(4095)), Lum::RangeException);
+  EXPECT_EQ(check(tagged(30)).pktVlan, 30);
 }
 
 class ReceiveTest : public VarpFixture {

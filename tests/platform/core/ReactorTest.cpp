@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "DemoModel.h"
-#include "platform/core/Instance.h"
 
 namespace Demo {
 namespace {
@@ -14,39 +13,6 @@ class ReactorTest : public ::testing::Test {
   Ptr<LinkDir> dir_{new LinkDir("links")};
   Ptr<Settings> settings_{new Settings("settings")};
 };
-
-struct Probe : Lum::VFPtrInterface {
-  static inline int freed = 0;
-  ~Probe() override { ++freed; }
-};
-
-// Guards the count word: flags must not disturb the count, the top bit must read as
-// "dying", and the object must be freed exactly once.
-TEST(PtrTest, CountAndFlagsShareOneWord) {
-  Probe* raw = new Probe;
-  {
-    Ptr<Probe> a(raw);
-    Ptr<const Probe> b = a;
-    raw->lumMarkedForDeletionIs(true);
-    Ptr<Probe> c = std::move(a);
-    EXPECT_TRUE(raw->lumMarkedForDeletion());
-    EXPECT_EQ(raw->references(), 2u);
-  }
-  EXPECT_EQ(Probe::freed, 1);
-}
-
-// Guards the instantiating attribute: equal parameters keep the object, other ones
-// replace it, and del hands it back detached.
-TEST(InstanceTest, EqualParametersKeepTheObject) {
-  Lum::Instance<Settings, Name> holder;
-  Ptr<Settings> first = holder.is("a");
-  EXPECT_EQ(holder.is("a"), first);
-  Ptr<Settings> second = holder.is("b");
-  EXPECT_NE(second, first);
-  EXPECT_EQ(second->name(), Name("b"));
-  EXPECT_EQ(holder.del(), second);
-  EXPECT_FALSE(holder);
-}
 
 // Guards the catch-up: a reactor handed another notifier reacts as to a change,
 // the same notifier again does nothing, and a new element around another entity of

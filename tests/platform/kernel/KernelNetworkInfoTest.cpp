@@ -212,7 +212,7 @@ TEST_F(KernelNetworkInfoTest, RenameMovesTheNameEntry) {
 // Guards what must be ignored: the bridge's per-port RTM_DELLINK (AF_BRIDGE) for a
 // live device, a datagram not sent by the kernel, a link message without a name, and
 // a tunnel's 4-byte address as a MAC; a message after a bad one in the same datagram is
-// still applied. (The dump's attributes on a real kernel: the namespace watcher test.)
+// still applied.
 TEST_F(KernelNetworkInfoTest, IgnoresForeignAndMalformedMessages) {
   start();
   kernel_.nextSender = 31337;

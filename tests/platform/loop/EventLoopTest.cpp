@@ -177,19 +177,5 @@ TEST_F(EventLoopTest, ExceptionsAreReportedAndThePassGoesOn) {
   EXPECT_EQ(reports, (Log{"alpha|boom", "beta|late", "EventLoop.defer|unknown exception"}));
 }
 
-// Guards against run() ignoring a stop() made by a handler or not consuming it (the
-// second run() must serve again). A stop() from a signal handler waking a loop blocked
-// in epoll_wait: the host's end-to-end SIGTERM case.
-TEST_F(EventLoopTest, StopEndsRunFromAHandler) {
-  SocketPair p("x");
-  Handler h;
-  h.on = [&](int fd) { drain(fd), loop.stop(); };
-  loop.readableHandlerIs(p.in, &h);
-  loop.run();
-  EXPECT_EQ(::write(p.fds[1], "y", 1), 1);
-  loop.run();
-  EXPECT_EQ(h.calls, 2);
-}
-
 }  // namespace
 }  // namespace Lum

@@ -3,6 +3,7 @@
 #include "StatehubModel.h"
 #include "platform/core/Dir.h"
 #include "platform/statehub/Cell.h"
+#include "platform/statehub/DocumentText.h"
 #include "platform/statehub/EntityManager.h"
 #include "tests/support/Throws.h"
 
@@ -187,6 +188,15 @@ TEST_F(StatehubTest, RefusedDocumentChangesNothingAndNamesThePath) {
             std::string::npos);
   EXPECT_EQ(em->pendingStatePaths(), (std::vector<std::string>{"later/a", "later/b"}));
   EXPECT_EQ(em->stateOf(kVti), before);
+}
+
+// Guards against what is no state file: a directory was reported as "empty input" and
+// /dev/zero was read until memory ran out. (A FIFO: the host's end-to-end case.)
+TEST(DocumentTextTest, OnlyRegularFilesAreRead) {
+  for (const auto& [path, kind] : {std::pair{"/", "a directory"}, {"/dev/zero", "a device"}}) {
+    const std::string text = thrownText<StateError>([&] { DocumentText::readFile(path); });
+    EXPECT_NE(text.find(std::string(kind) + ", not a state file"), std::string::npos) << text;
+  }
 }
 
 }  // namespace

@@ -44,26 +44,6 @@ TEST(StatusRulesTest, CompositeTextForms) {
   EXPECT_THROW(Routing::Igmp::SourceGroup::fromString("0.0.0.0,"), Lum::RangeException);
 }
 
-// Guards the enumerations: a closed one refuses a number without a name and lists
-// the allowed values; MLAG and VRF states are open, since their publishers use more
-// numbers than this agent names (MLAG state 2 reads as not active).
-TEST(StatusRulesTest, ClosedAndOpenEnumerations) {
-  Ptr<Vxlan::VtiStatus> vti(new Vxlan::VtiStatus(IntfId("Vxlan1")));
-  GenericRef ref{Ptr<Lum::Entity>(vti)};
-  EXPECT_THROW(ref.attributeIs("operStatus", "4"), Lum::RangeException);  // a gap in the names
-  EXPECT_THROW(Lum::TypeRegistry::type("Routing::Pim::Application::Config")
-                   ->attribute("intfMode")
-                   ->access.checkEntry("Vlan10", "2"),
-               Lum::RangeException);
-
-  Ptr<Mlag::Status> mlag(new Mlag::Status("status"));
-  GenericRef{Ptr<Lum::Entity>(mlag)}.attributeIs("mlagState", "2");
-  EXPECT_FALSE(Mlag::isMlagActive(mlag->mlagState()));
-  EXPECT_TRUE(Mlag::isMlagActive(Mlag::MlagState::mlagStateSecondary));
-  Ip::VrfStatusLocal vrf(L3::VrfName("red"));
-  EXPECT_NO_THROW(vrf.fwkType().attribute("state")->access.checkValue("5"));
-}
-
 // Guards the two tables keyed by the entry's own address: an entry without address
 // would read back as absent, and a key other than the address would store it where
 // no lookup finds it; the check of a document refuses both, as the write does.

@@ -4,15 +4,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -133,36 +129,6 @@ TEST_F(RingLogTest, NothingWithoutFileThenRoundTripPerLevelInOrder) {
   for (size_t i = 0; i < want.size(); ++i) {
     EXPECT_TRUE(lines[i].starts_with(want[i].first) && lines[i].ends_with(want[i].second))
         << lines[i];
-  }
-}
-
-// Guards the record clock: read between clock reads from the processor's counter, a
-// record's time must stay within a millisecond of the clock at the call, before and
-// after the counter's rate is known (the first tens of milliseconds).
-TEST_F(RingLogTest, RecordTimesFollowTheClock) {
-  const auto s = sizes({2});
-  RingLog::initialize("clock.rl", s.data());
-  for (int i = 0; i < 40; ++i) {
-    timespec ts{};
-    ::clock_gettime(CLOCK_REALTIME, &ts);
-    RINGLOG(2, "at %ld %ld", static_cast<long>(ts.tv_sec), ts.tv_nsec / 1000);
-    std::this_thread::sleep_for(std::chrono::milliseconds(3));
-  }
-  const auto lines = RingLog::decodeFile(RingLog::traceFile()->path());
-  ASSERT_EQ(lines.size(), 40u);
-  for (const std::string& line : lines) {
-    // "L2 #<seq> YYYY-mm-dd HH:MM:SS.uuuuuu <file:line> at <sec> <usec>"
-    tm local{};
-    const char* rest =
-        ::strptime(line.c_str() + line.find(' ', 3) + 1, "%Y-%m-%d %H:%M:%S", &local);
-    ASSERT_NE(rest, nullptr) << line;
-    local.tm_isdst = -1;
-    const long long recorded =
-        static_cast<long long>(::mktime(&local)) * 1000000 + std::atoll(rest + 1);
-    long long sec = 0, usec = 0;
-    ASSERT_EQ(std::sscanf(line.c_str() + line.rfind(" at ") + 4, "%lld %lld", &sec, &usec), 2);
-    EXPECT_NEAR(static_cast<double>(recorded), static_cast<double>(sec * 1000000 + usec), 1000.0)
-        << line;
   }
 }
 

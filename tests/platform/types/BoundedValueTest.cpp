@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
-#include <unordered_set>
 
 #include "platform/types/NamespaceName.h"
 #include "platform/types/VlanId.h"
@@ -68,14 +66,6 @@ TEST(BoundedValueTest, StrictParsing) {
   }
   // 2^64 + 10: a wrapping parser would read VLAN 10.
   EXPECT_THROW(VlanId::fromString("18446744073709551626"), Lum::RangeException);
-}
-
-// Guards ordering and hashing by number (not text: "10" sorts before "9").
-TEST(BoundedValueTest, OrderingAndHash) {
-  std::set<VlanId> ordered{VlanId(10), VlanId(9)};
-  EXPECT_EQ(*ordered.begin(), VlanId(9));
-  std::unordered_set<VniOrNone> vnis{VniOrNone(Vni(5)), VniOrNone()};
-  EXPECT_EQ(vnis.count(VniOrNone(5)) + vnis.count(VniOrNone(6)), 1u);
 }
 
 }  // namespace

@@ -1,8 +1,9 @@
 // The emulator's per-frame work without sockets: each port mode's VLAN and flags and
 // the local form the agent reads (compared with the test builder's bytes, not the
-// emulator's own), learning, flooding and the "txraw" path, and its configuration. (A
-// tag the kernel took into its metadata, put back: the demo's namespace test, through a
-// real trunk port.)
+// emulator's own), the "txraw" path and its drops, the ARP trap, and its configuration.
+// (Learning and flooding across ports and the agent, and a tag the kernel took into its
+// metadata put back: the demo's namespace test, through real ports; a frame never back
+// to its port and every frame counted once: the emulator's fuzz target.)
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -83,43 +84,6 @@ TEST(FpemuFramesTest, EachPortModeGivesItsVlanFlagsAndLocalForm) {
     innerOf(c.f, in, inner);
     EXPECT_EQ(inner, c.innerUntagged ? untagged(c.f) : c.f);
   }
-}
-
-TEST(FpemuFramesTest, LearningFloodingAndDeliveryAcrossPortsAndTheAgent) {
-  FpSwitch sw(ports());
-  // An unknown destination floods to the VLAN's other ports and to the agent.
-  const Decision& flood = sw.fromPort(0, frame(0xff, 0xa0));
-  EXPECT_TRUE(flood.toAgent);
-  EXPECT_EQ(flood.ports, (std::vector<int>{1, 2}));
-  Bytes out;
-  egressOf(sw.ports()[2], 10, flood.inner, out);
-  EXPECT_EQ(untagged(out), frame(0xff, 0xa0));
-  EXPECT_EQ(out[14], 0x00) << "a trunk's tag carries the VLAN alone";
-  EXPECT_EQ(out[15], 10);
-
-  // The answer from the trunk goes to h0 only, untagged there; h0's own MAC behind h0
-  // stays on that segment.
-  const Decision& back = sw.fromPort(2, frame(0xa0, 0xb0, 10));
-  EXPECT_FALSE(back.toAgent);
-  EXPECT_EQ(back.ports, std::vector<int>{0});
-  EXPECT_EQ(back.inner, frame(0xa0, 0xb0));
-  EXPECT_EQ(sw.fromPort(0, frame(0xa0, 0xa1)).drop, Drop::sameSegment);
-  // Learning is per VLAN: 0xb0 in VLAN 20 is unknown.
-  EXPECT_EQ(sw.fromPort(2, frame(0xb0, 0xa2, 20)).ports, std::vector<int>{});
-
-  // A source seen on "txraw" is remote: frames for it go to the agent alone, and a
-  // host that moves behind the agent moves in the table.
-  const Bytes fromRemote =
-      TestSupport::txRawFrame(frame(0xa0, 0xc0), Bridging::VlanId(10), Vxlan::HwPortId(16));
-  EXPECT_EQ(sw.fromTxRaw(fromRemote).ports, std::vector<int>{0});
-  const Decision& toRemote = sw.fromPort(1, frame(0xc0, 0xa3));
-  EXPECT_TRUE(toRemote.toAgent);
-  EXPECT_TRUE(toRemote.ports.empty());
-  sw.fromTxRaw(
-      TestSupport::txRawFrame(frame(0xff, 0xb0), Bridging::VlanId(10), Vxlan::HwPortId(16)));
-  EXPECT_TRUE(sw.fromPort(0, frame(0xb0, 0xa0)).toAgent);
-  EXPECT_EQ(sw.counters()[Counter::macMoves], 1u);
-  EXPECT_EQ(sw.counters()[Counter::portRemoteFrames], 2u);
 }
 
 TEST(FpemuFramesTest, TxRawFramesAreCheckedAndDeliveredByVlan) {
