@@ -66,6 +66,7 @@ class ArpReplyReplicationVrfSm::LumIpIntfStatus : public Ip::IpIntfStatus::Notif
 
   const Wire::IntfId& intfId() const { return intfId_; }
   const std::string& bpfExpression() const { return bpfExpression_; }
+  void bpfExpressionIs(const std::string& expression) { bpfExpression_ = expression; }
   bool bpfInstalled() const { return bpfInstalled_; }
   double bpfInstallRetryInterval() const { return bpfInstallRetryInterval_; }
   void bpfInstallRetryIntervalIs(double seconds) { bpfInstallRetryInterval_ = seconds; }

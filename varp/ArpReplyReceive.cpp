@@ -49,8 +49,8 @@ ArpReplyFrame checkArpReplyFrame(const uint8_t* data, uint32_t len) {
   // leaves 0x8100 where the type should be.
   uint32_t offset = Wire::kEthHdrLen;
   uint16_t type = be16(data + 12);
-  for (int tags = 0; tags < 2 && type == Wire::kEthTypeDot1q && len >= offset + 2; ++tags) {
-    type = be16(data + offset);
+  for (int tags = 0; tags < 2 && type == Wire::kEthTypeDot1q && len >= offset + kTagLen; ++tags) {
+    type = be16(data + offset + 2);  // behind the tag's control word
     offset += kTagLen;
   }
   if (type != Wire::kEthTypeArp) return refused(VarpCounterId::rxBadType, " not an ARP pkt", true);
