@@ -97,7 +97,7 @@ void Sm::addRemoveBpfFilter() {
   RINGLOG(8, "addRemoveBpfFilter for %s", bpfExpression_.c_str());
   if (!initialized_) return;
   if (bpfExpression_.empty() || bpfInstalled_) {
-    INTF_TRACE(6, "Install stop-all BPF");
+    INTF_TRACE(6, " Install stop-all BPF");
     arpReplyRxPam_->filterProgramIs(1, &kStopAll);
   }
   if (bpfExpression_.empty()) {
@@ -119,8 +119,8 @@ bool Sm::installCompiled() {
   if (!handle) return false;
   bpf_program prog{};
   if (pcap_compile(handle, &prog, bpfExpression_.c_str(), 0, 0) < 0) {
-    INTF_TRACE(1, "Compiling pcap for '" << bpfExpression_
-                                         << "' failed with error: " << pcap_geterr(handle));
+    INTF_TRACE(1, " Compiling pcap for '" << bpfExpression_
+                                          << "' failed with error: " << pcap_geterr(handle));
     RINGLOG(1, "Compiling pcap for '%s' failed with error: %s", bpfExpression_.c_str(),
             pcap_geterr(handle));
     pcap_close(handle);

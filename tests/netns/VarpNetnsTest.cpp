@@ -18,6 +18,7 @@
 #include "tests/netns/SwitchTopology.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TempDir.h"
+#include "varp/ArpReplyReplicationSm.h"
 #include "varp/VirtualArpSm.h"
 
 namespace Vxlan {
@@ -300,6 +301,63 @@ TEST_F(VarpNetnsTest, TheRemoteKernelsArpFollowsTheVtiTheDeviceAndTheVrf) {
   }
   sw.vrfs->vrfDel(L3::VrfName("blue"));
   EXPECT_FALSE(sw.sm->vrfInfo(L3::VrfName("blue")));
+}
+
+// ARP reply replication in VRF "blue" (the switch's namespace): "vlan10", made only
+// after its virtual address is set, gets its filter on the clock's retry; a reply to
+// the virtual MAC sent on it reaches the remote kernel's VTEP in VXLAN, one to another
+// MAC never reaches the PAM, and under an active MLAG state one to the bridge MAC ends
+// in the neighbor table. The VRF leaving the active state takes the filter away.
+TEST_F(VarpNetnsTest, RepliesOnARoutedVlanAreReplicatedThroughTheFilter) {
+  topo_->ip(topo_->switchNs(), "link del vlan10");
+  Machine sw(topo_->switchNs(), TestSupport::SwitchTopology::kVtepAddr, {topo_->remoteVtepAddr(0)});
+  const L3::VrfName blue("blue");
+  sw.ipStatus->vrfIpIntfStatusIs(blue)
+      ->ipIntfStatusIs(Wire::IntfId("Vlan10"))
+      ->activeVirtualAddrWithMaskIs(Wire::IpAddrWithMask::fromString("10.1.1.254/24"));
+  Lum::Ptr<ArpReplyReplicationSm> rep =
+      arpReplyReplicationSmFactory(sw.ipStatus, sw.varpMac, sw.sm.ptr(), sw.counters, sw.vrfs,
+                                   sw.mlag, Lum::Ptr<const Lum::Clock>(new Lum::Clock("clock")));
+  ASSERT_TRUE(rep->arpReplyReplicationVrfSm(blue));
+  const auto intf = rep->arpReplyReplicationVrfSm(blue)->ipIntfStatus(Wire::IntfId("Vlan10"));
+  ASSERT_TRUE(intf);
+  EXPECT_FALSE(intf->bpfInstalled()) << "no vlan10 yet";
+  topo_->switchVethPairIs("vlan10");
+  ASSERT_TRUE(loopUntil([&] { return intf->bpfInstalled(); }));
+  const Lum::Ptr<Wire::EthDevPam> pam = intf->arpReplyRxPam();
+
+  PacketSocket vlan(topo_->switchNs(), "vlan10-p", PacketSocket::Mode::sendOnly);
+  const auto replyTo = [](Wire::EthAddr target) {
+    const Wire::EthAddr host(0x0200, 0, 0x07);
+    Lum::Ptr<Wire::Pkt> p =
+        Arp::makeArpPkt(target, host, 2, host, ip("10.1.1.7"), target, ip("10.1.1.254"));
+    return Frame(p->data(), p->data() + p->bytes());
+  };
+  PacketSocket vtep(topo_->remoteNs(0), "vx0", PacketSocket::Mode::capture);
+  const Frame toVarp = replyTo(kVarpMac);
+  vlan.send(toVarp);
+  EXPECT_TRUE(loopUntil([&] {
+    return vtep.receive([&](const Frame& f) { return f == toVarp; }, std::chrono::milliseconds(20))
+        .has_value();
+  }));
+  const uint64_t readable = pam->readableCount();
+  const uint32_t replicated = sw.count(VarpCounterId::replicatedReplyRx);
+  EXPECT_EQ(replicated, 1u);
+  vlan.send(replyTo(Wire::EthAddr(0x0200, 0, 0x99)));
+  loopUntil([] { return false; }, std::chrono::milliseconds(300));
+  EXPECT_EQ(pam->readableCount(), readable) << "the filter let another MAC through";
+  EXPECT_EQ(sw.count(VarpCounterId::replicatedReplyRx), replicated);
+
+  sw.mlagIs(Mlag::MlagState::mlagStatePrimary, topo_->remoteVtepAddr(0));
+  ASSERT_TRUE(loopUntil([&] { return sw.vlan10() != nullptr; }));
+  vlan.send(replyTo(kBridgeMac));
+  EXPECT_TRUE(loopUntil(
+      [&] { return lladdr(topo_->switchNs(), "10.1.1.7", "vlan10") == "02:00:00:00:00:07"; }));
+
+  sw.vrfs->vrfIs(blue)->stateIs(Ip::VrfState::vrfInactive);
+  EXPECT_FALSE(rep->arpReplyReplicationVrfSm(blue));
+  EXPECT_FALSE(pam->enabled());
+  rep->doPrepareToDie();
 }
 
 }  // namespace
