@@ -3,11 +3,11 @@
 // It answers and learns from ARP that arrives inside VXLAN for this VTEP, through
 // four PAMs made when it is built: `vxlanArpRxPam` on "vxlan" (ARP from the overlay),
 // `rawTxPam` (frames for the local switch), `udpPam` "vxlanArpTxPam" (replies into the
-// overlay) and `arpSyncUdpPam` "vxlanArpSyncPam" (the MLAG peer, port 51023). What
-// exists so far, by file: the ARP cache (VarpArpCache.cpp: which replies are for this
-// switch, gratuitous ARP, the neighbor write into the VRF's kernel table of the VLAN
-// interface), the replies (VarpReply.cpp) and the MLAG sync (VarpSync.cpp). The
-// receive path and the PAMs' lifecycle with the VTI's state are still to come.
+// overlay) and `arpSyncUdpPam` "vxlanArpSyncPam" (the MLAG peer, port 51023). By file:
+// the lifecycle of the PAMs with the VTI's and the MLAG state (VarpVtiStatusSm.cpp),
+// the receive path (VarpReceive.cpp), the ARP cache (VarpArpCache.cpp: which replies
+// are for this switch, gratuitous ARP, the neighbor write into the VRF's kernel table
+// of the VLAN interface), the replies (VarpReply.cpp) and the MLAG sync (VarpSync.cpp).
 #pragma once
 
 #include "frames/EthArpIpHdr.h"

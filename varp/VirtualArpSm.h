@@ -1,11 +1,11 @@
-// Vxlan::VirtualArpSm: virtual ARP. Per VTI and per VRF it will classify ARP that
-// arrives inside VXLAN, answer for the switch's own and virtual addresses, write the
-// kernel neighbor table and keep the MLAG peer in step.
-//
-// What exists so far: the machine with its inputs, the clearing of the virtual ARP
-// counter table that the command channel asks of it, and the pending lists of
-// rewritten requests with their review on the clock (VirtualArpSm.cpp). The per-VTI
-// and per-VRF machines are still to come.
+// Vxlan::VirtualArpSm: virtual ARP. Per VTI (LumVtiStatusSm, VarpVtiStatusSm.h) it
+// classifies ARP that arrives inside VXLAN, answers for the switch's own and virtual
+// addresses, hands the rest to the local switch, writes the kernel neighbor table and
+// keeps the MLAG peer in step; per VRF (LumVrfStatusSm, VarpVrfStatusSm.h) it keeps the
+// neighbor socket and kernel view of the VRF's namespace (VrfInfo). The manager here
+// follows the VTIs, the VRFs and the kernel's "vxlan" device, keeps the pending lists
+// of rewritten requests with their review on the clock, and clears the virtual ARP
+// counter table when the command channel asks.
 //
 // The review. The first list arms the clock for one review interval (1 s) later; each
 // review subtracts the whole seconds since the last one (the interval for the first,
