@@ -98,7 +98,7 @@ class ArpReplyReplicationSm : public Lum::ReactorBase {
               "vxAgentCounter", "mlagStatus", "clock"}};
   Lum::Collection<ArpReplyReplicationSm, LumVrfStatusSm, L3::VrfName,
                   Lum::Ptr<const Ip::VrfStatusLocal>>
-      vrfStatusSm_{this, "Vxlan::ArpReplyReplicationSm::vrfStatusSm", {"vrfStatus"}};
+      vrfStatusSm_{this, "Vxlan::ArpReplyReplicationSm::vrfStatusSm", {"vrfStatusSm"}};
 };
 
 // The per-VRF state follower: the VRF's state creates or deletes its machine.

@@ -8,6 +8,7 @@
 
 #include "frames/ArpPkt.h"
 #include "platform/os/TimeSource.h"
+#include "tests/support/Throws.h"
 #include "tests/varp/VarpFixture.h"
 #include "varp/ArpReplyReplicationSm.h"
 
@@ -94,11 +95,22 @@ TEST_F(ReplicationTest, VrfMachinesFollowStateAndInterfacesInEitherOrder) {
   ipStatus_->vrfIpIntfStatusDel(blue);
   EXPECT_FALSE(rep_->arpReplyReplicationVrfSm(blue));
   // The machine's parameters are fixed: another namespace is refused, as is no VRF.
-  EXPECT_THROW(
-      rep_->arpReplyReplicationVrfSmIs(Ip::Status::defaultVrf(), Wire::NamespaceName("other"),
-                                       intfs_, varpMac_, sm_.ptr(), counters_, mlag_, clock_),
-      Lum::RangeException);
-  EXPECT_THROW(rep_->vrfStatusSmIs(nullptr), Lum::RangeException);
+  using TestSupport::thrownText;
+  EXPECT_EQ(thrownText<Lum::RangeException>([&] {
+              rep_->arpReplyReplicationVrfSmIs(Ip::Status::defaultVrf(),
+                                               Wire::NamespaceName("other"), intfs_, varpMac_,
+                                               sm_.ptr(), counters_, mlag_, clock_);
+            }),
+            "Reinstantiating the pointer interface where constructor parameter attribute _netNs "
+            "has a different value of other");
+  EXPECT_EQ(thrownText<Lum::RangeException>([&] { rep_->vrfStatusSmIs(nullptr); }),
+            "null _vrfStatusSm parameter to mutator for Vxlan::ArpReplyReplicationSm::vrfStatusSm "
+            "not allowed\"");
+  EXPECT_EQ(thrownText<Lum::RangeException>([&] {
+              rep_->arpReplyReplicationVrfSm(Ip::Status::defaultVrf())->ipIntfStatusIs(nullptr);
+            }),
+            "null _ipIntfStatus parameter to mutator for "
+            "Vxlan::ArpReplyReplicationVrfSm::ipIntfStatus not allowed\"");
 }
 
 // The first install takes the compiled program at once; an unchanged expression does
