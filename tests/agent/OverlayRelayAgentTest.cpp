@@ -138,6 +138,7 @@ TEST_F(OverlayRelayAgentTest, InitMountsThenMountsCompleteBuildsTheMachines) {
   EXPECT_EQ(agent_->remote2LocalForwarderSm()->vniToVlanMaps().ptr(), agent_->vniToVlanMaps());
   ASSERT_TRUE(agent_->virtualArpSm());
   EXPECT_FALSE(agent_->virtualArpSm()->inputs().kernelNetworkInfoManager);
+  EXPECT_TRUE(agent_->arpReplyReplicationSm());
   ASSERT_TRUE(agent_->kernelNetworkInfoManager());
   EXPECT_EQ(agent_->cliRequestDirSm()->agentCommandCallback().ptr(), agent_->vxCliCallback());
   // References read through the generic interface as the path of what they point at.
@@ -179,7 +180,7 @@ TEST_F(OverlayRelayAgentTest, CommandsClearTheirTableOnly) {
   fillCounters(3);
   Lum::GenericRef(Lum::Ptr<Lum::Entity>(agent_)).invoke("doCleanup");
   EXPECT_FALSE(agent_->local2RemoteForwarderSm());
-  EXPECT_FALSE(agent_->virtualArpSm());
+  EXPECT_FALSE(agent_->virtualArpSm() || agent_->arpReplyReplicationSm());
   ASSERT_TRUE(agent_->vxCliCallback());
   command("6", "clear vxlan counters software");
   command("7", "clearVarpCtr");
