@@ -48,8 +48,8 @@ Sm::LumIpIntfStatus(const Lum::Ptr<const Ip::IpIntfStatus>& status, ArpReplyRepl
 }
 
 void Sm::handleInitialized() {
-  if (initialized_ || !owner_ || !owner_->initialized()) return;
   INTF_TRACE(8, "");
+  if (initialized_ || !owner_ || !owner_->initialized()) return;
   if (!isVlanIntf()) {
     INTF_TRACE(1, " skipping non vlan intf " << intfId_);
     return;
@@ -70,8 +70,8 @@ void Sm::handleMlagStatus() {
 }
 
 void Sm::handleActiveVirtualAddrMask() {
-  if (!initialized_ || !isVlanIntf()) return;
   INTF_TRACE(8, "");
+  if (!initialized_ || !isVlanIntf()) return;
   const Lum::Ptr<const Ip::IpIntfStatus> status = notifier();
   const Mlag::Status* mlag = mlagStatus_ ? mlagStatus_->notifier().ptr() : nullptr;
   const VirtualArpSm* varp = owner_->virtualArpSm();
