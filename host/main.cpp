@@ -23,6 +23,7 @@
 #include "platform/statehub/EntityManager.h"
 #include "platform/statehub/RuntimeDir.h"
 #include "platform/trace/RingLog.h"
+#include "tools/cli/CliParse.h"
 
 namespace {
 
@@ -61,7 +62,7 @@ int main(int argc, char** argv) {
       "Unix socket for state changes and commands (default: <runtime folder>/<name>.sock)");
   app.add_option("--control-group", controlGroup,
                  "a group whose members may use the control socket besides this user and root");
-  CLI11_PARSE(app, argc, argv);
+  if (const std::optional<int> done = Cli::parse(app, "vxrelay-host", argc, argv)) return *done;
   if (control.empty()) control = Statehub::RuntimeDir::controlSocket(agentName);
 
   // One agent name, one running host: before anything of the agent's is touched.

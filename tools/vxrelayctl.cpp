@@ -19,6 +19,7 @@
 #include "platform/statehub/DocumentText.h"
 #include "platform/statehub/RuntimeDir.h"
 #include "platform/trace/RingLog.h"
+#include "tools/cli/CliParse.h"
 
 namespace {
 
@@ -83,6 +84,7 @@ int clear(const Options& o, const std::string& table) {
 int main(int argc, char** argv) {
   CLI::App app{"vxrelay operator tool"};
   app.require_subcommand(1);
+  app.fallthrough();
   Options o;
   app.add_option("--agent", o.agent, "agent name (names its counter table)")->capture_default_str();
   app.add_option("--control", o.control,
@@ -113,7 +115,7 @@ int main(int argc, char** argv) {
   CLI::App* decode = traceCmd->add_subcommand("decode", "a ring file as text");
   decode->add_option("file", file, "ring file (.rl)")->required()->check(CLI::ExistingFile);
 
-  CLI11_PARSE(app, argc, argv);
+  if (const std::optional<int> done = Cli::parse(app, "vxrelayctl", argc, argv)) return *done;
   if (o.control.empty()) o.control = Statehub::RuntimeDir::controlSocket(o.agent);
   try {
     if (*counters) return printCounters(o, asJson);

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "platform/loop/EventLoop.h"
+#include "tools/cli/CliParse.h"
 #include "tools/fpemu/FpConfig.h"
 #include "tools/fpemu/FpEmulator.h"
 
@@ -72,7 +73,7 @@ int main(int argc, char** argv) {
   app.add_option("--fabric", fabric,
                  "device to read the agent's whole datagrams from, decapsulated here");
   app.add_option("--vni", vnis, "VNI:VLAN, the VLAN of a VNI for what comes on --fabric");
-  CLI11_PARSE(app, argc, argv);
+  if (const std::optional<int> done = Cli::parse(app, "vxrelay-fpemu", argc, argv)) return *done;
 
   Fpemu::EmulatorConfig config;
   try {

@@ -1,0 +1,33 @@
+// The command line the programs share, run as a user runs them: a usage error is one
+// line naming the program, with status 2; a word that names no command says so;
+// --version answers on stdout; the tool's own options are taken after a command too.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include "tests/host/HostProcess.h"
+
+namespace {
+
+using namespace TestSupport;
+
+TEST(CommandLine, UsageErrorsVersionAndOptionsAfterTheCommand) {
+  Host host;
+  ASSERT_TRUE(host.ready()) << host.child().errors();
+  ToolRun r = host.ctl({"bogus"});
+  EXPECT_EQ(r.exitCode, 2);
+  EXPECT_EQ(r.err.substr(0, r.err.find('\n')), "vxrelayctl: unknown command 'bogus'");
+  r = host.ctl({"--version"});
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.out.rfind("vxrelayctl ", 0), 0u) << r.out;
+  r = host.ctl({"state", "get", kVtiPath, "--cell", "cell/1"});
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+
+  TempDir dir;
+  ChildProcess bad({VXRELAY_HOST, "--no-such-option"}, dir.file("out"), kChildEnv, dir.file("err"));
+  const std::optional<int> status = bad.exitWithin(kExitBound);
+  ASSERT_TRUE(status && WIFEXITED(*status));
+  EXPECT_EQ(WEXITSTATUS(*status), 2);
+  EXPECT_EQ(bad.errors().rfind("vxrelay-host: ", 0), 0u) << bad.errors();
+}
+
+}  // namespace
