@@ -1,16 +1,18 @@
 // vxrelayctl: the operator's tool for a running vxrelay agent.
 //
-//   vxrelayctl counters [--json]          both counter tables, from shared memory
+//   vxrelayctl counters [-a] [-i N] [-j]  the counter tables, from shared memory
 //   vxrelayctl clear vxlan|varp           zero a table through the command channel
 //   vxrelayctl state get PATH             an entity of the state database, as JSON
 //   vxrelayctl state apply FILE           apply a state document (all or nothing)
 //   vxrelayctl trace decode FILE          a trace ring file as text, oldest first
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "agent/CounterTableReader.h"
 #include "platform/ringdecode/RingLogDecoder.h"
@@ -20,6 +22,7 @@
 #include "platform/statehub/RuntimeDir.h"
 #include "platform/trace/RingLog.h"
 #include "tools/cli/CliParse.h"
+#include "tools/ctl/CounterView.h"
 
 namespace {
 
@@ -31,8 +34,9 @@ struct Options {
   std::string cell = "cell/1";
 };
 
-int printCounters(const Options& o, bool asJson) {
-  const Vxlan::CounterTablesReading r = Vxlan::CounterTableReader(o.agent).counts();
+int printCounters(const Options& o, bool asJson, bool all, double interval) {
+  Vxlan::CounterTableReader reader(o.agent);
+  Vxlan::CounterTablesReading r = reader.counts();
   if (asJson) {
     json out = {{"vxlanCounter", json::array()}, {"varpCounter", json::array()}};
     for (const auto& c : r.vxlan) {
@@ -44,14 +48,14 @@ int printCounters(const Options& o, bool asJson) {
     std::cout << out.dump(2) << "\n";
     return 0;
   }
-  auto row = [](int id, std::string_view name, uint64_t count) {
-    std::cout << "  " << std::setw(3) << id << "  " << std::left << std::setw(26)
-              << (name.empty() ? "-" : name) << std::right << std::setw(20) << count << "\n";
-  };
-  std::cout << "vxlanCounter\n";
-  for (const auto& c : r.vxlan) row(int(c.id), c.name, c.count);
-  std::cout << "varpCounter\n";
-  for (const auto& c : r.varp) row(int(c.id), c.name, c.count);
+  std::cout << Ctl::counterView(r, all) << std::flush;
+  // Like watch and ip -s: what moved in each interval, until Ctrl-C.
+  while (interval > 0) {
+    std::this_thread::sleep_for(std::chrono::duration<double>(interval));
+    Vxlan::CounterTablesReading now = reader.counts();
+    std::cout << "\n" << Ctl::counterView(now, all, Ctl::Since{&r, interval}) << std::flush;
+    r = std::move(now);
+  }
   return 0;
 }
 
@@ -70,12 +74,37 @@ json stateDocument(const std::string& file) {
   return Statehub::DocumentText::readFile(file);
 }
 
+uint64_t tableSum(const Options& o, bool vxlan) {
+  const Vxlan::CounterTablesReading r = Vxlan::CounterTableReader(o.agent).counts();
+  uint64_t sum = 0;
+  if (vxlan) {
+    for (const auto& c : r.vxlan) sum += c.count;
+  } else {
+    for (const auto& c : r.varp) sum += c.count;
+  }
+  return sum;
+}
+
+// Asks the agent to zero the table, then waits (a few seconds at most) until its
+// counts have come down: the command channel only queues the request.
 int clear(const Options& o, const std::string& table) {
-  const std::string text = table == "vxlan" ? "clear vxlan counters software" : "clearVarpCtr";
+  const bool vxlan = table == "vxlan";
+  const std::string text = vxlan ? "clear vxlan counters software" : "clearVarpCtr";
+  const uint64_t before = tableSum(o, vxlan);
   request(o, {{"op", "command"},
               {"path", o.cell + "/agent/commandRequest/config/vxlan"},
               {"type", "vxlan"},
               {"command", text}});
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  for (;;) {
+    const uint64_t sum = tableSum(o, vxlan);
+    if (sum == 0 || sum < before) break;
+    if (std::chrono::steady_clock::now() > deadline) {
+      throw std::runtime_error("the agent did not clear the " + table + " counters within 3 s");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  std::cout << "cleared the " << table << " counters (" << before << " counted before)\n";
   return 0;
 }
 
@@ -92,8 +121,13 @@ int main(int argc, char** argv) {
   app.add_option("--cell", o.cell, "the agent's cell path")->capture_default_str();
 
   bool asJson = false;
+  bool all = false;
+  double interval = 0;
   CLI::App* counters = app.add_subcommand("counters", "show both counter tables");
-  counters->add_flag("--json", asJson, "as JSON");
+  counters->add_flag("-j,--json", asJson, "as JSON, every counter");
+  counters->add_flag("-a,--all", all, "the rows that are zero too");
+  counters->add_option("-i,--interval", interval, "print what moved every N seconds, until Ctrl-C")
+      ->check(CLI::PositiveNumber);
 
   std::string table;
   CLI::App* clearCmd = app.add_subcommand("clear", "zero a counter table");
@@ -118,7 +152,7 @@ int main(int argc, char** argv) {
   if (const std::optional<int> done = Cli::parse(app, "vxrelayctl", argc, argv)) return *done;
   if (o.control.empty()) o.control = Statehub::RuntimeDir::controlSocket(o.agent);
   try {
-    if (*counters) return printCounters(o, asJson);
+    if (*counters) return printCounters(o, asJson, all, interval);
     if (*clearCmd) return clear(o, table);
     if (*get) {
       std::cout << request(o, {{"op", "get"}, {"path", path}})["state"].dump(2) << "\n";

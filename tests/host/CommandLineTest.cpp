@@ -1,6 +1,7 @@
 // The command line the programs share, run as a user runs them: a usage error is one
 // line naming the program, with status 2; a word that names no command says so;
-// --version answers on stdout; the tool's own options are taken after a command too.
+// --version answers on stdout; the tool's own options are taken after a command too;
+// clearing says what it cleared once the agent has.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -21,6 +22,9 @@ TEST(CommandLine, UsageErrorsVersionAndOptionsAfterTheCommand) {
   EXPECT_EQ(r.out.rfind("vxrelayctl ", 0), 0u) << r.out;
   r = host.ctl({"state", "get", kVtiPath, "--cell", "cell/1"});
   EXPECT_EQ(r.exitCode, 0) << r.err;
+  r = host.ctl({"clear", "varp"});
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out.rfind("cleared the varp counters", 0), 0u) << r.out;
 
   TempDir dir;
   ChildProcess bad({VXRELAY_HOST, "--no-such-option"}, dir.file("out"), kChildEnv, dir.file("err"));
