@@ -18,6 +18,7 @@
 #include "platform/core/TypeRegistry.h"
 #include "platform/loop/ActivityManager.h"
 #include "platform/loop/EventLoop.h"
+#include "platform/memtab/MemtabMount.h"
 #include "platform/statehub/AgentBase.h"
 #include "platform/statehub/ControlServer.h"
 #include "platform/statehub/EntityManager.h"
@@ -37,6 +38,10 @@ int fail(const std::string& reason) {
 }
 
 // The agent library next to this program, where the build puts it.
+// Where the agent keeps its counter tables (the agent's mount path, part of the tool's
+// and the operators' vocabulary).
+constexpr const char* kCounterTable = "vxlan/counter";
+
 std::string defaultLibrary() {
   std::error_code ec;
   std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
@@ -130,6 +135,10 @@ int main(int argc, char** argv) {
       for (const std::string& path : em->pendingStatePaths()) {
         std::cerr << "vxrelay-host: warning: nothing mounts " << path << ", its state is kept\n";
       }
+      // One line that says what runs and where to reach it.
+      std::cout << "vxrelay-host: agent " << agentName << " (" << typeName << " from " << library
+                << ") running; control socket " << control << ", counters /dev/shm"
+                << LumMemtab::Mount::objectName(agentName, kCounterTable) << std::endl;
       // Work deferred now runs after the agent's doMountsComplete() has returned: from
       // then on an exception is reported as usual and the agent goes on.
       loop.defer([&loop] { loop.exceptionReporterIs(nullptr); }, "vxrelay-host");

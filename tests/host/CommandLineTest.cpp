@@ -1,4 +1,5 @@
-// The command line the programs share, run as a user runs them: a usage error is one
+// The command line the programs share, run as a user runs them: the host's line at
+// start; a usage error is one
 // line naming the program, with status 2; a word that names no command says so;
 // --version answers on stdout; the tool's own options are taken after a command too;
 // clearing says what it cleared once the agent has.
@@ -14,6 +15,13 @@ using namespace TestSupport;
 TEST(CommandLine, UsageErrorsVersionAndOptionsAfterTheCommand) {
   Host host;
   ASSERT_TRUE(host.ready()) << host.child().errors();
+  // The host says once what it runs and where to reach it.
+  EXPECT_NE(host.child().output().find("vxrelay-host: agent " + host.name() + " ("),
+            std::string::npos)
+      << host.child().output();
+  EXPECT_NE(host.child().output().find(", counters /dev/shm" + host.counterObject() + "\n"),
+            std::string::npos)
+      << host.child().output();
   ToolRun r = host.ctl({"bogus"});
   EXPECT_EQ(r.exitCode, 2);
   EXPECT_EQ(r.err.substr(0, r.err.find('\n')), "vxrelayctl: unknown command 'bogus'");
