@@ -3,9 +3,11 @@
 //   vxrelayctl counters [-a] [-i N] [-j]  the counter tables, from shared memory
 //   vxrelayctl clear vxlan|varp           zero a table through the command channel
 //   vxrelayctl state get PATH             an entity of the state database, as JSON
-//   vxrelayctl state apply FILE           apply a state document (all or nothing)
+//   vxrelayctl state apply [--strict] FILE  apply a state document (all or nothing)
+//   vxrelayctl state list                 the mounted paths
 //   vxrelayctl trace decode FILE          a trace ring file as text, oldest first
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <iostream>
@@ -72,6 +74,27 @@ json request(const Options& o, const json& req) {
 // a file the host starts with can also be applied to a running host.
 json stateDocument(const std::string& file) {
   return Statehub::DocumentText::readFile(file);
+}
+
+// A document whose paths nothing mounts is kept by the host for a later mount: said
+// as a warning, or with `strict` refused before anything is applied.
+int applyState(const Options& o, const json& doc, bool strict) {
+  if (strict) {
+    const json listed = request(o, {{"op", "list"}});
+    const std::vector<std::string> mounted = listed["paths"].get<std::vector<std::string>>();
+    for (const auto& [path, content] : doc.items()) {
+      const std::string p = path.starts_with('/') ? path.substr(1) : path;
+      if (std::find(mounted.begin(), mounted.end(), p) == mounted.end()) {
+        throw std::runtime_error(p + ": not mounted (nothing applied)");
+      }
+    }
+  }
+  const json answer = request(o, {{"op", "apply"}, {"state", doc}});
+  for (const auto& p : answer.value("pending", json::array())) {
+    std::cerr << "vxrelayctl: warning: nothing mounts " << p.get<std::string>()
+              << "; its state is kept\n";
+  }
+  return 0;
 }
 
 uint64_t tableSum(const Options& o, bool vxlan) {
@@ -143,6 +166,9 @@ int main(int argc, char** argv) {
   get->add_option("path", path, "entity path, e.g. interface/status/eth/vxlan")->required();
   CLI::App* apply = state->add_subcommand("apply", "apply a state document");
   apply->add_option("file", file, "JSON state document")->required()->check(CLI::ExistingFile);
+  bool strict = false;
+  apply->add_flag("--strict", strict, "refuse a document with a path that nothing mounts");
+  CLI::App* list = state->add_subcommand("list", "the mounted paths, and state kept for others");
 
   CLI::App* traceCmd = app.add_subcommand("trace", "trace ring files");
   traceCmd->require_subcommand(1);
@@ -155,11 +181,17 @@ int main(int argc, char** argv) {
     if (*counters) return printCounters(o, asJson, all, interval);
     if (*clearCmd) return clear(o, table);
     if (*get) {
-      std::cout << request(o, {{"op", "get"}, {"path", path}})["state"].dump(2) << "\n";
+      const std::string entity = path.starts_with('/') ? path.substr(1) : path;
+      std::cout << request(o, {{"op", "get"}, {"path", entity}})["state"].dump(2) << "\n";
       return 0;
     }
-    if (*apply) {
-      request(o, {{"op", "apply"}, {"state", stateDocument(file)}});
+    if (*apply) return applyState(o, stateDocument(file), strict);
+    if (*list) {
+      const json answer = request(o, {{"op", "list"}});
+      for (const auto& p : answer["paths"]) std::cout << p.get<std::string>() << "\n";
+      for (const auto& p : answer["pending"]) {
+        std::cout << p.get<std::string>() << " (not mounted; its state is kept)\n";
+      }
       return 0;
     }
     if (*decode) {

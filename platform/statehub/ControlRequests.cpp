@@ -49,6 +49,10 @@ json ControlRequests::answerOf(std::string_view line, int requester) {
     }
     if (op == "get") return json{{"ok", true}, {"state", em_->stateOf(stringField(req, "path"))}};
     if (op == "command") return command(req, requester);
+    if (op == "list") {
+      return json{
+          {"ok", true}, {"paths", em_->mountPaths()}, {"pending", em_->pendingStatePaths()}};
+    }
     return failure("unknown op \"" + op + "\"");
   } catch (const std::exception& e) {
     return failure(e.what());

@@ -7,6 +7,7 @@
 //   {"op":"get","path":"<path>"}              -> {"ok":true,"state":{...}}
 //   {"op":"command","path":"<dir>","type":"vxlan","command":"clear counters"}
 //                                              -> {"ok":true,"request":"<id>"}
+//   {"op":"list"}                             -> {"ok":true,"paths":[mounted],"pending":[kept]}
 // Anything refused is {"ok":false,"error":"<why>"}; nothing is half applied.
 #pragma once
 

@@ -2,9 +2,13 @@
 // start; a usage error is one
 // line naming the program, with status 2; a word that names no command says so;
 // --version answers on stdout; the tool's own options are taken after a command too;
-// clearing says what it cleared once the agent has.
+// the state database listed, read with a leading slash, and a document for a path
+// that nothing mounts refused with --strict or kept with a warning; clearing says what
+// it cleared once the agent has.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+
+#include <fstream>
 
 #include "tests/host/HostProcess.h"
 
@@ -30,6 +34,22 @@ TEST(CommandLine, UsageErrorsVersionAndOptionsAfterTheCommand) {
   EXPECT_EQ(r.out.rfind("vxrelayctl ", 0), 0u) << r.out;
   r = host.ctl({"state", "get", kVtiPath, "--cell", "cell/1"});
   EXPECT_EQ(r.exitCode, 0) << r.err;
+  // The state database: what is mounted, a path with a leading slash, and a document
+  // for a path nothing mounts refused whole with --strict, else kept with a warning.
+  r = host.ctl({"state", "list"});
+  EXPECT_NE(r.out.find(std::string(kVtiPath) + "\n"), std::string::npos) << r.out;
+  EXPECT_EQ(host.ctl({"state", "get", "/mlag/status"}).exitCode, 0);
+  TempDir docs;
+  std::ofstream(docs.file("doc.json")) << R"({"no/such/path": {"a": 1}})";
+  r = host.ctl({"state", "apply", "--strict", docs.file("doc.json")});
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.err, "vxrelayctl: no/such/path: not mounted (nothing applied)\n");
+  EXPECT_EQ(host.ctl({"state", "list"}).out.find("no/such/path"), std::string::npos);
+  r = host.ctl({"state", "apply", docs.file("doc.json")});
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.err, "vxrelayctl: warning: nothing mounts no/such/path; its state is kept\n");
+  EXPECT_NE(host.ctl({"state", "list"}).out.find("no/such/path (not mounted; its state is kept)"),
+            std::string::npos);
   r = host.ctl({"clear", "varp"});
   EXPECT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(r.out.rfind("cleared the varp counters", 0), 0u) << r.out;
