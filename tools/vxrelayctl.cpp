@@ -5,6 +5,7 @@
 //   vxrelayctl state get PATH             an entity of the state database, as JSON
 //   vxrelayctl state apply [--strict] FILE  apply a state document (all or nothing)
 //   vxrelayctl state list                 the mounted paths
+//   vxrelayctl trace set SPEC             the running agent's trace levels (VXRELAY_TRACE form)
 //   vxrelayctl trace decode FILE          a trace ring file as text, oldest first
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -172,6 +173,10 @@ int main(int argc, char** argv) {
 
   CLI::App* traceCmd = app.add_subcommand("trace", "trace ring files");
   traceCmd->require_subcommand(1);
+  std::string traceSpec;
+  CLI::App* traceSet = traceCmd->add_subcommand("set", "the running agent's trace levels");
+  traceSet->add_option("levels", traceSpec, "FACILITY/LEVELS,... e.g. VirtualArpSm/0-9")
+      ->required();
   CLI::App* decode = traceCmd->add_subcommand("decode", "a ring file as text");
   decode->add_option("file", file, "ring file (.rl)")->required()->check(CLI::ExistingFile);
 
@@ -192,6 +197,10 @@ int main(int argc, char** argv) {
       for (const auto& p : answer["pending"]) {
         std::cout << p.get<std::string>() << " (not mounted; its state is kept)\n";
       }
+      return 0;
+    }
+    if (*traceSet) {
+      request(o, {{"op", "trace"}, {"set", traceSpec}});
       return 0;
     }
     if (*decode) {

@@ -1,4 +1,5 @@
 #include "platform/statehub/ControlRequests.h"
+#include "platform/trace/Trace.h"
 
 #include "platform/core/Dir.h"
 #include "platform/statehub/DocumentText.h"
@@ -49,6 +50,10 @@ json ControlRequests::answerOf(std::string_view line, int requester) {
     }
     if (op == "get") return json{{"ok", true}, {"state", em_->stateOf(stringField(req, "path"))}};
     if (op == "command") return command(req, requester);
+    if (op == "trace") {
+      Lum::traceSpecIs(stringField(req, "set"));
+      return json{{"ok", true}};
+    }
     if (op == "list") {
       return json{
           {"ok", true}, {"paths", em_->mountPaths()}, {"pending", em_->pendingStatePaths()}};

@@ -8,6 +8,7 @@
 //   {"op":"command","path":"<dir>","type":"vxlan","command":"clear counters"}
 //                                              -> {"ok":true,"request":"<id>"}
 //   {"op":"list"}                             -> {"ok":true,"paths":[mounted],"pending":[kept]}
+//   {"op":"trace","set":"<facility>/<levels>,..."}  -> {"ok":true}   (the trace's levels)
 // Anything refused is {"ok":false,"error":"<why>"}; nothing is half applied.
 #pragma once
 

@@ -4,7 +4,7 @@
 // --version answers on stdout; the tool's own options are taken after a command too;
 // the state database listed, read with a leading slash, and a document for a path
 // that nothing mounts refused with --strict or kept with a warning; clearing says what
-// it cleared once the agent has.
+// it cleared once the agent has; trace levels set at run time.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -53,6 +53,14 @@ TEST(CommandLine, UsageErrorsVersionAndOptionsAfterTheCommand) {
   r = host.ctl({"clear", "varp"});
   EXPECT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(r.out.rfind("cleared the varp counters", 0), 0u) << r.out;
+
+  // Trace levels set at run time: the agent's level 8 line as it stops.
+  EXPECT_EQ(host.ctl({"trace", "set", "OverlayRelayAgent/x"}).exitCode, 1);
+  ASSERT_EQ(host.ctl({"trace", "set", "OverlayRelayAgent/0-9"}).exitCode, 0);
+  host.child().stop();
+  EXPECT_NE(host.child().errors().find("OverlayRelayAgent/8 OverlayRelayAgent::doCleanup()"),
+            std::string::npos)
+      << host.child().errors();
 
   TempDir dir;
   ChildProcess bad({VXRELAY_HOST, "--no-such-option"}, dir.file("out"), kChildEnv, dir.file("err"));
