@@ -42,16 +42,29 @@ int fail(const std::string& reason) {
 // and the operators' vocabulary).
 constexpr const char* kCounterTable = "vxlan/counter";
 
+// The agent library beside the program (the build's layout), else where `cmake
+// --install` puts it (lib/vxrelay/ beside bin/).
 std::string defaultLibrary() {
   std::error_code ec;
   std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
-  return (ec ? std::filesystem::path(".") : self.parent_path()) / "libvxrelay.so";
+  const std::filesystem::path dir = ec ? std::filesystem::path(".") : self.parent_path();
+  for (const std::filesystem::path& candidate :
+       {dir / "libvxrelay.so", dir / ".." / "lib" / "vxrelay" / "libvxrelay.so",
+        dir / ".." / "lib64" / "vxrelay" / "libvxrelay.so"}) {
+    if (std::filesystem::exists(candidate, ec)) return candidate.lexically_normal().string();
+  }
+  return (dir / "libvxrelay.so").string();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   CLI::App app{"vxrelay agent host"};
+  app.footer(
+      "Examples:\n"
+      "  vxrelay-host --state examples/switch.json           agent vxrelay, socket in "
+      "/run/vxrelay\n"
+      "  vxrelay-host --name sw1 --state sw1.json --control-group netops");
   std::string library = defaultLibrary();
   std::string typeName = "Vxlan::OverlayRelayAgent::OverlayRelayAgent";
   std::string agentName = "vxrelay";

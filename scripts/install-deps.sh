@@ -12,6 +12,8 @@ packages=(
   iproute2
   # `make demo` and the namespace tests: traffic between hosts, checksums off on veths
   iputils-ping socat ethtool
+  # the programs' man pages, made from their --help
+  help2man
 )
 if [ "${1:-}" = fuzz ]; then
   packages+=(clang libclang-rt-dev)

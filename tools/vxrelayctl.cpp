@@ -138,6 +138,13 @@ int main(int argc, char** argv) {
   CLI::App app{"vxrelay operator tool"};
   app.require_subcommand(1);
   app.fallthrough();
+  app.footer(
+      "Examples:\n"
+      "  vxrelayctl counters                    the rows that moved\n"
+      "  vxrelayctl --agent sw1 counters -i 1   what moved each second, until Ctrl-C\n"
+      "  vxrelayctl clear varp                  zero the virtual ARP counters\n"
+      "  vxrelayctl state get /mlag/status      an entity as JSON\n"
+      "  vxrelayctl trace set VirtualArpSm/0-9  the running agent's trace levels");
   Options o;
   app.add_option("--agent", o.agent, "agent name (names its counter table)")->capture_default_str();
   app.add_option("--control", o.control,
@@ -171,7 +178,8 @@ int main(int argc, char** argv) {
   apply->add_flag("--strict", strict, "refuse a document with a path that nothing mounts");
   CLI::App* list = state->add_subcommand("list", "the mounted paths, and state kept for others");
 
-  CLI::App* traceCmd = app.add_subcommand("trace", "trace ring files");
+  CLI::App* traceCmd =
+      app.add_subcommand("trace", "the running agent's trace levels, and trace ring files");
   traceCmd->require_subcommand(1);
   std::string traceSpec;
   CLI::App* traceSet = traceCmd->add_subcommand("set", "the running agent's trace levels");

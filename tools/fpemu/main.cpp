@@ -50,6 +50,10 @@ Fpemu::EmulatorConfig configFrom(const std::string& file, const std::vector<std:
 
 int main(int argc, char** argv) {
   CLI::App app{"vxrelay-fpemu: a switch's forwarding plane between host ports and the agent"};
+  app.footer(
+      "Examples:\n"
+      "  vxrelay-fpemu --port ha:access:10 --vxlan vxlan-p --txraw txraw-p\n"
+      "  vxrelay-fpemu --port ha:access:10 --underlay underlay --vtep 10.99.0.1 --r2l-port 16");
   std::string file;
   std::vector<std::string> ports;
   std::string vxlan;

@@ -1,0 +1,29 @@
+# bash completion of vxrelayctl: its commands, their words and the options.
+_vxrelayctl() {
+  local cur=${COMP_WORDS[COMP_CWORD]} words=""
+  local first="" second="" i
+  for ((i = 1; i < COMP_CWORD; i++)); do
+    case ${COMP_WORDS[i]} in
+      --agent | --control | --cell | -i | --interval) ((i++)) ;;
+      -*) ;;
+      *) if [ -z "$first" ]; then first=${COMP_WORDS[i]}; elif [ -z "$second" ]; then second=${COMP_WORDS[i]}; fi ;;
+    esac
+  done
+  case $first in
+    "") words="counters clear state trace --agent --control --cell --help --version" ;;
+    counters) words="--all --interval --json" ;;
+    clear) [ -z "$second" ] && words="vxlan varp" ;;
+    state)
+      case $second in
+        "") words="get apply list" ;;
+        apply) words="--strict"; COMPREPLY=($(compgen -f -- "$cur")) ;;
+      esac ;;
+    trace)
+      case $second in
+        "") words="set decode" ;;
+        decode) COMPREPLY=($(compgen -f -- "$cur")); return ;;
+      esac ;;
+  esac
+  COMPREPLY+=($(compgen -W "$words" -- "$cur"))
+}
+complete -F _vxrelayctl vxrelayctl
