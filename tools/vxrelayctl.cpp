@@ -6,10 +6,11 @@
 //   vxrelayctl state apply [--strict] FILE  apply a state document (all or nothing)
 //   vxrelayctl state list                 the mounted paths
 //   vxrelayctl trace set SPEC             the running agent's trace levels (VXRELAY_TRACE form)
-//   vxrelayctl trace decode FILE          a trace ring file as text, oldest first
+//   vxrelayctl trace decode FILE...       trace ring files as text, merged by time
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -26,6 +27,7 @@
 #include "platform/trace/RingLog.h"
 #include "tools/cli/CliParse.h"
 #include "tools/ctl/CounterView.h"
+#include "tools/ctl/TraceView.h"
 
 namespace {
 
@@ -185,8 +187,10 @@ int main(int argc, char** argv) {
   CLI::App* traceSet = traceCmd->add_subcommand("set", "the running agent's trace levels");
   traceSet->add_option("levels", traceSpec, "FACILITY/LEVELS,... e.g. VirtualArpSm/0-9")
       ->required();
-  CLI::App* decode = traceCmd->add_subcommand("decode", "a ring file as text");
-  decode->add_option("file", file, "ring file (.rl)")->required()->check(CLI::ExistingFile);
+  std::vector<std::string> ringFiles;
+  CLI::App* decode =
+      traceCmd->add_subcommand("decode", "ring files as text, merged by time, errno as text");
+  decode->add_option("files", ringFiles, "ring files (.rl)")->required()->check(CLI::ExistingFile);
 
   if (const std::optional<int> done = Cli::parse(app, "vxrelayctl", argc, argv)) return *done;
   if (o.control.empty()) o.control = Statehub::RuntimeDir::controlSocket(o.agent);
@@ -212,7 +216,11 @@ int main(int argc, char** argv) {
       return 0;
     }
     if (*decode) {
-      for (const std::string& line : RingLog::decodeFile(file)) std::cout << line << "\n";
+      std::vector<std::pair<std::string, std::vector<std::string>>> rings;
+      for (const std::string& f : ringFiles) {
+        rings.emplace_back(std::filesystem::path(f).filename().string(), RingLog::decodeFile(f));
+      }
+      for (const std::string& line : Ctl::mergedByTime(rings)) std::cout << line << "\n";
       return 0;
     }
   } catch (const std::exception& e) {
