@@ -44,9 +44,9 @@ class L2RAccessPortsTest : public ::testing::Test {
 };
 
 // Guards the life of a tunnel port: known before its device (index 0, not yet seen by
-// the frame path), completed when the device appears, renamed with its status, and gone both when its mode
-// changes and when its configuration is deleted. Sub-interfaces are never tracked.
-// A port channel takes its bond's name.
+// the frame path), completed when the device appears, renamed with its status, and gone both when
+// its mode changes and when its configuration is deleted. Sub-interfaces are never tracked. A port
+// channel takes its bond's name.
 TEST_F(L2RAccessPortsTest, TunnelPortFollowsModeStatusAndDevice) {
   intfs_->intfStatusIs(kEt3)->deviceNameIs("et3");
   mode(kEt3, Mode::switchportModeDot1qTunnel);
@@ -112,7 +112,6 @@ TEST_F(L2RAccessPortsTest, PeerLinkWhileMlagIsActiveAndDevicesMadeAnew) {
   mlag_->mlagStateIs(Mlag::MlagState::mlagStateInactive);
   EXPECT_EQ(sm()->encapFilter().peerLinkIfIndex, 0u);
 }
-
 
 Wire::IpGenAddr addr(const char* text) {
   return Wire::IpGenAddr::fromString(text);

@@ -20,11 +20,10 @@ TEST_F(R2LLifecycleTest, SocketsFollowOperStatus) {
   EXPECT_EQ(sys_.opened, 0);
   s->operStatusIs(IntfOperStatus::intfOperUp);
   EXPECT_EQ(sys_.openCount(), 2u);
-  EXPECT_EQ(sys_.boundIndex[sm()->remoteSock()], 3);
-  EXPECT_EQ(sys_.boundIndex[sm()->localSock()], 7);
+  EXPECT_EQ(sys_.boundIndex, (std::map<int, int>{{sm()->remoteSock(), 3}, {sm()->localSock(), 7}}));
   EXPECT_EQ(sys_.openProtocols, std::set<int>{0});
-  EXPECT_EQ(sys_.boundProtocol[sm()->remoteSock()], ETH_P_ALL);
-  EXPECT_EQ(sys_.boundProtocol[sm()->localSock()], ETH_P_ALL);
+  EXPECT_EQ(sys_.boundProtocol,
+            (std::map<int, int>{{sm()->remoteSock(), ETH_P_ALL}, {sm()->localSock(), ETH_P_ALL}}));
   EXPECT_TRUE(remoteWatched());
 
   igmp_->intfConfigIs(Wire::IntfId("Loopback9"));
@@ -142,7 +141,6 @@ TEST_F(R2LLifecycleTest, TxRawDeviceAndAttributeOrderMakeThePair) {
   s->srcIntfKernelNameIs(Lum::String8("lo1"));
   EXPECT_TRUE(remoteWatched());
 }
-
 
 class R2LVniMapTest : public R2LManagerFixture {
  protected:
