@@ -49,28 +49,21 @@ struct OddTargetsRefused : L2R::ArpRequestHook {
 } hook;
 
 const L2R::EncapFilter& filter() {
-  static L2R::VlanToVniTable vlans = [] {
-    L2R::VlanToVniTable t;
-    t.is(Bridging::VlanId(10), VniOrNone(Vni(5010)));
-    t.is(Bridging::VlanId(4094), VniOrNone(Vni(0xabcdef)));
-    return t;
-  }();
-  static L2R::IfIndexTable tunnels = [] {
-    L2R::IfIndexTable t;
-    t.is(9, true);
-    return t;
-  }();
-  static const L2R::EncapFilter f = [] {
-    L2R::EncapFilter x;
-    x.vlanToVni = &vlans;
-    x.tunnelPorts = &tunnels;
-    x.peerLinkIfIndex = 7;
-    x.localVtep = Wire::IpAddr::fromString("10.99.0.1");
-    x.vArpVtep = Wire::IpAddr::fromString("10.99.0.100");
-    x.varpVirtualMac = Wire::EthAddr::fromString("00:1c:73:00:00:99");
-    x.arp = &hook;
-    return x;
-  }();
+  static L2R::VlanToVniTable vlans;
+  static L2R::IfIndexTable tunnels;
+  static L2R::EncapFilter f;
+  if (f.vlanToVni == nullptr) {
+    vlans.is(Bridging::VlanId(10), VniOrNone(Vni(5010)));
+    vlans.is(Bridging::VlanId(4094), VniOrNone(Vni(0xabcdef)));
+    tunnels.is(9, true);
+    f.vlanToVni = &vlans;
+    f.tunnelPorts = &tunnels;
+    f.peerLinkIfIndex = 7;
+    f.localVtep = Wire::IpAddr::fromString("10.99.0.1");
+    f.vArpVtep = Wire::IpAddr::fromString("10.99.0.100");
+    f.varpVirtualMac = Wire::EthAddr::fromString("00:1c:73:00:00:99");
+    f.arp = &hook;
+  }
   return f;
 }
 

@@ -25,21 +25,17 @@ using namespace Vxlan;
 constexpr size_t kFrameBufferSize = 10000;
 
 const R2L::FrameFilter& filter() {
-  static R2L::VniToVlanTable table = [] {
-    R2L::VniToVlanTable t;
-    t.is(Vni(5000), Bridging::VlanIdOrNone(10));
-    t.is(Vni(5001), Bridging::VlanIdOrNone(4094));
-    return t;
-  }();
-  static const R2L::FrameFilter f = [] {
-    R2L::FrameFilter x;
-    x.localVtep = Wire::IpAddr::fromString("10.0.0.1");
-    x.floodGroup = Wire::IpAddr::fromString("239.1.1.1");
-    x.udpPort = 4789;
-    x.portId = HwPortId(0x0102);
-    x.vniToVlan = &table;
-    return x;
-  }();
+  static R2L::VniToVlanTable table;
+  static R2L::FrameFilter f;
+  if (f.vniToVlan == nullptr) {
+    table.is(Vni(5000), Bridging::VlanIdOrNone(10));
+    table.is(Vni(5001), Bridging::VlanIdOrNone(4094));
+    f.localVtep = Wire::IpAddr::fromString("10.0.0.1");
+    f.floodGroup = Wire::IpAddr::fromString("239.1.1.1");
+    f.udpPort = 4789;
+    f.portId = HwPortId(0x0102);
+    f.vniToVlan = &table;
+  }
   return f;
 }
 

@@ -1,4 +1,5 @@
-// Vxlan::DevIfindexPair: order, the none value, and the record text form both ways.
+// Vxlan::DevIfindexPair: the none value, and the record text form both ways. (Its order
+// is the defaulted comparison of its members.)
 #include <gtest/gtest.h>
 
 #include <string>
@@ -17,14 +18,10 @@ DevIfindexPair read(const std::string& text) {
   return v;
 }
 
-// Guards the order (by name, whatever the indexes, then by index) and the none value;
-// the text form written and read back equal (quotes and backslashes in the name, the
-// largest index), read in any order with blanks, a missing attribute at its default;
-// and each fault in its words.
+// Guards the none value; the text form written and read back equal (quotes and backslashes in the
+// name, the largest index), read in any order with blanks, a missing attribute at its default; and
+// each fault in its words.
 TEST(DevIfindexPairTest, OrderAndTextFormBothWays) {
-  const DevIfindexPair a("et1", 900), b("et2", 1), c("et2", 5);
-  EXPECT_TRUE(a < b && b < c && b <= c && c > b && c >= b && b != c &&
-              c == DevIfindexPair("et2", 5));
   EXPECT_TRUE(!DevIfindexPair() && !!DevIfindexPair("", 3) && !!DevIfindexPair("et1", 0));
 
   const DevIfindexPair v("et3 'x'\\", 4294967295u);
@@ -37,9 +34,11 @@ TEST(DevIfindexPairTest, OrderAndTextFormBothWays) {
   EXPECT_EQ(read("Value('Vxlan::DevIfindexPair', ** {'ifindex': 8})"), DevIfindexPair("", 8));
 
   const std::string head = "Value('Vxlan::DevIfindexPair', ** {";
+  // Junk whose fault text is longer than the formatter's stack buffer, and kept whole.
+  const std::string junk = head + "'ifindex': 1}) " + std::string(300, 'x');
   const std::pair<std::string, std::string> faults[] = {
       {head + "'devname': 'et1'", "premature end of value type DevIfindexPair"},
-      {head + "'ifindex': 1}) x", "junk at column 50 deserializing " + head + "'ifindex': 1}) x"},
+      {junk, "junk at column 50 deserializing " + junk},
       {head + "'mtu': 1})", "DevIfindexPair has no such attribute: mtu"},
       {head + "'ifindex': 4294967296})",
        "attribute ifindex: value 4294967296 out of range (at most 4294967295)"},

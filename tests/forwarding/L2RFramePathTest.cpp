@@ -35,8 +35,7 @@ Bytes ipv4(uint8_t proto, uint8_t words = 5) {
   push32(r, 0x0a010101);
   push32(r, 0x0a010102);
   for (int i = 5; i < words; ++i) push32(r, 0x01000000);  // options the hash must skip
-  push16(r, 0x1234);
-  push16(r, 0x5678);
+  push16(r, {0x1234, 0x5678});
   r.resize(r.size() + 16);
   return userFrame(0x0800, r);
 }
@@ -117,10 +116,7 @@ TEST_F(L2RFramePathTest, ChecksDropWithWhatTheTraceNames) {
 TEST_F(L2RFramePathTest, TagFlagsStripWhatTheyNameAndTunnelPortsKeepTheirTag) {
   // Two tags, VLAN 10 outside and 20 inside, then IPv4.
   Bytes rest;
-  push16(rest, 0x000a);
-  push16(rest, 0x8100);
-  push16(rest, 0x0014);
-  push16(rest, 0x0800);
+  push16(rest, {0x000a, 0x8100, 0x0014, 0x0800});
   rest.resize(rest.size() + 20, 0xee);
   const Bytes twoTags = userFrame(0x8100, rest);
   const Bytes oneTag(twoTags.begin() + 4, twoTags.end());  // offsets shift, MACs equal
@@ -202,12 +198,8 @@ struct RecordingHook : ArpRequestHook {
 
 Bytes arp(uint16_t op, uint32_t target, bool tagged) {
   Bytes r;
-  if (tagged) {
-    push16(r, 0x000a);
-    push16(r, 0x0806);
-  }
-  for (uint16_t w : {0x0001, 0x0800, 0x0604}) push16(r, w);
-  push16(r, op);
+  if (tagged) push16(r, {0x000a, 0x0806});
+  push16(r, {0x0001, 0x0800, 0x0604, op});
   r.resize(r.size() + 16);  // sender MAC and IP, target MAC
   push32(r, target);
   return userFrame(tagged ? 0x8100 : 0x0806, r);

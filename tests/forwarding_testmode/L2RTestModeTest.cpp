@@ -186,7 +186,8 @@ class L2RTestModeTest : public ::testing::Test {
 
 // Guards the options whose loss goes unnoticed until traffic suffers: the type filter
 // before the bind (or frames of every type are read in between), the two priorities,
-// and multicast with a flood group but not in controller client mode. A failing step
+// and multicast from the VTEP's address with a flood group but not in controller client
+// mode. A failing step
 // throws with its name; a refused interface flag closes both remote sockets instead.
 TEST_F(L2RTestModeTest, SocketOptionsAndTheirFailures) {
   ASSERT_TRUE(L2R_TEST);
@@ -204,6 +205,9 @@ TEST_F(L2RTestModeTest, SocketOptionsAndTheirFailures) {
   EXPECT_EQ(optionValue(sm_->remoteSockLo(), SOL_SOCKET, SO_PRIORITY), 2);
   bum().bumMcastGrpIs(Bridging::VlanId(10), ip("239.1.1.1"));
   EXPECT_EQ(optionValue(sm_->remoteSockLo(), IPPROTO_IP, IP_MULTICAST_LOOP), 1);
+  EXPECT_EQ(optionValue(sm_->remoteSockLo(), IPPROTO_IP, IP_MULTICAST_IF),
+            static_cast<int>(ip("10.99.0.1").value()))
+      << "the group is not sent to from the VTEP's address";
   net_.options.clear();  // descriptor numbers come back with the new sockets
   status_->controllerClientModeIs(true);
   EXPECT_EQ(optionValue(sm_->remoteSockLo(), IPPROTO_IP, IP_MULTICAST_IF), -999);

@@ -68,8 +68,9 @@ TEST(HostEndToEnd, RunningHostAppliesGetsAndEndsOnSigterm) {
 }
 
 // Guards against a counter table that other programs cannot find or read, a clear
-// that misses ids or reaches the other table, and JSON output that loses counts. (The
-// words of each table's clear: the agent's command test.)
+// that does not reach the host or reaches the other table, and JSON output that loses
+// counts. (The words of each table's clear, and every id cleared: the agent's command
+// test.)
 TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
   Host host;
   ASSERT_TRUE(host.ready()) << host.child().errors();
@@ -81,12 +82,8 @@ TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
   auto writer =
       Lum::ptrCast<Vxlan::VxlanAgentCounter>(writerMount.getEntity(Vxlan::kCounterTablePath));
   ASSERT_TRUE(writer);
-  for (uint16_t id = 0; id < Vxlan::kVxlanCounterIds; ++id) {
-    writer->vxlanCounterIs({Vxlan::VxlanCounterId(id), 1000u + id});
-  }
-  for (uint16_t id = 0; id < Vxlan::kVarpCounterIds; ++id) {
-    writer->varpCounterIs({Vxlan::VarpCounterId(id), 2000u + id});
-  }
+  writer->vxlanCounterIs({Vxlan::VxlanCounterId(12), 1012});
+  writer->varpCounterIs({Vxlan::VarpCounterId(7), 2007});
 
   const ToolRun asJson = host.ctl({"counters", "--json"});
   ASSERT_EQ(asJson.exitCode, 0) << asJson.err;
@@ -100,9 +97,7 @@ TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
   ASSERT_EQ(r.exitCode, 0) << r.err;
   const Vxlan::CounterTableReader reader(host.name());
   EXPECT_TRUE(eventually([&] { return allZero(reader.counts().vxlan); }, kStartBound));
-  const Vxlan::CounterTablesReading after = reader.counts();
-  EXPECT_EQ(after.varp[0].count, 2000u);
-  EXPECT_EQ(after.varp.back().count, 2000u + Vxlan::kVarpCounterIds - 1);
+  EXPECT_EQ(reader.counts().varp[7].count, 2007u);
 }
 
 // Guards against a state file whose fault is found late, reported in several lines or

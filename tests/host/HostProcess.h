@@ -19,7 +19,6 @@
 
 #include "agent/SharedMemoryCounterStorage.h"
 #include "platform/memtab/MemtabMount.h"
-#include "platform/statehub/ControlClient.h"
 #include "platform/statehub/RuntimeDir.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TempDir.h"
@@ -72,18 +71,12 @@ class Host {
     ::shm_unlink(counterObject_.c_str());
   }
 
-  // Whether the host answers a get of the tunnel interfaces, which it can only once its
-  // agent has mounted everything.
+  // Whether the host answers the tool's get of the tunnel interfaces, which it can only
+  // once its agent has mounted everything.
   bool ready() {
     return eventually(
         [this] {
-          try {
-            return Statehub::ControlClient(control_)
-                .request({{"op", "get"}, {"path", kVtiPath}}, 1.0)
-                .value("ok", false);
-          } catch (const std::exception&) {
-            return false;
-          }
+          return ctl({"state", "get", kVtiPath}).exitCode == 0;
         },
         kStartBound);
   }
@@ -94,13 +87,8 @@ class Host {
     args.insert(args.begin(), {VXRELAY_CTL, "--agent", name_});
     const std::string tag = "ctl" + std::to_string(++toolRuns_);
     ChildProcess tool(args, dir_.file(tag + ".out"), kChildEnv, dir_.file(tag + ".err"));
-    ToolRun run;
-    if (std::optional<int> status = tool.exitWithin(kToolBound)) {
-      if (WIFEXITED(*status)) run.exitCode = WEXITSTATUS(*status);
-    }
-    run.out = tool.output();
-    run.err = tool.errors();
-    return run;
+    const std::optional<int> status = tool.exitWithin(kToolBound);
+    return {status && WIFEXITED(*status) ? WEXITSTATUS(*status) : -1, tool.output(), tool.errors()};
   }
 
   // `vxrelayctl state get PATH`, parsed; null when it failed.

@@ -18,17 +18,12 @@ NamespaceSwitch::NamespaceSwitch(const std::string& netns) {
   if (home_ < 0) throw Lum::ErrnoException(errno, "open /proc/thread-self/ns/net");
   const std::string path = "/run/netns/" + netns;
   const int target = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (target < 0) {
-    const int err = errno;
-    ::close(home_);
-    throw Lum::ErrnoException(err, "open " + path);
-  }
-  const int rc = ::setns(target, CLONE_NEWNET);
+  const int rc = target < 0 ? -1 : ::setns(target, CLONE_NEWNET);
   const int err = errno;
-  ::close(target);
+  if (target >= 0) ::close(target);
   if (rc != 0) {
     ::close(home_);
-    throw Lum::ErrnoException(err, "setns " + path);
+    throw Lum::ErrnoException(err, (target < 0 ? "open " : "setns ") + path);
   }
 }
 

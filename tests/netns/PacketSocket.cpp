@@ -18,23 +18,17 @@ namespace TestSupport {
 PacketSocket::PacketSocket(const std::string& netns, const std::string& device, Mode mode) {
   // Protocol 0 receives nothing: a send-only socket must not fill its queue unread.
   const uint16_t protocol = mode == Mode::capture ? htons(ETH_P_ALL) : 0;
-  {
-    NamespaceSwitch in(netns);
-    fd_ = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, protocol);
-    if (fd_ < 0) throw Lum::ErrnoException(errno, "socket AF_PACKET in " + netns);
-    // The index must be looked up inside: the same name may exist elsewhere.
-    ifindex_ = static_cast<int>(::if_nametoindex(device.c_str()));
-  }
-  if (ifindex_ == 0) {
-    ::close(fd_);
-    throw Lum::ErrnoException(ENODEV, "if_nametoindex " + device + " in " + netns);
-  }
+  NamespaceSwitch in(netns);
+  fd_ = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, protocol);
+  if (fd_ < 0) throw Lum::ErrnoException(errno, "socket AF_PACKET in " + netns);
+  // The index must be looked up inside: the same name may exist elsewhere.
+  ifindex_ = static_cast<int>(::if_nametoindex(device.c_str()));
   sockaddr_ll addr{};
   addr.sll_family = AF_PACKET;
   addr.sll_protocol = protocol;
   addr.sll_ifindex = ifindex_;
-  if (::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-    const int err = errno;
+  if (ifindex_ == 0 || ::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+    const int err = ifindex_ == 0 ? ENODEV : errno;
     ::close(fd_);
     throw Lum::ErrnoException(err, "bind to " + device + " in " + netns);
   }

@@ -107,11 +107,6 @@ class R2LNetnsTest : public TopologyTest {
     send();
     return !peer.receive(isTxRawForm, kQuietWait).has_value();
   }
-  // Sends until a send is answered by silence on the peer; false if that never happens.
-  template <typename Send>
-  bool forwardingStops(Send send) {
-    return eventually([&] { return nothingForwarded(send); }, kSettleLimit);
-  }
 };
 
 // Guards the path end to end and the source filter, in the kernel's filter too: a
@@ -151,7 +146,8 @@ TEST_F(R2LNetnsTest, UdpPortIsFollowed) {
   const auto overlay = [&] { sendOverlayFrame(); };
   ASSERT_TRUE(forwardedWithin(overlay, kFrameWait).has_value());
   ASSERT_TRUE(applyVti({{"udpPort", kOtherUdpPort}}).value("ok", false));
-  ASSERT_TRUE(forwardingStops(overlay)) << "the old port is still forwarded";
+  ASSERT_TRUE(eventually([&] { return nothingForwarded(overlay); }, kSettleLimit))
+      << "the old port is still forwarded";
   const uint64_t filtered = count(VxlanCounterId::r2lFilteredFrames);
   EXPECT_TRUE(nothingForwarded(overlay));
   expectFilteredCounted(filtered);

@@ -1,12 +1,12 @@
-// The packet services against the real kernel, in a namespace of the test's own with
-// the switch's two hand-over devices as veth pairs: "txraw" and "fabric", whose peers
-// ("-p") a capture socket watches. Needs root; skipped without it.
+// Neighbor writes against the real kernel, in a namespace of the test's own with a veth
+// pair "txraw". (The local send through "txraw" and "fabric": its unit test byte for
+// byte, and the virtual ARP namespace test through the emulator.) Needs root; skipped
+// without it.
 #include <net/if.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <memory>
 #include <string>
 
@@ -14,26 +14,18 @@
 #include "platform/wire/ArpNeighbor.h"
 #include "platform/wire/NetlinkSocket.h"
 #include "tests/netns/NamespaceSwitch.h"
-#include "tests/netns/PacketSocket.h"
 #include "tests/support/Shell.h"
-#include "tests/support/VxlanFrameBuilder.h"
-#include "varp/LocalSend.h"
 
 namespace {
-
-using TestSupport::Frame;
-using TestSupport::PacketSocket;
 
 class WireNetnsTest : public ::testing::Test {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "network namespaces need root; CI runs these as root";
     ns_ = std::make_unique<TestSupport::ScopedNetns>("vxw-" + std::to_string(::getpid()));
-    for (const char* dev : {"txraw", "fabric"}) {
-      ip("link add " + std::string(dev) + " type veth peer name " + dev + "-p");
-      ip("link set " + std::string(dev) + " up");
-      ip("link set " + std::string(dev) + "-p up");
-    }
+    ip("link add txraw type veth peer name txraw-p");
+    ip("link set txraw up");
+    ip("link set txraw-p up");
     ip("addr add 10.1.1.1/24 dev txraw");
   }
   void ip(const std::string& args) { TestSupport::runOrThrow("ip -n " + name() + " " + args); }
@@ -69,45 +61,6 @@ TEST_F(WireNetnsTest, NeighborWritesLandInTheNamespacesTable) {
             -ENODEV);
   Lum::sysCalls().close(fd);
   EXPECT_EQ(neigh("10.1.1.5").find("0a:0a"), std::string::npos);
-}
-
-// The local send through a raw PAM opened for the namespace: the peer of "txraw"
-// receives the inner frame behind its header, the peer of "fabric" the datagram
-// exactly as it was received.
-TEST_F(WireNetnsTest, LocalSendReachesThePeerOfEachDevice) {
-  Lum::Ptr<Wire::RawTxPam> pam(new Wire::RawTxPam(Lum::Name("RawTxPam")));
-  pam->netNsIs(Wire::NamespaceName(name()));
-  pam->enabledIs(true);
-  Lum::Ptr<Vxlan::VxlanHwStatusDir> hw(new Vxlan::VxlanHwStatusDir("hw"));
-  const Wire::IntfId vti("Vxlan1");
-  hw->vxlanHwStatusIs(vti)->cpuSourcePortIdIs(Vxlan::HwPortId(0x0102));
-  Lum::Ptr<Bridging::HwCapabilities> caps(new Bridging::HwCapabilities("caps"));
-  Lum::Ptr<Vxlan::VxlanAgentCounter> counters(
-      new Vxlan::VxlanAgentCounter("counter", std::make_unique<Vxlan::MemoryCounterStorage>()));
-  const TestSupport::VxlanFrameBuilder builder;
-  const Frame datagram = builder.build();
-  auto sendOn = [&](bool txRaw, const char* peer) {
-    caps->vxlanTxRawSupportedIs(txRaw);
-    PacketSocket capture(name(), peer, PacketSocket::Mode::capture);
-    Lum::Ptr<Wire::Pkt> pkt = Wire::globalPktManager().newPkt();
-    pkt->newSharedHeadData(static_cast<uint32_t>(datagram.size()));
-    std::memcpy(pkt->data(), datagram.data(), datagram.size());
-    {
-      // The device is looked up by name in the thread's namespace, as the agent does.
-      TestSupport::NamespaceSwitch in(name());
-      Vxlan::decapAndSendLocal({vti, hw.ptr(), caps.ptr(), pam.ptr(), counters.ptr()}, pkt,
-                               pkt->data() + builder.vxlanOffset(), Bridging::VlanIdOrNone(20));
-    }
-    return capture.receive([](const Frame&) { return true; }, std::chrono::seconds(2));
-  };
-  const std::optional<Frame> txRaw = sendOn(true, "txraw-p");
-  ASSERT_TRUE(txRaw);
-  Frame want(builder.inner.begin(), builder.inner.begin() + 12);
-  want.insert(want.end(), {0x00, 0x08, 0x00, 20, 0x01, 0x02, 0x00, 0x00});
-  want.insert(want.end(), builder.inner.begin() + 12, builder.inner.end());
-  EXPECT_EQ(*txRaw, want);
-  EXPECT_EQ(sendOn(false, "fabric-p"), datagram);
-  EXPECT_EQ(counters->varpCounter(Vxlan::VarpCounterId::decapTxPkts).count, 2u);
 }
 
 }  // namespace

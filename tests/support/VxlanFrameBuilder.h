@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <vector>
 
 #include "platform/types/HwPortId.h"
@@ -15,6 +16,9 @@ namespace TestSupport {
 inline void push16(std::vector<uint8_t>& f, uint16_t v) {
   f.push_back(static_cast<uint8_t>(v >> 8));
   f.push_back(static_cast<uint8_t>(v));
+}
+inline void push16(std::vector<uint8_t>& f, std::initializer_list<uint16_t> vs) {
+  for (uint16_t v : vs) push16(f, v);
 }
 inline void push32(std::vector<uint8_t>& f, uint32_t v) {
   push16(f, static_cast<uint16_t>(v >> 16));
@@ -46,27 +50,20 @@ struct VxlanFrameBuilder {
   std::vector<uint8_t> build() const {
     std::vector<uint8_t> f = {0x00, 0x1c, 0x73, 0, 0, 0x01,   // outer dst
                               0x00, 0x1c, 0x73, 0, 0, 0x02};  // outer src
-    if (tagged) {
-      push16(f, 0x8100);
-      push16(f, outerVlan);
-    }
+    if (tagged) push16(f, {0x8100, outerVlan});
     push16(f, ethType);
     const size_t ipStart = f.size();
     f.push_back(static_cast<uint8_t>(0x40 | ipHdrWords));  // version 4, IHL
     f.push_back(0);                                        // tos
-    push16(f, 0);                                          // total length: not examined
-    push16(f, 0);                                          // id
-    push16(f, 0x4000);                                     // don't fragment
-    f.push_back(64);                                       // ttl
-    f.push_back(17);                                       // UDP
-    push16(f, 0);                                          // checksum: not examined
+    push16(f, {0, 0, 0x4000});  // total length (not examined), id, don't fragment
+    f.push_back(64);            // ttl
+    f.push_back(17);            // UDP
+    push16(f, 0);               // checksum: not examined
     push32(f, saddr);
     push32(f, daddr);
     while (f.size() < ipStart + ipHdrWords * 4u) f.push_back(0x01);  // options: NOPs
-    push16(f, 0xc000);                                               // UDP source port
-    push16(f, dport);
-    push16(f, static_cast<uint16_t>(8 + 8 + inner.size()));
-    push16(f, 0);
+    // UDP source port, destination port, length and checksum.
+    push16(f, {0xc000, dport, static_cast<uint16_t>(8 + 8 + inner.size()), 0});
     f.push_back(vxlanFlags);
     f.insert(f.end(), {0, 0, 0});
     push16(f, static_cast<uint16_t>(vni >> 8));
@@ -83,10 +80,7 @@ struct VxlanFrameBuilder {
 inline std::vector<uint8_t> txRawFrame(const std::vector<uint8_t>& inner, Bridging::VlanId vlan,
                                        Vxlan::HwPortId glort) {
   std::vector<uint8_t> f(inner.begin(), inner.begin() + 12);
-  push16(f, 0x0008);
-  push16(f, vlan.value());
-  push16(f, glort.value());
-  push16(f, 0);
+  push16(f, {0x0008, vlan.value(), glort.value(), 0});
   f.insert(f.end(), inner.begin() + 12, inner.end());
   return f;
 }
@@ -97,8 +91,7 @@ inline std::vector<uint8_t> txRawFrame(const std::vector<uint8_t>& inner, Bridgi
 inline std::vector<uint8_t> localFrame(const std::vector<uint8_t>& user, uint16_t type,
                                        uint16_t flags, uint32_t vlan, uint32_t srcIfIndex = 0) {
   std::vector<uint8_t> f(user.begin(), user.begin() + 12);
-  push16(f, type);
-  push16(f, flags);
+  push16(f, {type, flags});
   push32(f, vlan);
   push32(f, srcIfIndex);
   f.insert(f.end(), user.begin() + 12, user.end());

@@ -150,17 +150,5 @@ TEST_F(ReactorTest, QueuedChangesKeepTheLastValue) {
   activity->scheduled.clear();  // the reactors hold the activity: break the cycle
 }
 
-// Guards the generic interface where the status registry walk (which writes and reads
-// every attribute of every table-declared type by text) and the agent's doCleanup
-// operation do not reach: no write or operation through a const reference.
-TEST(TypeRegistryTest, NothingChangesThroughAConstReference) {
-  Ptr<Lum::Entity> e = Lum::TypeRegistry::type("Demo::Link")->construct({{"name", "et1"}});
-  Lum::GenericRef(e).attributeIs("operStatus", "1");
-  Lum::GenericRef constRef{Ptr<const Lum::Entity>(e)};
-  EXPECT_THROW(constRef.attributeIs("operStatus", "2"), Lum::Exception);
-  EXPECT_THROW(constRef.invoke("down"), Lum::Exception);
-  EXPECT_EQ(constRef.attribute("operStatus"), "1");
-}
-
 }  // namespace
 }  // namespace Demo

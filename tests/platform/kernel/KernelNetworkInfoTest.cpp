@@ -100,9 +100,7 @@ struct FakeKernel : TestSupport::SocketPairs {
   }
   int getsockname(int fd, sockaddr* a, socklen_t* l) override {
     if (fd != mine) return SysCalls::getsockname(fd, a, l);
-    auto* nl = reinterpret_cast<sockaddr_nl*>(a);
-    nl->nl_family = AF_NETLINK;
-    nl->nl_pid = kPort;
+    *reinterpret_cast<sockaddr_nl*>(a) = sockaddr_nl{AF_NETLINK, 0, kPort, 0};
     *l = sizeof(sockaddr_nl);
     return 0;
   }
@@ -130,10 +128,8 @@ struct FakeKernel : TestSupport::SocketPairs {
     if (nextRecvErrno) return errno = std::exchange(nextRecvErrno, 0), -1;
     const ssize_t n = ::recv(fd, buf, len, flags);
     if (n < 0) return n;
-    auto* nl = reinterpret_cast<sockaddr_nl*>(from);
-    *nl = sockaddr_nl{};
-    nl->nl_family = AF_NETLINK;
-    nl->nl_pid = std::exchange(nextSender, 0);
+    *reinterpret_cast<sockaddr_nl*>(from) =
+        sockaddr_nl{AF_NETLINK, 0, std::exchange(nextSender, 0), 0};
     *fromLen = sizeof(sockaddr_nl);
     return n;
   }

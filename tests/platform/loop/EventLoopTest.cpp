@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/core/Exception.h"
+#include "platform/loop/Clock.h"
 #include "platform/os/TimeSource.h"
 
 namespace Lum {
@@ -175,6 +176,35 @@ TEST_F(EventLoopTest, ExceptionsAreReportedAndThePassGoesOn) {
   EXPECT_EQ(loop.runOnce(0), 4u);  // an escaping exception fails the test here
   EXPECT_EQ(next.calls, 1);
   EXPECT_EQ(reports, (Log{"alpha|boom", "beta|late", "EventLoop.defer|unknown exception"}));
+}
+
+struct Wakeups : Clock::NotifieeConst {
+  std::vector<double> at;
+  void onTime() override { at.push_back(now()); }
+};
+
+// Guards the clock's wake-up, which the virtual ARP aging relies on: not before its
+// moment, once, the request cleared by onTime; and the zombie rule: a reactor marked
+// for deletion is not woken.
+TEST_F(EventLoopTest, ClockWakesOnceAtItsMomentAndZombiesSleep) {
+  Ptr<Wakeups> r(new Wakeups);
+  r->notifierIs(new Clock("clock", loop));
+  r->isRegisteredNotifieeIs(true);
+  r->timeMinIs(105.0);
+  clock.advance(2.0);
+  loop.runOnce(0);
+  EXPECT_TRUE(r->at.empty()) << "fired before its time";
+  clock.advance(3.0);
+  loop.runOnce(0);
+  loop.runOnce(0);
+  EXPECT_EQ(r->at, std::vector<double>{105.0});
+  EXPECT_EQ(r->timeMin(), Clock::kNever);
+
+  r->timeMinIs(106.0);
+  r->lumDoZombieReactors(true);
+  clock.advance(5.0);
+  loop.runOnce(0);
+  EXPECT_EQ(r->at, std::vector<double>{105.0}) << "a zombie was woken";
 }
 
 }  // namespace

@@ -87,8 +87,8 @@ TEST(StatusRulesTest, OwnedEntitiesAndDeleteAll) {
 }
 
 // Guards what the status registry walk does not reach: an element created by key text
-// is reached for further writes, a map attribute is no plain value, and everything
-// below a const parent stays read-only (elements and their maps).
+// is reached for further writes, a map attribute is no plain value, and nothing is
+// written through a const reference, nor below it (elements and their maps).
 TEST(GenericCollectionTest, EntityCollectionsByText) {
   Ptr<Vxlan::VniToVlanMaps> maps(new Vxlan::VniToVlanMaps("vniToVlanMaps"));
   GenericRef ref{Ptr<Lum::Entity>(maps)};
@@ -100,6 +100,7 @@ TEST(GenericCollectionTest, EntityCollectionsByText) {
   EXPECT_EQ(maps->vtiVniToVlanMap(Wire::IntfId("Vxlan1"))->vniToVlanMap(Vxlan::Vni(5000)),
             Bridging::VlanIdOrNone(10));
   GenericRef constRef{Ptr<const Lum::Entity>(maps)};
+  EXPECT_THROW(constRef.entryIs("vtiVniToVlanMap", "Vxlan2", ""), Lum::Exception);
   EXPECT_THROW(constRef.element("vtiVniToVlanMap", "Vxlan1")->entryDel("vniToVlanMap", "5000"),
                Lum::Exception);
   EXPECT_EQ(constRef.element("vtiVniToVlanMap", "Vxlan1")->entry("vniToVlanMap", "5000"), "10");

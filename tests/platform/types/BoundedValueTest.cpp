@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/types/NamespaceName.h"
+#include "platform/types/NetInt.h"
 #include "platform/types/VlanId.h"
 #include "platform/types/Vni.h"
 #include "platform/types/VrfName.h"
@@ -20,6 +21,8 @@ using ValueTest::rangeText;
 using Vxlan::Vni;
 using Vxlan::VniOrNone;
 using Wire::NamespaceName;
+using Wire::NetU16;
+using Wire::NetU32;
 
 // Guards strong typing: none of these may compile, or a VLAN, a VNI and a plain
 // integer could be swapped silently.
@@ -31,6 +34,16 @@ static_assert(!EqualityMixes<VlanId, VlanIdOrNone>);
 static_assert(!EqualityMixes<Vni, int>);
 static_assert(!std::is_convertible_v<const char*, VrfName>);
 static_assert(!EqualityMixes<VrfName, NamespaceName>);
+
+// Guards byte-order safety: a host integer must never slip into or out of a wire
+// field without fromHost()/value(). (Their layout at any offset and their byte order:
+// each frame header's size and alignment assertions, and the frame paths' tests, which
+// read and write them at unaligned offsets byte for byte.)
+static_assert(!std::is_convertible_v<uint16_t, NetU16>);
+static_assert(!std::is_convertible_v<NetU16, uint16_t>);
+static_assert(!std::is_constructible_v<uint32_t, NetU32>);
+static_assert(!EqualityMixes<NetU16, uint16_t>);
+static_assert(!EqualityMixes<NetU16, NetU32>);
 
 // Guards the limits at both edges, also that wide or negative integers are checked
 // before narrowing; and the OrNone conversions, which must refuse to invent a VLAN or

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 #include "platform/core/Exception.h"
-#include "tests/platform/types/ValueTestHelpers.h"
 
 namespace {
 
@@ -15,7 +15,7 @@ using Wire::EthAddr;
 // short, long, mixed or non-hex texts are refused with the type and text named.
 TEST(EthAddrTest, TextForms) {
   EthAddr a = EthAddr::fromString("00:1c:73:aa:bb:cc");
-  EXPECT_EQ(ValueTest::textOf(a), "00:1c:73:aa:bb:cc");
+  EXPECT_EQ((std::ostringstream() << a).str(), "00:1c:73:aa:bb:cc");
   for (const char* same : {"001C.73AA.BBCC", "0:1c:73:aa:bb:cc", "1c.73aa.bbcc"}) {
     EXPECT_EQ(EthAddr::fromString(same), a) << same;
   }

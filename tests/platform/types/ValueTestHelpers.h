@@ -1,7 +1,6 @@
 // Helpers shared by the value-type tests.
 #pragma once
 
-#include <sstream>
 #include <string>
 
 #include "platform/core/Exception.h"
@@ -13,14 +12,6 @@ namespace ValueTest {
 template <class F>
 std::string rangeText(F f) {
   return TestSupport::thrownText<Lum::RangeException>(f);
-}
-
-// The text form a value streams.
-template <class T>
-std::string textOf(const T& v) {
-  std::ostringstream os;
-  os << v;
-  return os.str();
 }
 
 template <class A, class B>

@@ -25,11 +25,15 @@ struct Fake : TestSupport::SocketPairs {
   }
 };
 
+class PamTest : public ::testing::Test {
+ protected:
+  Fake fake;
+  Lum::ScopedSysCalls guard{fake};
+};
+
 // A failed step of enabling closes what it opened, names itself and leaves the PAM
 // disabled; a missing device is told apart from the other failures by its id.
-TEST(EthDevPamTest, FailedEnableLeavesNothingOpen) {
-  Fake fake;
-  Lum::ScopedSysCalls guard(fake);
+TEST_F(PamTest, EthDevPamFailedEnableLeavesNothingOpen) {
   Lum::Ptr<EthDevPam> pam = EthDevPam::EthDevPamIs("veth1");
   const sock_filter accept = BPF_STMT(BPF_RET | BPF_K, 0xffff);
   pam->filterProgramIs(1, &accept);
@@ -48,9 +52,7 @@ TEST(EthDevPamTest, FailedEnableLeavesNothingOpen) {
 // A frame arrives whole behind head room for a reply's headers; one longer than the
 // limit, or one that finds no packet free, is read off the socket and counted, so the
 // loop is not woken for it again.
-TEST(EthDevPamTest, ReceivesAndDrainsWhatItDrops) {
-  Fake fake;
-  Lum::ScopedSysCalls guard(fake);
+TEST_F(PamTest, EthDevPamReceivesAndDrainsWhatItDrops) {
   fake.devices["veth1"] = 7;
   Lum::Ptr<EthDevPam> pam = EthDevPam::EthDevPamIs("veth1");
   pam->maxRxPktDataIs(100);
@@ -77,9 +79,7 @@ TEST(EthDevPamTest, ReceivesAndDrainsWhatItDrops) {
 }
 
 // A failed bind closes the socket and names its port; a send while off is a drop.
-TEST(UdpPamTest, FailedSetUpLeavesItOff) {
-  Fake fake;
-  Lum::ScopedSysCalls guard(fake);
+TEST_F(PamTest, UdpPamFailedSetUpLeavesItOff) {
   Lum::Ptr<UdpPam> pam(new UdpPam("udp"));
   pam->rxPortLocalIs(4789);
   fake.failBind = EADDRINUSE;

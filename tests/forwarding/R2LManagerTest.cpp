@@ -1,8 +1,12 @@
+// The remote-to-local manager's machine on a full set of inputs: its sockets through
+// the VTI's life, its VNI table and its multicast memberships.
 #include "R2LManagerFixture.h"
 
 namespace Vxlan {
 namespace {
 
+using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
 using Interface::IntfOperStatus;
 
 class R2LLifecycleTest : public R2LManagerFixture {};
@@ -16,11 +20,10 @@ TEST_F(R2LLifecycleTest, SocketsFollowOperStatus) {
   EXPECT_EQ(sys_.opened, 0);
   s->operStatusIs(IntfOperStatus::intfOperUp);
   EXPECT_EQ(sys_.openCount(), 2u);
-  EXPECT_EQ(sys_.boundIndex[sm()->remoteSock()], 3);
-  EXPECT_EQ(sys_.boundIndex[sm()->localSock()], 7);
+  EXPECT_EQ(sys_.boundIndex, (std::map<int, int>{{sm()->remoteSock(), 3}, {sm()->localSock(), 7}}));
   EXPECT_EQ(sys_.openProtocols, std::set<int>{0});
-  EXPECT_EQ(sys_.boundProtocol[sm()->remoteSock()], ETH_P_ALL);
-  EXPECT_EQ(sys_.boundProtocol[sm()->localSock()], ETH_P_ALL);
+  EXPECT_EQ(sys_.boundProtocol,
+            (std::map<int, int>{{sm()->remoteSock(), ETH_P_ALL}, {sm()->localSock(), ETH_P_ALL}}));
   EXPECT_TRUE(remoteWatched());
 
   igmp_->intfConfigIs(Wire::IntfId("Loopback9"));
@@ -139,38 +142,134 @@ TEST_F(R2LLifecycleTest, TxRawDeviceAndAttributeOrderMakeThePair) {
   EXPECT_TRUE(remoteWatched());
 }
 
-// Guards the catch-up of each reactor on a new notifier: a new status rebuilds the
-// VNI table and follows its state; a new BUM status brings its flood group; a new
-// MLAG status its membership rule.
-TEST_F(R2LLifecycleTest, NewNotifierCatchesUp) {
+class R2LVniMapTest : public R2LManagerFixture {
+ protected:
+  VlanIdOrNone vlanOf(uint32_t vni) const {
+    return maps_->vtiVniToVlanMap(kVti)->vniToVlanMap(Vni(vni));
+  }
+  size_t entries() const { return maps_->vtiVniToVlanMap(kVti)->vniToVlanMap().size(); }
+};
+
+// Guards the inversion against the cases where VLAN events and the reverse table
+// disagree: the later of two VLANs on one VNI wins and its removal leaves the VNI
+// without a VLAN; a moved VLAN stays under its old VNI too; removing a VLAN with no
+// reverse entry removes nothing else.
+TEST_F(R2LVniMapTest, FollowsVlanEvents) {
+  Lum::Ptr<VtiStatus> s = vti(false);
+  start();
+  s->vlanToVniMapIs(VlanId(10), VniOrNone(5000));
+  s->vlanToVniMapIs(VlanId(11), VniOrNone(5000));
+  EXPECT_EQ(vlanOf(5000), VlanIdOrNone(11));
+  s->vlanToVniMapDel(VlanId(11));
+  EXPECT_EQ(entries(), 0u);
+
+  s->vlanToVniMapIs(VlanId(20), VniOrNone(6000));
+  s->vlanToVniMapIs(VlanId(20), VniOrNone(6001));
+  EXPECT_EQ(vlanOf(6000), VlanIdOrNone(20));
+
+  s->vlanToVniMapIs(VlanId(30), VniOrNone(7000));
+  maps_->vtiVniToVlanMap(kVti)->vniToVlanMapDel(Vni(7000));
+  s->vlanToVniMapDel(VlanId(30));
+  EXPECT_EQ(entries(), 2u);
+}
+
+// Guards the rebuild on start: stale reverse entries go, the status map is inverted,
+// and the table entry is created when missing.
+TEST_F(R2LVniMapTest, RebuiltOnStart) {
+  maps_->vtiVniToVlanMapIs(kVti)->vniToVlanMapIs(Vni(9999), VlanIdOrNone(99));
+  Lum::Ptr<VtiStatus> s = vti(false);
+  s->vlanToVniMapIs(VlanId(10), VniOrNone(5010));
+  s->vlanToVniMapIs(VlanId(20), VniOrNone(5020));
+  start();
+  EXPECT_EQ(entries(), 2u);
+  EXPECT_TRUE(vlanOf(9999).isNone());
+  // A moved VLAN's old VNI is dropped by the next rebuild.
+  s->vlanToVniMapIs(VlanId(10), VniOrNone(5011));
+  sm()->handleVlanToVniMap();
+  EXPECT_TRUE(vlanOf(5010).isNone());
+  EXPECT_EQ(vlanOf(5011), VlanIdOrNone(10));
+}
+
+class R2LMembershipTest : public R2LManagerFixture {
+ protected:
+  void SetUp() override {
+    bum_->bumReplicationModeIs(2);
+    s_ = startWithVti(true);
+  }
+  Lum::Ptr<VtiStatus> s_;
+};
+
+// Guards the join rule of a decapsulation group: value true, multicast only,
+// replication mode 2 or 3, not the MLAG secondary, interface up; each failing
+// condition leaves.
+TEST_F(R2LMembershipTest, DecapGroupJoinRule) {
+  s_->mcastGrpDecapIs(ip("10.1.1.1"), true);
+  s_->mcastGrpDecapIs(ip("239.1.1.9"), false);  // listed with false: not joined
+  EXPECT_FALSE(igmp_->intfConfig(kSrc));
+
+  s_->mcastGrpDecapIs(ip("239.1.1.1"), true);
+  EXPECT_TRUE(joined("239.1.1.1"));
+  mlag_->mlagStateIs(Mlag::MlagState::mlagStateSecondary);
+  EXPECT_FALSE(joined("239.1.1.1"));
+  mlag_->mlagStateIs(Mlag::MlagState::mlagStateDisabled);
+  EXPECT_TRUE(joined("239.1.1.1"));
+
+  for (uint32_t mode : {0u, 1u}) {
+    bum_->bumReplicationModeIs(3);
+    EXPECT_TRUE(joined("239.1.1.1"));
+    bum_->bumReplicationModeIs(mode);
+    EXPECT_FALSE(joined("239.1.1.1")) << "mode " << mode;
+  }
   bum_->bumReplicationModeIs(2);
-  startWithVti(false);
+  s_->operStatusIs(Interface::IntfOperStatus::intfOperDown);
+  EXPECT_FALSE(joined("239.1.1.1"));
+}
 
-  Lum::Ptr<VtiStatus> other = new VtiStatus(kVti);
-  other->srcIpIntfIs(kSrc);
-  other->srcIntfKernelNameIs(Lum::String8("lo1"));
-  other->localVtepAddrIs(ip("10.0.0.1"));
-  other->operStatusIs(IntfOperStatus::intfOperUp);
-  other->vlanToVniMapIs(Bridging::VlanId(20), VniOrNone(6020));
-  other->mcastGrpDecapIs(ip("239.2.2.2"), true);
-  sm()->notifierIs(other);
-  EXPECT_EQ(sm()->vniToVlanForVti()->notifier()->vniToVlanMap(Vni(6020)),
-            Bridging::VlanIdOrNone(20));
-  EXPECT_EQ(sys_.openCount(), 2u);
-  EXPECT_TRUE(joined("239.2.2.2"));
+// Guards the flood group: joined with the socket, with the decapsulation groups
+// joined again in the same rebuild, never left by the decapsulation sweep, and a
+// changed first entry rebuilds the remote socket only when up.
+TEST_F(R2LMembershipTest, FloodGroup) {
+  s_->mcastGrpDecapIs(ip("239.1.1.1"), true);
+  bum_->bumMcastGrpIs(VlanId(10), ip("239.0.0.10"));
+  EXPECT_TRUE(joined("239.0.0.10") && joined("239.1.1.1"));
+  s_->mcastGrpDecapDel(ip("239.1.1.1"));
+  sm()->handleMcastGrpDecap();
+  EXPECT_FALSE(joined("239.1.1.1"));
+  EXPECT_TRUE(joined("239.0.0.10"));
 
-  Lum::Ptr<BumStatus> bum2 = new BumStatus("bum2");
-  bum2->bumReplicationModeIs(2);
-  bum2->bumMcastGrpIs(Bridging::VlanId(10), ip("239.9.9.9"));
-  sm()->vxBumStatusIs(bum2);
-  EXPECT_EQ(sm()->floodMcastGrp(), ip("239.9.9.9"));
-  EXPECT_TRUE(joined("239.9.9.9"));
+  // Another VLAN's entry is not the first: the group stays and nothing reopens.
+  sys_.opened = 0;
+  bum_->bumMcastGrpIs(VlanId(20), ip("239.0.0.20"));
+  EXPECT_EQ(sm()->floodMcastGrp(), ip("239.0.0.10"));
+  EXPECT_EQ(sys_.opened, 0);
 
-  Lum::Ptr<Mlag::Status> mlag2 = new Mlag::Status("mlag2");
-  mlag2->mlagStateIs(Mlag::MlagState::mlagStateSecondary);
-  sm()->mlagStatusIs(mlag2);
-  EXPECT_FALSE(joined("239.2.2.2"));
-  EXPECT_TRUE(joined("239.9.9.9"));
+  s_->operStatusIs(Interface::IntfOperStatus::intfOperDown);
+  bum_->bumMcastGrpIs(VlanId(10), ip("239.0.0.11"));
+  EXPECT_EQ(sm()->floodMcastGrp(), ip("239.0.0.11"));
+  EXPECT_EQ(sys_.openCount(), 0u);
+
+  // In controller mode the flood group is not joined.
+  s_->controllerClientModeIs(true);
+  s_->operStatusIs(Interface::IntfOperStatus::intfOperUp);
+  EXPECT_FALSE(igmp_->intfConfig(kSrc));
+}
+
+// Guards the PIM mode: set by the first join, kept as it is by later ones, removed
+// with the last group of the interface and not before.
+TEST_F(R2LMembershipTest, LastGroupTakesThePimMode) {
+  s_->mcastGrpDecapIs(ip("239.1.1.1"), true);
+  EXPECT_EQ(pimMode(), Routing::Pim::Mode::pimModeSparse);
+  pim_->intfModeIs(Lum::Name("Loopback1"), Routing::Pim::Mode::pimModeNone);
+  s_->mcastGrpDecapIs(ip("239.1.1.2"), true);
+  EXPECT_EQ(pim_->intfMode().find(Lum::Name("Loopback1")),
+            std::optional(Routing::Pim::Mode::pimModeNone));
+  pim_->intfModeIs(Lum::Name("Loopback1"), Routing::Pim::Mode::pimModeSparse);
+
+  s_->mcastGrpDecapDel(ip("239.1.1.1"));
+  EXPECT_EQ(pimMode(), Routing::Pim::Mode::pimModeSparse);
+  s_->mcastGrpDecapDel(ip("239.1.1.2"));
+  EXPECT_FALSE(igmp_->intfConfig(kSrc));
+  EXPECT_TRUE(pim_->intfMode().empty());
 }
 
 }  // namespace
