@@ -76,8 +76,7 @@ const Lum::TypeInfo& OverlayRelayAgent::OverlayRelayAgent::kType =
 namespace {
 
 // Virtual ARP's machines and messages, and ARP reply replication's per-interface and
-// per-VRF state machines, before VirtualArpSm itself. (ArpRewritePendingList
-// is an entity with its own attribute table and registers from its own file.)
+// per-VRF state machines, before VirtualArpSm itself.
 [[maybe_unused]] const Lum::TypeInfo& varpVtiStatusSmType = Lum::TypeRegistry::add(
     Lum::TypeInfo("Vxlan::VirtualArpSm::LumVtiStatusSm")
         .attributeNames({"intfId", "virtualArpSm", "rawTxPam", "udpPam", "vxlanArpRxPam",
@@ -109,6 +108,11 @@ namespace {
     Lum::TypeInfo("Vxlan::VrfInfo")
         .attributeNames({"vrfName", "kniRoot", "kniManager", "netlinkSocket", "ts"}));
 
+// The pending list is an entity with its own attribute table, registered from its
+// file; its place in the table is kept here.
+[[maybe_unused]] const bool arpRewritePendingListPlace =
+    (Lum::TypeRegistry::placeIs("Vxlan::ArpRewritePendingList"), true);
+
 [[maybe_unused]] const Lum::TypeInfo& virtualArpSmType = Lum::TypeRegistry::add(
     Lum::TypeInfo("Vxlan::VirtualArpSm")
         .attributeNames({"bridgingConfig", "ipStatus", "fhrpStatus", "fhrpVarpMacStatus",
@@ -127,6 +131,23 @@ namespace {
         .attributeNames({"ipStatus", "fhrpVarpMacStatus", "virtualArpSm", "vxAgentCounter",
                          "allVrfStatus", "mlagStatus", "clock", "initialized",
                          "arpReplyReplicationVrfSm", "vrfStatusSm"}));
+
+// The local-to-remote direction's machines and its one value type of its own, before
+// the direction's manager.
+[[maybe_unused]] const Lum::TypeInfo& ipPortTableSmType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::Local2RemoteForwarderSm::VxStatusSm::IpPortTableSm")
+        .attributeNames({"ipPortTable", "vxStatusSm"}));
+
+[[maybe_unused]] const Lum::TypeInfo& l2rVtiStatusSmType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::Local2RemoteForwarderSm::LumVtiStatusSm")
+        .attributeNames({"vtiStatus", "local2RemoteForwarderSm", "initialized"}));
+
+[[maybe_unused]] const Lum::TypeInfo& vxStatusSmType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::Local2RemoteForwarderSm::VxStatusSm")
+        .attributeNames({"vxStatus", "local2RemoteForwarderSm", "initialized", "ipPortTable"}));
+
+[[maybe_unused]] const Lum::TypeInfo& devIfindexPairType = Lum::TypeRegistry::add(
+    Lum::TypeInfo("Vxlan::DevIfindexPair").attributeNames({"devname", "ifindex"}));
 
 [[maybe_unused]] const Lum::TypeInfo& local2RemoteForwarderSmType = Lum::TypeRegistry::add(
     Lum::TypeInfo("Vxlan::Local2RemoteForwarderSm")

@@ -1,5 +1,7 @@
 #include "platform/core/TypeRegistry.h"
 
+#include <algorithm>
+
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -110,8 +112,17 @@ const TypeInfo& TypeRegistry::add(TypeInfo type) {
   std::string name = type.fullName();
   if (types.count(name)) throwNameInUseException(name);
   auto [it, inserted] = types.emplace(name, std::make_unique<TypeInfo>(std::move(type)));
-  registrationOrder().push_back(std::move(name));
+  // A place kept for it in a table is its place; else it comes last.
+  std::vector<std::string>& order = registrationOrder();
+  if (std::find(order.begin(), order.end(), name) == order.end()) order.push_back(std::move(name));
   return *it->second;
+}
+
+void TypeRegistry::placeIs(const std::string& fullName) {
+  // Registered already (its file's initialisers ran first): it moves to this place.
+  std::vector<std::string>& order = registrationOrder();
+  order.erase(std::remove(order.begin(), order.end(), fullName), order.end());
+  order.push_back(fullName);
 }
 
 const TypeInfo* TypeRegistry::type(std::string_view fullName) {
@@ -120,7 +131,11 @@ const TypeInfo* TypeRegistry::type(std::string_view fullName) {
 }
 
 std::vector<std::string> TypeRegistry::typeNames() {
-  return registrationOrder();
+  std::vector<std::string> names;
+  for (const std::string& name : registrationOrder()) {
+    if (registry().count(name)) names.push_back(name);
+  }
+  return names;
 }
 
 GenericRef::GenericRef(Ptr<const Entity> e) : constEntity_(std::move(e)), isConst_(true) {}

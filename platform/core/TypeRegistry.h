@@ -137,7 +137,11 @@ class TypeRegistry {
   // Registers `type` under its full name; a second type of the same name is a fault.
   static const TypeInfo& add(TypeInfo type);
   static const TypeInfo* type(std::string_view fullName);
-  // Every registered name, in the order the types registered.
+  // Gives the next place in the order to a type that registers from another file
+  // (static initialisers of files run in an order the language leaves open): listed
+  // here whether it registered before or registers after.
+  static void placeIs(const std::string& fullName);
+  // Every registered name, in the order the types registered (or were placed).
   static std::vector<std::string> typeNames();
 };
 

@@ -101,9 +101,14 @@ TEST_F(OverlayRelayAgentTest, TypeTableOrderAndAttributesByName) {
       "Vxlan::ArpSyncMsg",
       "Vxlan::ArpSyncMsgWrapper",
       "Vxlan::VrfInfo",
+      "Vxlan::ArpRewritePendingList",
       "Vxlan::VirtualArpSm",
       "Vxlan::ArpReplyReplicationVrfSm",
       "Vxlan::ArpReplyReplicationSm",
+      "Vxlan::Local2RemoteForwarderSm::VxStatusSm::IpPortTableSm",
+      "Vxlan::Local2RemoteForwarderSm::LumVtiStatusSm",
+      "Vxlan::Local2RemoteForwarderSm::VxStatusSm",
+      "Vxlan::DevIfindexPair",
       "Vxlan::Local2RemoteForwarderSm",
       "Vxlan::Remote2LocalForwarderSm"};
   std::vector<std::string> listed;
