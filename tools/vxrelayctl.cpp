@@ -5,7 +5,8 @@
 //   vxrelayctl state get PATH             an entity of the state database, as JSON
 //   vxrelayctl state apply [--strict] FILE  apply a state document (all or nothing)
 //   vxrelayctl state list                 the mounted paths
-//   vxrelayctl trace set SPEC             the running agent's trace levels (VXRELAY_TRACE form)
+//   vxrelayctl trace set LEVELS           the running agent's trace levels, as VXRELAY_TRACE
+//                                         takes them (FACILITY/LEVELS,...)
 //   vxrelayctl trace decode FILE...       trace ring files as text, merged by time
 #include <CLI/CLI.hpp>
 #include <algorithm>

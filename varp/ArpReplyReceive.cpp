@@ -100,10 +100,7 @@ void Sm::handleArpReplyPkt(const Lum::Ptr<Wire::Pkt>& pkt) {
     it->syncArpEntryToPeer(vlan, *arp, pkt);
     const Wire::EthAddr targetMac = arp->targetHw;
     if (targetMac != bridgeMac) {
-      // The send puts its VXLAN header in front; the next VTI gets the frame as it came.
-      const uint32_t before = pkt->bytes();
       it->rewriteAndSendArpReplyPkt(pkt, vlan, f.arpOffset, true);
-      if (pkt->bytes() > before) pkt->delSharedHeadData(pkt->bytes() - before);
       continue;
     }
     LUM_TRACE(varpTrace, 8,

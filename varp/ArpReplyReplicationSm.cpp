@@ -52,12 +52,7 @@ void ArpReplyReplicationSm::vrfStatusSmDel(const L3::VrfName& name) {
 }
 
 void ArpReplyReplicationSm::handleVrf(const L3::VrfName& name) {
-  const Lum::Ptr<const Ip::VrfStatusLocal> vrf = allVrfStatus_ ? allVrfStatus_->vrf(name) : nullptr;
-  if (vrf) {
-    vrfStatusSmIs(vrf);
-  } else {
-    vrfStatusSmDel(name);
-  }
+  Lum::reconcileKey(vrfStatusSm_, name, allVrfStatus_ ? allVrfStatus_->vrf(name) : nullptr);
 }
 
 void ArpReplyReplicationSm::syncVrfStatusSm() {

@@ -62,13 +62,8 @@ size_t ArpReplyReplicationVrfSm::ipIntfStatusSize() const {
 }
 
 void ArpReplyReplicationVrfSm::handleIpIntfStatus(const Wire::IntfId& id) {
-  const Lum::Ptr<const Ip::IpIntfStatus> status =
-      vrfIpIntfStatus_ ? vrfIpIntfStatus_->ipIntfStatus(id) : nullptr;
-  if (status) {
-    ipIntfStatusIs(status);
-  } else {
-    ipIntfStatusDel(id);
-  }
+  Lum::reconcileKey(ipIntfStatus_, id,
+                    vrfIpIntfStatus_ ? vrfIpIntfStatus_->ipIntfStatus(id) : nullptr);
 }
 
 void ArpReplyReplicationVrfSm::syncIpIntfStatus() {

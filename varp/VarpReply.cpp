@@ -58,9 +58,7 @@ void Sm::rewriteAndSendArpReplyPkt(const Lum::Ptr<Wire::Pkt>& reply, Bridging::V
     eth->dst = mac;
     arp->targetHw = mac;
     varpCounterInc(VarpCounterId::replyRewritten);
-    const uint32_t before = reply->bytes();
     sendArpReplyPkt(reply, vlanId, Wire::IpAddr(), false);
-    if (reply->bytes() > before) reply->delSharedHeadData(reply->bytes() - before);
   }
   owner_->arpRewritePendingListDel(key);
 }
@@ -87,7 +85,13 @@ void Sm::sendArpReplyPkt(const Lum::Ptr<Wire::Pkt>& pkt, Bridging::VlanIdOrNone 
     }
   }
   const Wire::EthAddr srcMac = Wire::hdrAt<Wire::EthHdr>(pkt->data())->src;
+  // The VXLAN header goes in front for the sends and comes off again on every way
+  // out: callers send the same frame again (per requester, per VTI).
   pkt->newSharedHeadData(Wire::kVxlanHdrLen);
+  struct TakeBack {
+    Wire::Pkt& pkt;
+    ~TakeBack() { pkt.delSharedHeadData(Wire::kVxlanHdrLen); }
+  } takeBack{*pkt};
   auto* vxlan = Wire::hdrAt<Wire::VxlanHdr>(pkt->data());
   *vxlan = Wire::VxlanHdr{};
   vxlan->flagsVniValidIs(true);

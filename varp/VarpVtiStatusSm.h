@@ -77,6 +77,7 @@ class VirtualArpSm::LumVtiStatusSm : public VtiStatus::NotifieeConst {
   // Puts the VXLAN header of the VLAN's VNI in front of the frame and sends it to the
   // VTEP behind its destination MAC, or floods it to the VLAN's list less this switch's
   // addresses and `srcIpAddr`.
+  // The packet is left as it came, for the next send of the same frame.
   void sendArpReplyPkt(const Lum::Ptr<Wire::Pkt>& pkt, Bridging::VlanIdOrNone vlanIdIn,
                        Wire::IpAddr srcIpAddr, bool flood);
   // The source address of a reply from `srcMac`, set on udpPam: the virtual VTEP's for
