@@ -54,6 +54,14 @@ json ControlRequests::answerOf(std::string_view line, int requester) {
       Lum::traceSpecIs(stringField(req, "set"));
       return json{{"ok", true}};
     }
+    if (op == "query") {
+      auto args = req.find("args");
+      if (args != req.end() && !args->is_object()) return failure("\"args\" is a JSON object");
+      const json none = json::object();
+      return json{
+          {"ok", true},
+          {"answer", em_->answerOf(stringField(req, "name"), args == req.end() ? none : *args)}};
+    }
     if (op == "list") {
       return json{
           {"ok", true}, {"paths", em_->mountPaths()}, {"pending", em_->pendingStatePaths()}};

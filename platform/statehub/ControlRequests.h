@@ -9,6 +9,8 @@
 //                                              -> {"ok":true,"request":"<id>"}
 //   {"op":"list"}                             -> {"ok":true,"paths":[mounted],"pending":[kept]}
 //   {"op":"trace","set":"<facility>/<levels>,..."}  -> {"ok":true}   (the trace's levels)
+//   {"op":"query","name":"<query>"[,"args":{...}]}  -> {"ok":true,"answer":<JSON>}
+//       a question the agent registered (EntityManager::queryIs)
 // Anything refused is {"ok":false,"error":"<why>"}; nothing is half applied.
 #pragma once
 

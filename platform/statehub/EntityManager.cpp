@@ -264,4 +264,16 @@ std::vector<std::string> EntityManager::pendingStatePaths() const {
   return paths;
 }
 
+json EntityManager::answerOf(const std::string& name, const json& args) const {
+  auto it = queries_.find(name);
+  if (it == queries_.end()) throw StateError(name, "no such query (is the agent running?)");
+  return it->second(args);
+}
+
+std::vector<std::string> EntityManager::queryNames() const {
+  std::vector<std::string> names;
+  for (const auto& [name, query] : queries_) names.push_back(name);
+  return names;
+}
+
 }  // namespace Statehub

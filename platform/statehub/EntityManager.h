@@ -156,6 +156,19 @@ class EntityManager : public Lum::VFPtrInterface {
   using MountStatusObserver = std::function<void(MountStatus, const std::string& error)>;
   void mountStatusObserverIs(MountStatusObserver o) { mountStatusObserver_ = std::move(o); }
 
+  // Questions the agent answers about itself through the control socket ("query"
+  // requests): what it runs, what it waits for, what a frame would meet. The agent
+  // registers them when it has started and removes them when it cleans up; an answer
+  // runs on the event loop, like every request, and must change nothing. `args` is the
+  // request's "args" object ({} when absent); an answer throws Lum::Exception (or
+  // another std::exception) to refuse it with that text.
+  using Query = std::function<nlohmann::json(const nlohmann::json& args)>;
+  void queryIs(const std::string& name, Query query) { queries_[name] = std::move(query); }
+  void queryDel(const std::string& name) { queries_.erase(name); }
+  // The answer of query `name`; StateError when no such query is registered.
+  nlohmann::json answerOf(const std::string& name, const nlohmann::json& args) const;
+  std::vector<std::string> queryNames() const;
+
  private:
   friend class MountGroup;
   struct MountPoint {
@@ -169,6 +182,7 @@ class EntityManager : public Lum::VFPtrInterface {
   Lum::EventLoop* loop_;
   std::map<std::string, MountPoint, std::less<>> mounts_;
   nlohmann::json pending_ = nlohmann::json::object();
+  std::map<std::string, Query, std::less<>> queries_;
   std::set<MountGroup*> groups_;
   // Mounts find their types by name, and a static link leaves out every file that
   // nothing names. The directory type, which agents mount for their command requests,
