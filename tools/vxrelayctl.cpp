@@ -28,6 +28,7 @@
 #include "platform/trace/RingLog.h"
 #include "tools/cli/CliParse.h"
 #include "tools/ctl/CounterView.h"
+#include "tools/ctl/JsonEnvelope.h"
 #include "tools/ctl/TraceView.h"
 
 namespace {
@@ -44,7 +45,9 @@ int printCounters(const Options& o, bool asJson, bool all, double interval) {
   Vxlan::CounterTableReader reader(o.agent);
   Vxlan::CounterTablesReading r = reader.counts();
   if (asJson) {
-    json out = {{"vxlanCounter", json::array()}, {"varpCounter", json::array()}};
+    json out = Ctl::envelope(o.agent, Ctl::hostRunning(o.control));
+    out["vxlanCounter"] = json::array();
+    out["varpCounter"] = json::array();
     for (const auto& c : r.vxlan) {
       out["vxlanCounter"].push_back({{"id", int(c.id)}, {"name", c.name}, {"count", c.count}});
     }
