@@ -1,9 +1,9 @@
 // vxrelay-host: the agent host. Loads an agent library, builds the agent by its
 // registered type name, gives it the embedded state database, and runs the event loop
 // until SIGINT or SIGTERM, then exits 0. Exits non-zero with one line on stderr,
-// "vxrelay-host: <reason>", when the state file is bad, the control socket cannot be
-// opened, the library or type cannot be found, or the agent's mounts or its start
-// fail. Warns, one line each, of state-file paths that nothing mounts.
+// "vxrelay-host: <reason>" (or to syslog with --log syslog), when the state file is bad, the
+// control socket cannot be opened, the library or type cannot be found, or the agent's mounts or
+// its start fail. Warns, one line each, of state-file paths that nothing mounts.
 #include <dlfcn.h>
 #include <grp.h>
 #include <signal.h>
@@ -23,6 +23,7 @@
 #include "platform/statehub/ControlServer.h"
 #include "platform/statehub/EntityManager.h"
 #include "platform/statehub/RuntimeDir.h"
+#include "platform/trace/Log.h"
 #include "platform/trace/RingLog.h"
 #include "tools/cli/CliParse.h"
 
@@ -33,7 +34,7 @@ void stopOnSignal(int) {
 }
 
 int fail(const std::string& reason) {
-  std::cerr << "vxrelay-host: " << reason << "\n";
+  Lum::logLine(Lum::LogSeverity::error, reason);
   return 1;
 }
 
@@ -80,7 +81,13 @@ int main(int argc, char** argv) {
       "Unix socket for state changes and commands (default: <runtime folder>/<name>.sock)");
   app.add_option("--control-group", controlGroup,
                  "a group whose members may use the control socket besides this user and root");
+  std::string logTo = "stderr";
+  app.add_option("--log", logTo, "where the host's lines go: stderr, or syslog (the journal)")
+      ->check(CLI::IsMember({"stderr", "syslog"}))
+      ->capture_default_str();
   if (const std::optional<int> done = Cli::parse(app, "vxrelay-host", argc, argv)) return *done;
+  Lum::logProgramIs("vxrelay-host");
+  if (logTo == "syslog") Lum::logToSyslogIs();
   if (control.empty()) control = Statehub::RuntimeDir::controlSocket(agentName);
 
   // One agent name, one running host: before anything of the agent's is touched.
@@ -146,12 +153,13 @@ int main(int argc, char** argv) {
       }
       // A path that no mount took is most likely misspelt in the state file.
       for (const std::string& path : em->pendingStatePaths()) {
-        std::cerr << "vxrelay-host: warning: nothing mounts " << path << ", its state is kept\n";
+        Lum::logLine(Lum::LogSeverity::warning, "nothing mounts " + path + ", its state is kept");
       }
       // One line that says what runs and where to reach it.
-      std::cout << "vxrelay-host: agent " << agentName << " (" << typeName << " from " << library
-                << ") running; control socket " << control << ", counters /dev/shm"
-                << LumMemtab::Mount::objectName(agentName, kCounterTable) << std::endl;
+      Lum::logLine(Lum::LogSeverity::info,
+                   "agent " + agentName + " (" + typeName + " from " + library +
+                       ") running; control socket " + control + ", counters /dev/shm" +
+                       LumMemtab::Mount::objectName(agentName, kCounterTable));
       // Work deferred now runs after the agent's doMountsComplete() has returned: from
       // then on an exception is reported as usual and the agent goes on.
       loop.defer([&loop] { loop.exceptionReporterIs(nullptr); }, "vxrelay-host");

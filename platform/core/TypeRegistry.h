@@ -47,8 +47,14 @@ enum class AttrKind {
 
 // The text accessors of one attribute. The functions that do not apply to its kind
 // are empty; an empty writer means the generic interface may only read.
+// What a value's text stands for, so that a JSON view can show it typed: a number's
+// text is its decimal (or shortest floating) form, a boolean's "true" or "false".
+enum class TextKind : uint8_t { text, number, boolean };
+
 struct TextAccess {
   AttrKind kind = AttrKind::none;
+  // value: the value's; map and set: the entries' values'.
+  TextKind valueKind = TextKind::text;
   std::function<std::string(const Entity&)> get;
   std::function<void(Entity&, std::string_view)> set;
   // map and collection: the keys in iteration order, as text
@@ -196,6 +202,21 @@ std::string toText(const V& v) {
   }
 }
 
+// Numbers, enumerations (their text stays the number) and types that say their text is
+// a number (`static constexpr bool kTextIsNumber = true`) show as numbers.
+template <class V>
+constexpr TextKind textKindOf() {
+  if constexpr (std::is_same_v<V, bool>) {
+    return TextKind::boolean;
+  } else if constexpr (std::is_arithmetic_v<V> || std::is_enum_v<V>) {
+    return TextKind::number;
+  } else if constexpr (requires { V::kTextIsNumber; }) {
+    return V::kTextIsNumber ? TextKind::number : TextKind::text;
+  } else {
+    return TextKind::text;
+  }
+}
+
 std::string lumTypeShortName(std::string_view fullName);
 [[noreturn]] void throwBadText(std::string_view typeName, std::string_view text);
 bool parseBool(std::string_view text);
@@ -292,6 +313,7 @@ TextAccess textAttr() {
   using V = typename GetterOf<Get>::Value;
   TextAccess a;
   a.kind = AttrKind::value;
+  a.valueKind = textKindOf<V>();
   a.get = [](const Entity& e) { return toText((static_cast<const C&>(e).*Get)()); };
   a.checkValue = [](std::string_view t) { (void)fromText<V>(t); };
   if constexpr (!std::is_same_v<decltype(Set), std::nullptr_t>) {
@@ -331,6 +353,7 @@ TextAccess mapAttr() {
   };
   TextAccess a;
   a.kind = AttrKind::map;
+  a.valueKind = textKindOf<V>();
   a.checkKey = [](std::string_view t) { (void)fromText<K>(t); };
   a.checkEntry = [](std::string_view key, std::string_view value) { (void)readEntry(key, value); };
   a.keys = [](const Entity& e) {

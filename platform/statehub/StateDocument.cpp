@@ -190,6 +190,21 @@ void StateDocument::apply(const json& content, Lum::Entity& entity, const std::s
   }
 }
 
+namespace {
+
+// A value's text as JSON of its kind: a number or boolean text that does not read as
+// one (a type's own text form) stays a string rather than being lost.
+json typed(std::string text, Lum::TextKind kind) {
+  if (kind == Lum::TextKind::boolean && (text == "true" || text == "false")) return text == "true";
+  if (kind == Lum::TextKind::number && !text.empty()) {
+    json n = json::parse(text, nullptr, false);
+    if (n.is_number()) return n;
+  }
+  return text;
+}
+
+}  // namespace
+
 json StateDocument::of(const Lum::Entity& e) {
   json out = json::object();
   for (const Lum::TypeInfo* t = &e.fwkType(); t; t = t->base()) {
@@ -201,11 +216,11 @@ json StateDocument::of(const Lum::Entity& e) {
         case Lum::AttrKind::none:
           break;
         case Lum::AttrKind::value:
-          out[a.name] = acc.get(e);
+          out[a.name] = typed(acc.get(e), acc.valueKind);
           break;
         case Lum::AttrKind::map: {
           json m = json::object();
-          for (const std::string& k : acc.keys(e)) m[k] = acc.entry(e, k);
+          for (const std::string& k : acc.keys(e)) m[k] = typed(acc.entry(e, k), acc.valueKind);
           out[a.name] = std::move(m);
           break;
         }

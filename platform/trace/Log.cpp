@@ -63,7 +63,6 @@ void logLine(LogSeverity severity, std::string_view text) {
   }
   std::string line = s.program + ": ";
   if (severity == LogSeverity::warning) line += "warning: ";
-  if (severity == LogSeverity::error) line += "error: ";
   line.append(text).push_back('\n');
   writeAll(severity == LogSeverity::info ? STDOUT_FILENO : STDERR_FILENO, line);
 }

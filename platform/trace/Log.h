@@ -3,7 +3,7 @@
 //
 //   Lum::logLine(Lum::LogSeverity::warning, "Vxlan1 waits for device vtep0");
 //
-// Lines go to stderr as "<program>: [warning: |error: ]<text>" (info lines to stdout),
+// Lines go to stderr as "<program>: [warning: ]<text>" (info lines to stdout),
 // or, once logToSyslogIs() has been called, to syslog (and so to the journal) under the
 // program's name, with the severity as the priority. Each line is written whole with one
 // call, so lines of several threads or processes do not interleave.

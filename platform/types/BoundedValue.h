@@ -61,6 +61,8 @@ class BoundedValue {
   explicit constexpr BoundedValue(I value) : value_(checked(value)) {}
 
   constexpr Rep value() const { return value_; }
+  // Its text is the decimal number: JSON views show it as a number.
+  static constexpr bool kTextIsNumber = true;
 
   template <PlainInteger I>
   static constexpr bool isValid(I value) {

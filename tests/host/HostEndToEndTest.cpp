@@ -36,8 +36,8 @@ TEST(HostEndToEnd, RunningHostAppliesGetsAndEndsOnSigterm) {
   const json vti = host.stateOf(kVtiPath);
   ASSERT_TRUE(vti.contains("vtiStatus")) << vti.dump();
   const json& vxlan1 = vti["vtiStatus"]["Vxlan1"];
-  EXPECT_EQ(vxlan1["udpPort"], "4789");
-  EXPECT_EQ(vxlan1["vlanToVniMap"], json({{"10", "5010"}, {"20", "5020"}}));
+  EXPECT_EQ(vxlan1["udpPort"], 4789);
+  EXPECT_EQ(vxlan1["vlanToVniMap"], json({{"10", 5010}, {"20", 5020}}));
 
   // A valid change beside the refused one: a request taken piecemeal shows in the get.
   ToolRun r = host.apply(
@@ -52,12 +52,12 @@ TEST(HostEndToEnd, RunningHostAppliesGetsAndEndsOnSigterm) {
   r = host.apply({{kVtiPath, {{"vtiStatus", {{"Vxlan1", {{"udpPort", 4790}}}}}}}});
   ASSERT_EQ(r.exitCode, 0) << r.err;
   const json changed = host.stateOf(kVtiPath)["vtiStatus"]["Vxlan1"];
-  EXPECT_EQ(changed["udpPort"], "4790");
+  EXPECT_EQ(changed["udpPort"], 4790);
   EXPECT_EQ(changed["vlanToVniMap"], vxlan1["vlanToVniMap"]);
   // The example file, comments and all, applies to a running host as it starts one.
   r = host.ctl({"state", "apply", std::string(VXRELAY_EXAMPLES) + "/switch.json"});
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  EXPECT_EQ(host.stateOf(kVtiPath)["vtiStatus"]["Vxlan1"]["udpPort"], "4789");
+  EXPECT_EQ(host.stateOf(kVtiPath)["vtiStatus"]["Vxlan1"]["udpPort"], 4789);
 
   ASSERT_EQ(::kill(host.child().pid(), SIGTERM), 0);
   const std::optional<int> status = host.child().exitWithin(kExitBound);

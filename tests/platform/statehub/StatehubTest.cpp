@@ -112,7 +112,7 @@ TEST_F(StatehubTest, EntitiesBelowAMountAndNullDeletes) {
                    {"Vxlan3", nullptr}}}}}});
   const json vtis = em->stateOf(kVti)["vtiStatus"];
   EXPECT_EQ(vtis.size(), 1u);
-  EXPECT_EQ(vtis["Vxlan1"]["vlanToVniMap"], (json{{"20", "2"}}));
+  EXPECT_EQ(vtis["Vxlan1"]["vlanToVniMap"], (json{{"20", 2}}));
 }
 
 // Guards the two moments state arrives: kept for a path mounted later and written
@@ -137,9 +137,13 @@ TEST_F(StatehubTest, StateAppliedAtMountAndAfter) {
   em->stateIs(json::parse(R"({"interface/status/eth/vxlan": {"vtiStatus": {"Vxlan1":
       {"udpPort": "4791", "vlanToVniMap": {"20": 5020}}}}})"));
   const json state = em->stateOf(std::string(kVti) + "/vtiStatus/Vxlan1");
-  EXPECT_EQ(state["udpPort"], "4791");
-  EXPECT_EQ(state["vlanToVniMap"], (json{{"10", "5010"}, {"20", "5020"}}));
-  EXPECT_EQ(em->stateOf(kVti)["settings"]["version"], "3");
+  // Read back typed by the attribute's type, however it was written.
+  EXPECT_EQ(state["udpPort"], 4791);
+  EXPECT_EQ(state["vlanToVniMap"], (json{{"10", 5010}, {"20", 5020}}));
+  const json dirState = em->stateOf(kVti);
+  EXPECT_EQ(dirState["settings"]["version"], 3);
+  EXPECT_EQ(dirState["settings"]["enabled"], true);
+  EXPECT_EQ(dirState["label"], "fabric");
 }
 
 // Guards the all-or-nothing rule: every refused document leaves the entities as they
