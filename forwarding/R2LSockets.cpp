@@ -84,10 +84,23 @@ int32_t Remote2LocalForwarderSm::LumVtiStatusSm::closeAndCheck(int32_t sock) {
   return -1;
 }
 
+namespace {
+
+// The test mode's inbound path is a file in the working folder: it goes with its socket.
+void removeInboundPath() {
+  if (!R2L_TEST) return;
+  sockaddr_un addr;
+  testModeAddress(addr, "./VxlanR2LSM-inbound-%d");
+  Lum::sysCalls().unlink(addr.sun_path);
+}
+
+}  // namespace
+
 void Remote2LocalForwarderSm::LumVtiStatusSm::closeRemoteSocket() {
   // The entity lets go of the descriptor before it is closed: it does not own it, and
   // the number may be handed out again at once.
   if (fileDescriptor_ && fileDescriptor_->notifier()) fileDescriptor_->notifier()->descriptorIs(-1);
+  if (remoteSock_ != -1) removeInboundPath();
   remoteSockIs(closeAndCheck(remoteSock_));
   closePortSink();
 }
@@ -274,6 +287,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::doDisconnectSockets() {
   if (auto* pim = pimConfig()) pim->intfModeDelAll();
   if (remoteSock_ != -1) {
     R2L_TRACE(7, " removing implicit igmp and pim");
+    removeInboundPath();
     remoteSockIs(closeAndCheck(remoteSock_));
   }
   closePortSink();

@@ -11,9 +11,15 @@
 #include <filesystem>
 #include <fstream>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <thread>
+
 #include "agent/CounterTableReader.h"
 #include "agent/VxlanAgentCounter.h"
 #include "tests/host/HostProcess.h"
+#include "tests/support/VxlanFrameBuilder.h"
 
 namespace {
 
@@ -98,6 +104,61 @@ TEST(HostEndToEnd, CounterTableIsSharedAndClearedOneTableAtATime) {
   const Vxlan::CounterTableReader reader(host.name());
   EXPECT_TRUE(eventually([&] { return allZero(reader.counts().vxlan); }, kStartBound));
   EXPECT_EQ(reader.counts().varp[7].count, 2007u);
+}
+
+// Guards the tool's watch mode against frames the host really reads (its remote socket
+// in test mode): JSON behind the agent's envelope, then, every interval until
+// interrupted, what moved since the interval before, with its rate.
+TEST(HostEndToEnd, CountersFollowAStreamOfFrames) {
+  Host host(HostOptions{.env = {"VXLAN_R2L_TEST=1"}});
+  ASSERT_TRUE(host.ready()) << host.child().errors();
+  const json asJson = json::parse(host.ctl({"counters", "-j"}).out);
+  EXPECT_EQ(asJson["agent"], host.name());
+  EXPECT_EQ(asJson["running"], true);
+  EXPECT_TRUE(asJson["time"].is_string());
+
+  // The host's remote socket in test mode: a Unix path named by its process id, in its
+  // working folder, which is ours.
+  sockaddr_un in{.sun_family = AF_UNIX};
+  const std::string path = "./VxlanR2LSM-inbound-" + std::to_string(host.child().pid());
+  path.copy(in.sun_path, sizeof in.sun_path - 1);
+  struct Unlink {
+    std::string path;
+    ~Unlink() { ::unlink(path.c_str()); }
+  } leftBehind{path};
+  const int s = ::socket(AF_UNIX, SOCK_DGRAM, 0);
+  const std::vector<uint8_t> frame = VxlanFrameBuilder{.vni = 5010}.build();
+  auto send = [&] {
+    return ::sendto(s, frame.data(), frame.size(), 0, reinterpret_cast<sockaddr*>(&in), sizeof in);
+  };
+  ASSERT_TRUE(eventually([&] { return send() > 0; }, kStartBound)) << path;
+
+  TempDir dir("vxr-watch");
+  ChildProcess watch({VXRELAY_CTL, "--agent", host.name(), "--control", host.control(), "counters",
+                      "--interval", "0.25"},
+                     dir.file("out"), kChildEnv);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1200);
+  while (std::chrono::steady_clock::now() < end) {
+    send();
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  watch.stop();
+  ::close(s);
+  host.child().stop();
+  EXPECT_FALSE(std::filesystem::exists(path)) << "the path goes with its socket";
+  const std::string out = watch.output();
+  // The first block is the totals; each later one what moved in its interval.
+  size_t intervals = 0, moving = 0;
+  for (size_t at = out.find("\n\nvxlan counters"); at != std::string::npos;
+       at = out.find("\n\nvxlan counters", at + 1)) {
+    ++intervals;
+    const size_t row = out.find("\n  r2lRx ", at);
+    const size_t next = out.find("\n\n", at + 2);
+    if (row != std::string::npos && row < next) ++moving;
+  }
+  EXPECT_GE(intervals, 3u) << out;
+  EXPECT_GE(moving, intervals - 1) << out;
+  EXPECT_NE(out.find("(per second)"), std::string::npos) << out;
 }
 
 // Guards against a state file whose fault is found late, reported in several lines or

@@ -44,8 +44,9 @@ struct ToolRun {
 
 struct HostOptions {
   std::string stateFile = std::string(VXRELAY_EXAMPLES) + "/switch.json";
-  std::string name;     // empty: a name of its own
-  std::string control;  // empty: a socket in the host's own folder; "-": no --control
+  std::string name;              // empty: a name of its own
+  std::string control;           // empty: a socket in the host's own folder; "-": no --control
+  std::vector<std::string> env;  // more of the host's environment ("NAME=value")
 };
 
 // A running vxrelay-host with its own name, control socket and counter table.
@@ -64,7 +65,9 @@ class Host {
       control_ = options_.control.empty() ? dir_.file("ctl.sock") : options_.control;
       args.insert(args.end(), {"--control", control_});
     }
-    child_.emplace(args, dir_.file("host.out"), kChildEnv, dir_.file("host.err"));
+    std::vector<std::string> env = kChildEnv;
+    env.insert(env.end(), options_.env.begin(), options_.env.end());
+    child_.emplace(args, dir_.file("host.out"), env, dir_.file("host.err"));
   }
   ~Host() {
     child_.reset();  // killed before its table goes, so that it cannot make it again
