@@ -6,12 +6,14 @@
 #include <string>
 
 #include "agent/SharedMemoryCounterStorage.h"
+#include "forwarding/VtiShow.h"
 #include "platform/loop/ActivityManager.h"
 #include "platform/memtab/MemtabMount.h"
 #include "platform/os/SysCalls.h"
 #include "platform/statehub/Cell.h"
 #include "platform/trace/RingLog.h"
 #include "platform/trace/Trace.h"
+#include "varp/VarpShow.h"
 
 namespace Vxlan::OverlayRelayAgent {
 
@@ -188,11 +190,24 @@ void OverlayRelayAgent::doMountsComplete(Statehub::MountStatus status,
   // Last: the forwarders and virtual ARP exist before the first interface is entered.
   kernelNetworkInfoRoot_.is("kni");
   kernelNetworkInfoManager_.is(nullptr, kernelNetworkInfoRoot_.ptr(), Wire::NamespaceName(""));
+
+  // The operator's questions (vxrelayctl show), answered from the machines as they are.
+  em.queryIs("interfaces", [this](const nlohmann::json& args) {
+    return VtiShow::interfaces(remote2LocalForwarderSm(), local2RemoteForwarderSm(), args);
+  });
+  em.queryIs("arp", [this](const nlohmann::json&) {
+    return VarpShow::arp(virtualArpSm(), arpReplyReplicationSm());
+  });
 }
 
 void OverlayRelayAgent::doCleanup() {
   LUM_TRACE(trace, 8, "OverlayRelayAgent::doCleanup()");
   RINGLOG(8, "doCleanup");
+  // First: the answers read the machines that go next.
+  if (entityManager()) {
+    entityManager()->queryDel("interfaces");
+    entityManager()->queryDel("arp");
+  }
   local2RemoteForwarderSm_.del();
   remote2LocalForwarderSm_.del();
   virtualArpSm_.del();

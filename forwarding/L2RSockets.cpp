@@ -94,6 +94,7 @@ void Sm::createLocalSocket() {
     }
   }
   const Lum::SysResult index = Lum::interfaceIndex(sys, hi, kVxlanDevice);
+  deviceWaits_.lookedUp(intfId_, kVxlanDevice, index.failed());
   if (index.failed()) {
     L2R_TRACE(0, "() unable to lookup ifindex for vxlan");
     RINGLOG(0, "L2RSm(%s) unable to lookup ifindex for vxlan", intfId_.stringValue().view());

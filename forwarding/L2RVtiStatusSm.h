@@ -18,6 +18,7 @@
 #include <memory>
 
 #include "agent/DevIfindexPair.h"
+#include "forwarding/DeviceWaits.h"
 #include "forwarding/Local2RemoteForwarderSm.h"
 #include "platform/os/PacketRxRing.h"
 
@@ -329,6 +330,14 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   // What the frame path checks a frame against and builds its header from, as it
   // stands now.
   L2R::EncapFilter encapFilter();
+  // For the operator's view (VtiShow): the flood lists and the learned hosts that
+  // destinations are chosen from.
+  const BumStatus* bumStatus() const {
+    return vxBumStatus_ ? vxBumStatus_->notifier().ptr() : nullptr;
+  }
+  const FdbStatus* fdbStatus() const {
+    return vxFdbStatus_ ? vxFdbStatus_->notifier().ptr() : nullptr;
+  }
 
   // Destination selection: a flood list, or one address in host order (0: none).
   Lum::Ptr<const BumVtepList> getRemoteVtepAddr(const Wire::EthAddr& dst, uint32_t vlan,
@@ -438,6 +447,7 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
                   Lum::Ptr<const Bridging::SwitchIntfConfig>>
       intfConfig_{this, "Vxlan::Local2RemoteForwarderSm::LumVtiStatusSm::intfConfig", {"config"}};
   bool initialized_ = false;
+  DeviceWaits deviceWaits_;
   // Batch mode: one batch for each socket frames come from (high, low, inspection).
   std::unique_ptr<L2RBatch> batches_[3];
 };

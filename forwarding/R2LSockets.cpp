@@ -53,6 +53,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createLocalSocket() {
     sock = openPacketSocket(sys);
     if (sock < 0) throw Lum::ErrnoException(errno, "creating txraw socket");
     const Lum::SysResult index = Lum::interfaceIndex(sys, sock, kTxRaw);
+    deviceWaits_.lookedUp(intfId_, kTxRaw, index.failed());
     if (index.failed()) {
       // Bound without an index for now; the device's arrival rebuilds the socket.
       R2L_TRACE(0, "() unable to lookup ifindex for txraw: " << std::strerror(index.err));
@@ -143,6 +144,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createRemoteSocket() {
     const Lum::String8& device = status->srcIntfKernelName();
     R2L_TRACE(7, "(): binding remoteSock to " << device);
     const Lum::SysResult index = Lum::interfaceIndex(sys, sock, device.view());
+    deviceWaits_.lookedUp(intfId_, device.view(), index.failed());
     if (index.failed()) {
       R2L_TRACE(0, "() ioctl: " << device << ": " << std::strerror(index.err));
       doDisconnectSockets();

@@ -35,6 +35,7 @@
 #include <memory>
 
 #include "agent/VxlanAgentCounter.h"
+#include "forwarding/DeviceWaits.h"
 #include "forwarding/R2LFramePath.h"
 #include "frames/LocalFrameHdr.h"
 #include "platform/core/Instance.h"
@@ -357,6 +358,10 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   void dump_buf(const char* label, const uint8_t* buf, uint32_t len);
   // What the frame path checks a frame against, as it stands now.
   R2L::FrameFilter frameFilter() const;
+  // For the operator's view (VtiShow): the VTI's VNI table, and whether the kernel
+  // reported "txraw" gone.
+  const VniToVlanMap* vniToVlanMap() const { return vniToVlanMapOfVti(); }
+  bool txRawGone() const { return txRawGone_; }
 
   // Replaces localSock with a new socket on the device "txraw".
   void createLocalSocket();
@@ -435,6 +440,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   // Set when the kernel reports "txraw" gone, cleared when it is back: while set, a
   // rebuilt remote socket waits, unwatched, for the device to bring the pair back.
   bool txRawGone_ = false;
+  DeviceWaits deviceWaits_;
   std::unique_ptr<R2LBatch> batch_;
 };
 

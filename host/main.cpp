@@ -60,6 +60,8 @@ std::string defaultLibrary() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // The agent's lines for the operator ("vxrelay-host: warning: Vxlan1: waiting for ...").
+  Lum::logProgramIs("vxrelay-host");
   CLI::App app{"vxrelay agent host"};
   app.footer(
       "Examples:\n"

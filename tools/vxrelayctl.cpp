@@ -8,6 +8,10 @@
 //   vxrelayctl trace set LEVELS           the running agent's trace levels, as VXRELAY_TRACE
 //                                         takes them (FACILITY/LEVELS,...)
 //   vxrelayctl trace decode FILE...       trace ring files as text, merged by time
+//   vxrelayctl show [-j]                  every VTI and a short virtual ARP section
+//   vxrelayctl show interface [NAME] [-j] the VTIs (or one): devices, sockets, tables,
+//                                         and why a direction does not forward
+//   vxrelayctl show arp [-j]              pending lists, VRFs, MLAG sync, replication
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
@@ -29,6 +33,7 @@
 #include "tools/cli/CliParse.h"
 #include "tools/ctl/CounterView.h"
 #include "tools/ctl/JsonEnvelope.h"
+#include "tools/ctl/ShowView.h"
 #include "tools/ctl/TraceView.h"
 
 namespace {
@@ -75,6 +80,29 @@ json request(const Options& o, const json& req) {
     throw std::runtime_error(answer.value("error", std::string("request refused")));
   }
   return answer;
+}
+
+// `what`: "" (everything), "interface" or "arp". The answers go into one document
+// behind the envelope, which also says when the host does not answer at all.
+int show(const Options& o, const std::string& what, const std::string& vti, bool asJson) {
+  json out = Ctl::envelope(o.agent, Ctl::hostRunning(o.control));
+  if (!out["running"].get<bool>()) {
+    if (asJson) {
+      std::cout << out.dump(2) << "\n";
+    } else {
+      std::cerr << "vxrelayctl: agent " << o.agent << " is not running (no answer on " << o.control
+                << ")\n";
+    }
+    return 1;
+  }
+  const json args = vti.empty() ? json::object() : json{{"name", vti}};
+  if (what != "arp") {
+    out["interfaces"] =
+        request(o, {{"op", "query"}, {"name", "interfaces"}, {"args", args}})["answer"];
+  }
+  if (what != "interface") out["arp"] = request(o, {{"op", "query"}, {"name", "arp"}})["answer"];
+  std::cout << (asJson ? out.dump(2) + "\n" : Ctl::showView(out, what.empty()));
+  return 0;
 }
 
 // A state document as the host reads its --state file: comments are allowed, so that
@@ -150,7 +178,9 @@ int main(int argc, char** argv) {
       "  vxrelayctl --agent sw1 counters -i 1   what moved each second, until Ctrl-C\n"
       "  vxrelayctl clear varp                  zero the virtual ARP counters\n"
       "  vxrelayctl state get /mlag/status      an entity as JSON\n"
-      "  vxrelayctl trace set VirtualArpSm/0-9  the running agent's trace levels");
+      "  vxrelayctl trace set VirtualArpSm/0-9  the running agent's trace levels\n"
+      "  vxrelayctl show interface Vxlan1       a VTI, and why it does not forward\n"
+      "  vxrelayctl show arp -j                 virtual ARP's state as JSON");
   Options o;
   app.add_option("--agent", o.agent, "agent name (names its counter table)")->capture_default_str();
   app.add_option("--control", o.control,
@@ -196,11 +226,19 @@ int main(int argc, char** argv) {
       traceCmd->add_subcommand("decode", "ring files as text, merged by time, errno as text");
   decode->add_option("files", ringFiles, "ring files (.rl)")->required()->check(CLI::ExistingFile);
 
+  CLI::App* showCmd = app.add_subcommand("show", "what the running agent does, and why not");
+  showCmd->add_flag("-j,--json", asJson, "as JSON, behind the agent's name and the time");
+  std::string vti;
+  CLI::App* showIntf = showCmd->add_subcommand("interface", "the VTIs, or one");
+  showIntf->add_option("name", vti, "a VTI, e.g. Vxlan1");
+  CLI::App* showArp = showCmd->add_subcommand("arp", "virtual ARP and ARP reply replication");
+
   if (const std::optional<int> done = Cli::parse(app, "vxrelayctl", argc, argv)) return *done;
   if (o.control.empty()) o.control = Statehub::RuntimeDir::controlSocket(o.agent);
   try {
     if (*counters) return printCounters(o, asJson, all, interval);
     if (*clearCmd) return clear(o, table);
+    if (*showCmd) return show(o, *showIntf ? "interface" : *showArp ? "arp" : "", vti, asJson);
     if (*get) {
       const std::string entity = path.starts_with('/') ? path.substr(1) : path;
       std::cout << request(o, {{"op", "get"}, {"path", entity}})["state"].dump(2) << "\n";

@@ -51,6 +51,7 @@ class ArpReplyReplicationSm : public Lum::ReactorBase {
     return vrfSm_(name);
   }
   size_t arpReplyReplicationVrfSmSize() const { return vrfSm_.size(); }
+  auto arpReplyReplicationVrfSmIterator() const { return vrfSm_.iterator(); }
   // The VRF's machine; one that exists with other parameters is a range exception.
   Lum::Ptr<ArpReplyReplicationVrfSm> arpReplyReplicationVrfSmIs(
       const L3::VrfName& name, const Wire::NamespaceName& ns,

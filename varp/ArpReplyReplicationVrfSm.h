@@ -55,6 +55,7 @@ class ArpReplyReplicationVrfSm : public Lum::ReactorBase {
   Lum::Ptr<LumIpIntfStatus> ipIntfStatusIs(const Lum::Ptr<const Ip::IpIntfStatus>& status);
   void ipIntfStatusDel(const Wire::IntfId& id);
   size_t ipIntfStatusSize() const;
+  auto ipIntfStatusIterator() const { return ipIntfStatus_.iterator(); }
 
   // The virtual MAC changed: every interface looks at its filter again.
   void handleVarpMac();

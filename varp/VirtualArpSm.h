@@ -104,6 +104,10 @@ class VirtualArpSm : public Lum::ReactorBase {
   void arpRewritePendingListDel(const VniIpPairV2& key) { pending_.erase(key); }
   void arpRewritePendingListDelAll() { pending_.clear(); }
   size_t arpRewritePendingListSize() const { return pending_.size(); }
+  // Every list, for the operator's view (VarpShow).
+  const std::map<VniIpPairV2, Lum::Ptr<ArpRewritePendingList>>& arpRewritePendingLists() const {
+    return pending_;
+  }
 
   double lastProcessTime() const { return lastProcessTime_; }
   double arpAgingReviewInterval() const { return arpAgingReviewInterval_; }
@@ -131,6 +135,7 @@ class VirtualArpSm : public Lum::ReactorBase {
                               int netlinkSocket);
   void vrfInfoDel(const L3::VrfName& name) { vrfInfo_.erase(name); }
   void vrfInfoDelAll() { vrfInfo_.clear(); }
+  const std::map<L3::VrfName, Lum::Ptr<VrfInfo>>& vrfInfos() const { return vrfInfo_; }
   // The VRF of the VLAN's IP interface ("Vlan<id>"), "default" when it has none.
   L3::VrfName getVrfNameFromVlanId(Bridging::VlanIdOrNone vlan) const;
   // The kernel's device `devName` in the VRF's namespace, or none.
