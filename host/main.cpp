@@ -60,8 +60,6 @@ std::string defaultLibrary() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // The agent's lines for the operator ("vxrelay-host: warning: Vxlan1: waiting for ...").
-  Lum::logProgramIs("vxrelay-host");
   CLI::App app{"vxrelay agent host"};
   app.footer(
       "Examples:\n"
@@ -88,6 +86,8 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember({"stderr", "syslog"}))
       ->capture_default_str();
   if (const std::optional<int> done = Cli::parse(app, "vxrelay-host", argc, argv)) return *done;
+  // The host's and the agent's lines for the operator ("vxrelay-host: warning: Vxlan1:
+  // waiting for device vtep0"), under this program's name.
   Lum::logProgramIs("vxrelay-host");
   if (logTo == "syslog") Lum::logToSyslogIs();
   if (control.empty()) control = Statehub::RuntimeDir::controlSocket(agentName);
