@@ -6,6 +6,7 @@
 #include <string>
 
 #include "agent/SharedMemoryCounterStorage.h"
+#include "forwarding/PacketTrace.h"
 #include "platform/loop/ActivityManager.h"
 #include "platform/memtab/MemtabMount.h"
 #include "platform/os/SysCalls.h"
@@ -66,6 +67,8 @@ OverlayRelayAgent::OverlayRelayAgent(const Lum::Name& name)
       cliRequestDirSm_(nullptr) {}
 
 OverlayRelayAgent::~OverlayRelayAgent() {
+  // A host that never ran doCleanup must not keep a question about a gone agent.
+  if (entityManager()) entityManager()->queryDel("packet");
   kernelNetworkInfoRoot_.del();
   kernelNetworkInfoManager_.del();
   vniToVlanMaps_.del();
@@ -188,11 +191,17 @@ void OverlayRelayAgent::doMountsComplete(Statehub::MountStatus status,
   // Last: the forwarders and virtual ARP exist before the first interface is entered.
   kernelNetworkInfoRoot_.is("kni");
   kernelNetworkInfoManager_.is(nullptr, kernelNetworkInfoRoot_.ptr(), Wire::NamespaceName(""));
+
+  // What a frame would meet, asked through the control socket (vxrelayctl trace packet).
+  em.queryIs("packet", [this](const nlohmann::json& args) {
+    return PacketTrace::answer({remote2LocalForwarderSm(), local2RemoteForwarderSm()}, args);
+  });
 }
 
 void OverlayRelayAgent::doCleanup() {
   LUM_TRACE(trace, 8, "OverlayRelayAgent::doCleanup()");
   RINGLOG(8, "doCleanup");
+  if (entityManager()) entityManager()->queryDel("packet");
   local2RemoteForwarderSm_.del();
   remote2LocalForwarderSm_.del();
   virtualArpSm_.del();
