@@ -8,6 +8,11 @@
 //   vxrelayctl trace set LEVELS           the running agent's trace levels, as VXRELAY_TRACE
 //                                         takes them (FACILITY/LEVELS,...)
 //   vxrelayctl trace decode FILE...       trace ring files as text, merged by time
+//   vxrelayctl trace packet [-j] HEX|--pcap FILE [--index N] [--direction auto|r2l|l2r]
+//              [--vti NAME] [--vlan N [--port IFINDEX]]
+//                                         what the running agent would do with one frame:
+//                                         each decision, the verdict, the counter it moves
+//                                         and the bytes that would leave (nothing is sent)
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
@@ -29,6 +34,8 @@
 #include "tools/cli/CliParse.h"
 #include "tools/ctl/CounterView.h"
 #include "tools/ctl/JsonEnvelope.h"
+#include "tools/ctl/PacketTraceView.h"
+#include "tools/ctl/PcapFrame.h"
 #include "tools/ctl/TraceView.h"
 
 namespace {
@@ -138,6 +145,32 @@ int clear(const Options& o, const std::string& table) {
   return 0;
 }
 
+// What `trace packet` asks about: the frame and where it is to be traced.
+struct PacketArgs {
+  std::vector<std::string> hex;  // the words of HEX, joined
+  std::string pcap;
+  unsigned index = 1;
+  std::string direction = "auto";
+  std::string vti;
+  int64_t vlan = -1;  // -1: none given
+  uint32_t port = 0;
+};
+
+int tracePacket(const Options& o, const PacketArgs& p, const std::string& hex, bool asJson) {
+  json args = {{"hex", hex}, {"direction", p.direction}};
+  if (!p.vti.empty()) args["vti"] = p.vti;
+  if (p.vlan >= 0) args["vlan"] = p.vlan, args["port"] = p.port;
+  const json answer = request(o, {{"op", "query"}, {"name", "packet"}, {"args", args}})["answer"];
+  if (asJson) {
+    json out = Ctl::envelope(o.agent, true);
+    out.update(answer);
+    std::cout << out.dump(2) << "\n";
+  } else {
+    std::cout << Ctl::packetTraceView(answer);
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -150,7 +183,9 @@ int main(int argc, char** argv) {
       "  vxrelayctl --agent sw1 counters -i 1   what moved each second, until Ctrl-C\n"
       "  vxrelayctl clear varp                  zero the virtual ARP counters\n"
       "  vxrelayctl state get /mlag/status      an entity as JSON\n"
-      "  vxrelayctl trace set VirtualArpSm/0-9  the running agent's trace levels");
+      "  vxrelayctl trace set VirtualArpSm/0-9  the running agent's trace levels\n"
+      "  vxrelayctl trace packet 001c73000001...  what the agent would do with this frame\n"
+      "  vxrelayctl trace packet --pcap in.pcap --index 3 -j   frame 3 of a capture, as JSON");
   Options o;
   app.add_option("--agent", o.agent, "agent name (names its counter table)")->capture_default_str();
   app.add_option("--control", o.control,
@@ -196,7 +231,38 @@ int main(int argc, char** argv) {
       traceCmd->add_subcommand("decode", "ring files as text, merged by time, errno as text");
   decode->add_option("files", ringFiles, "ring files (.rl)")->required()->check(CLI::ExistingFile);
 
+  PacketArgs packet;
+  CLI::App* tracePacketCmd = traceCmd->add_subcommand(
+      "packet", "what the running agent would do with one frame (nothing is sent)");
+  CLI::Option* hexOpt = tracePacketCmd->add_option(
+      "hex", packet.hex, "the frame in hex; spaces, colons and a leading 0x allowed");
+  tracePacketCmd->add_option("--pcap", packet.pcap, "take the frame from a pcap file")
+      ->check(CLI::ExistingFile)
+      ->excludes(hexOpt);
+  tracePacketCmd->add_option("--index", packet.index, "frame N of the pcap file (from 1)")
+      ->check(CLI::PositiveNumber);
+  tracePacketCmd->add_option("--direction", packet.direction, "auto, r2l or l2r")
+      ->check(CLI::IsMember({"auto", "r2l", "l2r"}))
+      ->capture_default_str();
+  tracePacketCmd->add_option("--vti", packet.vti, "the tunnel interface (default: the first)");
+  tracePacketCmd->add_option("--vlan", packet.vlan,
+                             "a user frame that came in on this VLAN (local-to-remote)");
+  tracePacketCmd->add_option("--port", packet.port, "... and from this port (kernel index)");
+  tracePacketCmd->add_flag("-j,--json", asJson, "as JSON");
+
   if (const std::optional<int> done = Cli::parse(app, "vxrelayctl", argc, argv)) return *done;
+  std::string packetHex;
+  if (*tracePacketCmd && packet.pcap.empty()) {
+    std::string words;
+    for (const std::string& w : packet.hex) words += w + " ";
+    try {
+      packetHex = Ctl::frameHex(words);
+    } catch (const std::invalid_argument& e) {
+      std::cerr << "vxrelayctl: " << e.what() << "\n"
+                << "Try 'vxrelayctl --help' for more information.\n";
+      return Cli::kUsageError;
+    }
+  }
   if (o.control.empty()) o.control = Statehub::RuntimeDir::controlSocket(o.agent);
   try {
     if (*counters) return printCounters(o, asJson, all, interval);
@@ -218,6 +284,10 @@ int main(int argc, char** argv) {
     if (*traceSet) {
       request(o, {{"op", "trace"}, {"set", traceSpec}});
       return 0;
+    }
+    if (*tracePacketCmd) {
+      if (!packet.pcap.empty()) packetHex = Ctl::hexOf(Ctl::pcapFrame(packet.pcap, packet.index));
+      return tracePacket(o, packet, packetHex, asJson);
     }
     if (*decode) {
       std::vector<std::pair<std::string, std::vector<std::string>>> rings;
