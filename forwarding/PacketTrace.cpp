@@ -10,6 +10,7 @@
 #include "forwarding/DropTables.h"
 #include "forwarding/Local2RemoteForwarderSm.h"
 #include "forwarding/Remote2LocalForwarderSm.h"
+#include "forwarding/TestMode.h"
 #include "frames/LocalFrameHdr.h"
 #include "frames/VxlanDatagram.h"
 #include "platform/core/Exception.h"
@@ -190,6 +191,11 @@ json r2lAnswer(const R2LSm& sm, const Bytes& frame, json out) {
     step(out, check, passed, r2lWords(why, passed, o, d, f, len));
     if (!passed) {
       if (why == R2L::Drop::unknownVlan) out["vni"] = d.detail;
+      if (why == R2L::Drop::filtered && FRAME_MODE == FrameMode::filtered) {
+        out["notes"].push_back(
+            "in the filtered frame mode the kernel drops such a datagram "
+            "before the agent reads it: no counter moves");
+      }
       const R2L::DropRow& row = R2L::dropRow(why);
       dropped(out, row.name, static_cast<uint32_t>(row.counter),
               out["steps"].back()["text"].get<std::string>());

@@ -154,14 +154,50 @@ struct PacketArgs {
   std::string vti;
   int64_t vlan = -1;  // -1: none given
   uint32_t port = 0;
+  bool json = false;
 };
 
-int tracePacket(const Options& o, const PacketArgs& p, const std::string& hex, bool asJson) {
+CLI::App* addTracePacket(CLI::App& trace, PacketArgs& p) {
+  CLI::App* cmd = trace.add_subcommand(
+      "packet", "what the running agent would do with one frame (nothing is sent)");
+  CLI::Option* hex =
+      cmd->add_option("hex", p.hex, "the frame in hex; spaces, colons and a leading 0x allowed");
+  cmd->add_option("--pcap", p.pcap, "take the frame from a pcap file")
+      ->check(CLI::ExistingFile)
+      ->excludes(hex);
+  cmd->add_option("--index", p.index, "frame N of the pcap file (from 1)")
+      ->check(CLI::PositiveNumber);
+  cmd->add_option("--direction", p.direction, "auto, r2l or l2r")
+      ->check(CLI::IsMember({"auto", "r2l", "l2r"}))
+      ->capture_default_str();
+  cmd->add_option("--vti", p.vti, "the tunnel interface (default: the first)");
+  cmd->add_option("--vlan", p.vlan, "a user frame that came in on this VLAN (local-to-remote)");
+  cmd->add_option("--port", p.port, "... and from this port (kernel index)");
+  cmd->add_flag("-j,--json", p.json, "as JSON");
+  return cmd;
+}
+
+// A HEX that is no frame is a usage error, told as Cli::parse tells one.
+int tracePacket(const Options& o, const PacketArgs& p) {
+  std::string hex;
+  if (!p.pcap.empty()) {
+    hex = Ctl::hexOf(Ctl::pcapFrame(p.pcap, p.index));
+  } else {
+    std::string words;
+    for (const std::string& w : p.hex) words += w + " ";
+    try {
+      hex = Ctl::frameHex(words);
+    } catch (const std::invalid_argument& e) {
+      std::cerr << "vxrelayctl: " << e.what() << "\n"
+                << "Try 'vxrelayctl --help' for more information.\n";
+      return Cli::kUsageError;
+    }
+  }
   json args = {{"hex", hex}, {"direction", p.direction}};
   if (!p.vti.empty()) args["vti"] = p.vti;
   if (p.vlan >= 0) args["vlan"] = p.vlan, args["port"] = p.port;
   const json answer = request(o, {{"op", "query"}, {"name", "packet"}, {"args", args}})["answer"];
-  if (asJson) {
+  if (p.json) {
     json out = Ctl::envelope(o.agent, true);
     out.update(answer);
     std::cout << out.dump(2) << "\n";
@@ -232,37 +268,9 @@ int main(int argc, char** argv) {
   decode->add_option("files", ringFiles, "ring files (.rl)")->required()->check(CLI::ExistingFile);
 
   PacketArgs packet;
-  CLI::App* tracePacketCmd = traceCmd->add_subcommand(
-      "packet", "what the running agent would do with one frame (nothing is sent)");
-  CLI::Option* hexOpt = tracePacketCmd->add_option(
-      "hex", packet.hex, "the frame in hex; spaces, colons and a leading 0x allowed");
-  tracePacketCmd->add_option("--pcap", packet.pcap, "take the frame from a pcap file")
-      ->check(CLI::ExistingFile)
-      ->excludes(hexOpt);
-  tracePacketCmd->add_option("--index", packet.index, "frame N of the pcap file (from 1)")
-      ->check(CLI::PositiveNumber);
-  tracePacketCmd->add_option("--direction", packet.direction, "auto, r2l or l2r")
-      ->check(CLI::IsMember({"auto", "r2l", "l2r"}))
-      ->capture_default_str();
-  tracePacketCmd->add_option("--vti", packet.vti, "the tunnel interface (default: the first)");
-  tracePacketCmd->add_option("--vlan", packet.vlan,
-                             "a user frame that came in on this VLAN (local-to-remote)");
-  tracePacketCmd->add_option("--port", packet.port, "... and from this port (kernel index)");
-  tracePacketCmd->add_flag("-j,--json", asJson, "as JSON");
+  CLI::App* tracePacketCmd = addTracePacket(*traceCmd, packet);
 
   if (const std::optional<int> done = Cli::parse(app, "vxrelayctl", argc, argv)) return *done;
-  std::string packetHex;
-  if (*tracePacketCmd && packet.pcap.empty()) {
-    std::string words;
-    for (const std::string& w : packet.hex) words += w + " ";
-    try {
-      packetHex = Ctl::frameHex(words);
-    } catch (const std::invalid_argument& e) {
-      std::cerr << "vxrelayctl: " << e.what() << "\n"
-                << "Try 'vxrelayctl --help' for more information.\n";
-      return Cli::kUsageError;
-    }
-  }
   if (o.control.empty()) o.control = Statehub::RuntimeDir::controlSocket(o.agent);
   try {
     if (*counters) return printCounters(o, asJson, all, interval);
@@ -285,10 +293,7 @@ int main(int argc, char** argv) {
       request(o, {{"op", "trace"}, {"set", traceSpec}});
       return 0;
     }
-    if (*tracePacketCmd) {
-      if (!packet.pcap.empty()) packetHex = Ctl::hexOf(Ctl::pcapFrame(packet.pcap, packet.index));
-      return tracePacket(o, packet, packetHex, asJson);
-    }
+    if (*tracePacketCmd) return tracePacket(o, packet);
     if (*decode) {
       std::vector<std::pair<std::string, std::vector<std::string>>> rings;
       for (const std::string& f : ringFiles) {
