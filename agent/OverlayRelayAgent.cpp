@@ -6,6 +6,7 @@
 #include <string>
 
 #include "agent/SharedMemoryCounterStorage.h"
+#include "forwarding/PacketTrace.h"
 #include "forwarding/VtiShow.h"
 #include "platform/loop/ActivityManager.h"
 #include "platform/memtab/MemtabMount.h"
@@ -68,6 +69,8 @@ OverlayRelayAgent::OverlayRelayAgent(const Lum::Name& name)
       cliRequestDirSm_(nullptr) {}
 
 OverlayRelayAgent::~OverlayRelayAgent() {
+  // A host that never ran doCleanup must not keep a question about a gone agent.
+  forgetQueries();
   kernelNetworkInfoRoot_.del();
   kernelNetworkInfoManager_.del();
   vniToVlanMaps_.del();
@@ -191,23 +194,33 @@ void OverlayRelayAgent::doMountsComplete(Statehub::MountStatus status,
   kernelNetworkInfoRoot_.is("kni");
   kernelNetworkInfoManager_.is(nullptr, kernelNetworkInfoRoot_.ptr(), Wire::NamespaceName(""));
 
-  // The operator's questions (vxrelayctl show), answered from the machines as they are.
+  registerQueries(em);
+}
+
+void OverlayRelayAgent::registerQueries(Statehub::EntityManager& em) {
+  // Answered from the machines as they are (vxrelayctl show).
   em.queryIs("interfaces", [this](const nlohmann::json& args) {
     return VtiShow::interfaces(remote2LocalForwarderSm(), local2RemoteForwarderSm(), args);
   });
   em.queryIs("arp", [this](const nlohmann::json&) {
     return VarpShow::arp(virtualArpSm(), arpReplyReplicationSm());
   });
+  // What a frame would meet (vxrelayctl trace packet).
+  em.queryIs("packet", [this](const nlohmann::json& args) {
+    return PacketTrace::answer({remote2LocalForwarderSm(), local2RemoteForwarderSm()}, args);
+  });
+}
+
+void OverlayRelayAgent::forgetQueries() {
+  if (!entityManager()) return;
+  for (const char* name : {"interfaces", "arp", "packet"}) entityManager()->queryDel(name);
 }
 
 void OverlayRelayAgent::doCleanup() {
   LUM_TRACE(trace, 8, "OverlayRelayAgent::doCleanup()");
   RINGLOG(8, "doCleanup");
   // First: the answers read the machines that go next.
-  if (entityManager()) {
-    entityManager()->queryDel("interfaces");
-    entityManager()->queryDel("arp");
-  }
+  forgetQueries();
   local2RemoteForwarderSm_.del();
   remote2LocalForwarderSm_.del();
   virtualArpSm_.del();

@@ -141,6 +141,9 @@ class OverlayRelayAgent : public AgentBase::CAgent {
  private:
   template <class T>
   Lum::Ptr<T> fetch(Statehub::EntityManager& em, std::string_view path);
+  // The operator's questions (show, trace packet) registered with the entity manager.
+  void registerQueries(Statehub::EntityManager& em);
+  void forgetQueries();
 
   Lum::Ptr<const Ip::Status> ipStatusDir_;
   Lum::Ptr<Routing::Fhrp::StatusV4> fhrpStatus_;

@@ -74,8 +74,9 @@ Wire::EthAddr Sm::workingBridgeMac() const {
   return bridgeMac;
 }
 
-void Sm::checkAndRewriteNakedArpRequest(uint8_t* frame, uint32_t l2Offset, VniOrNone vni) {
-  if (!owner_) return;
+bool Sm::checkAndRewriteNakedArpRequest(uint8_t* frame, uint32_t l2Offset, VniOrNone vni,
+                                        bool count) {
+  if (!owner_) return false;
   const Local2RemoteForwarderSm::Inputs& in = owner_->inputs();
   const Wire::EthAddr varpMac =
       in.fhrpVarpMacStatus ? in.fhrpVarpMacStatus->varpVirtualMac() : Wire::EthAddr();
@@ -92,15 +93,16 @@ void Sm::checkAndRewriteNakedArpRequest(uint8_t* frame, uint32_t l2Offset, VniOr
     L2R_TRACE(0, "L2RSm("
                      << " unmodifed naked arp request "
                      << ")");
-    vxlanCounterInc(VxlanCounterId::l2rNakedArpUnmodified, 1);
-    return;
+    if (count) vxlanCounterInc(VxlanCounterId::l2rNakedArpUnmodified, 1);
+    return false;
   }
   L2R_TRACE(0, "L2RSm("
                    << " rewrite source mac in naked arp request " << varpMac << " to bridge mac "
                    << bridgeMac << ")");
   Wire::hdrAt<Wire::EthHdr>(frame)->src = bridgeMac;
   arp->senderHw = bridgeMac;
-  vxlanCounterInc(VxlanCounterId::l2rNakedArpRewritten, 1);
+  if (count) vxlanCounterInc(VxlanCounterId::l2rNakedArpRewritten, 1);
+  return true;
 }
 
 bool Sm::inspectedSenderAllowed(const msghdr& m) {

@@ -1,6 +1,7 @@
 // Destination selection of the local-to-remote machine: the learned host, the flood
 // lists by (MAC, VLAN), the VLAN's multicast group, and the one VTEP of a send-to-any
 // list chosen by BFD state.
+#include "forwarding/DropTables.h"
 #include "forwarding/ForwardingTrace.h"
 #include "forwarding/L2RVtiStatusSm.h"
 
@@ -23,15 +24,30 @@ Lum::Ptr<const BumVtepList> nonEmpty(Lum::Ptr<const BumVtepList> list) {
 
 Lum::Ptr<const BumVtepList> Sm::getRemoteVtepAddr(const Wire::EthAddr& dst, uint32_t vlan,
                                                   uint32_t& hostIp) {
-  const Lum::Ptr<const BumVtepList> list = getHostIPOrVtepList(dst, vlan, hostIp);
-  if (!list || !list->isSendToAny()) return list;
-  hostIp = getVtepSendToAny(list);
+  const Destinations d = destinationsOf(dst, vlan);
+  hostIp = d.hostIp;
+  if (!d.sendToAny) return d.list;
+  if (d.sendToAnyMiss != L2R::kNoCounter) vxlanCounterInc(VxlanCounterId(d.sendToAnyMiss), 1);
   L2R_TRACE(7, " list type is sendToAny, sending to  " << Wire::IpAddr::fromHostOrder(hostIp));
   return nullptr;
 }
 
+Sm::Destinations Sm::destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const {
+  Destinations d;
+  d.list = getHostIPOrVtepList(dst, vlan, d.hostIp, &d.how);
+  if (!d.list || !d.list->isSendToAny()) return d;
+  d.hostIp = getVtepSendToAny(d.list, d.sendToAnyMiss);
+  d.list = nullptr;
+  d.sendToAny = true;
+  d.how = "send-to-any list: the first VTEP whose BFD session is up";
+  return d;
+}
+
 Lum::Ptr<const BumVtepList> Sm::getHostIPOrVtepList(const Wire::EthAddr& dst, uint32_t vlan,
-                                                    uint32_t& hostIp) {
+                                                    uint32_t& hostIp, const char** how) const {
+  const char* unused;
+  const char*& said = how ? *how : unused;
+  said = "no flood list and no learned host";
   L2R_TRACE(8, "() ControllerClient:" << (status() && status()->controllerClientMode()));
   hostIp = 0;
   const BumStatus* bum = vxBumStatus_ ? vxBumStatus_->notifier().ptr() : nullptr;
@@ -47,27 +63,34 @@ Lum::Ptr<const BumVtepList> Sm::getHostIPOrVtepList(const Wire::EthAddr& dst, ui
   if (bum->bumReplicationMode() == BumStatus::kMulticastReplication) {
     if (!dst.isMulticast() && !dst.isBroadcast()) {
       hostIp = learned();
+      said = "the learned host's VTEP";
       if (hostIp != 0) return nullptr;
     }
     // The lists are not consulted in this mode: the group, or nothing.
     hostIp = bum->bumMcastGrp(vlanId).hostOrder();
+    said = "multicast replication: the VLAN's group";
     return nullptr;
   }
 
+  said = "the flood list of the destination MAC";
   if (dst.isMulticast()) {
     if (auto l = nonEmpty(bum->bumVtepList(MacVlanPair(dst, vlanId)))) return l;
+    said = "the flood list of unknown multicast";
     if (auto l = nonEmpty(bum->bumVtepList(MacVlanPair(kUnknownMcastMac, vlanId)))) return l;
   } else if (dst.isBroadcast()) {
     if (auto l = nonEmpty(bum->bumVtepList(MacVlanPair(dst, vlanId)))) return l;
   } else {
     hostIp = learned();
+    said = "the learned host's VTEP";
     if (hostIp != 0) return nullptr;
   }
+  said = "the VLAN's default flood list";
   return bum->bumVtepList(MacVlanPair(kBumMacDefault, vlanId));
 }
 
-uint32_t Sm::getVtepSendToAny(const Lum::Ptr<const BumVtepList>& vteps) {
+uint32_t Sm::getVtepSendToAny(const Lum::Ptr<const BumVtepList>& vteps, uint32_t& miss) const {
   L2R_TRACE(8, "() vteps:" << (vteps ? vteps->remoteVtepAddrSize() : 0));
+  miss = L2R::kNoCounter;
   const VxlanController::VtepStatusDirV2* dir =
       owner_ ? owner_->inputs().vtepStatusDirV2.ptr() : nullptr;
   const Lum::Ptr<VxlanController::VtepStatusV2> vti =
@@ -78,14 +101,14 @@ uint32_t Sm::getVtepSendToAny(const Lum::Ptr<const BumVtepList>& vteps) {
     if (s && (addr == s->localVtepAddr() || addr == s->vArpVtepAddr())) continue;
     if (vti->bfdPeerStatusSize() == 0) {
       L2R_TRACE(9, "Send to any without bfd configured");
-      vxlanCounterInc(VxlanCounterId::l2rNoBfdConfigured, 1);
+      miss = L2R::id(VxlanCounterId::l2rNoBfdConfigured);
       return addr.hostOrder();
     }
     const Lum::Ptr<VxlanController::BfdPeerStatusV2> peer = vti->bfdPeerStatus(addr);
     if (peer && !peer->isDefault() && peer->isUp()) return addr.hostOrder();
   }
   L2R_TRACE(9, "Send to any without any vteps with bfd up");
-  vxlanCounterInc(VxlanCounterId::l2rNoBfdVtepUp, 1);
+  miss = L2R::id(VxlanCounterId::l2rNoBfdVtepUp);
   return 0;
 }
 

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ostream>
 
+#include "forwarding/DropTables.h"
 #include "forwarding/ForwardingTrace.h"
 #include "forwarding/L2RVtiStatusSm.h"
 #include "forwarding/TestMode.h"
@@ -29,39 +30,9 @@ using Id = VxlanCounterId;
 
 // The name the ARP resolver listens on: the switch's vocabulary, it stays as it is.
 constexpr const char* kArpResolverName = "VeltraArpResolver";
-constexpr uint32_t kNoCounter = kVxlanCounterIds;
-
-struct DropRow {
-  Drop why;
-  uint32_t counter;  // +1 per drop, kNoCounter for none
-  int level;
-  // The words are the operators' vocabulary: their filters and scripts look for them,
-  // so they stay as they stand, " max 10000" for a limit of 9999 included.
-  const char* words;
-  const char* after;
-};
-
-// clang-format off
-constexpr DropRow kDropRows[L2R::kDropReasons] = {
-    {Drop::none,           kNoCounter,                                  0, "", ""},
-    {Drop::badLength,      static_cast<uint32_t>(Id::l2rBadLength),     0, " frame check failure, got ", " min 24 max 10000"},
-    {Drop::badType,        kNoCounter,                                  0, " received a frame with unexpected ether type: ", ""},
-    {Drop::badVlan,        static_cast<uint32_t>(Id::l2rBadVlan),       0, " user vlan out of range ", ". Discarding frame"},
-    {Drop::noVni,          static_cast<uint32_t>(Id::l2rNoVni),         0, " no vni for vlan ", ". Discarding frame"},
-    {Drop::peerLink,       static_cast<uint32_t>(Id::l2rPeerLinkDrops), 0, " received on mlag peer link ", ". Discarding frame"},
-    {Drop::arpNotRequired, static_cast<uint32_t>(Id::l2rArpHerDrops),   7, " arp request for an own address not flooded, vlan ", ""},
-    {Drop::readError,      static_cast<uint32_t>(Id::l2rReadErrors),    0, "read error:", ""},
-    {Drop::noDestination,  static_cast<uint32_t>(Id::l2rNoDestination), 7, " no destination, vlan ", ""},
-};
-// clang-format on
-
-constexpr bool rowsInOrder() {
-  for (int i = 0; i < L2R::kDropReasons; ++i) {
-    if (kDropRows[i].why != static_cast<Drop>(i)) return false;
-  }
-  return true;
-}
-static_assert(rowsInOrder());
+// The rows are in DropTables.h, where the packet trace reads them too.
+using L2R::DropRow;
+using L2R::kNoCounter;
 
 struct DropText {
   const DropRow& row;
@@ -79,7 +50,7 @@ std::ostream& operator<<(std::ostream& os, const DropText& t) {
 }  // namespace
 
 void Sm::dropFrame(Drop why, uint32_t detail, int err) {
-  const DropRow& row = kDropRows[static_cast<size_t>(why)];
+  const DropRow& row = L2R::dropRow(why);
   L2R_TRACE(row.level, (DropText{row, detail, err}));
   RINGLOG(row.level, "L2RSm(%s)::handleFrames%s%u errno %d", intfId_.stringValue().view(),
           row.words, detail, err);

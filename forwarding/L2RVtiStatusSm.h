@@ -342,14 +342,34 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   // Destination selection: a flood list, or one address in host order (0: none).
   Lum::Ptr<const BumVtepList> getRemoteVtepAddr(const Wire::EthAddr& dst, uint32_t vlan,
                                                 uint32_t& hostIp);
+  // The same choice, counting nothing: what getRemoteVtepAddr returns, how it was
+  // chosen (words for the packet trace) and the counter it would move for a send-to-any
+  // list without a usable VTEP (L2R::kNoCounter for none).
+  struct Destinations {
+    Lum::Ptr<const BumVtepList> list;
+    uint32_t hostIp = 0;
+    const char* how = "";
+    bool sendToAny = false;
+    uint32_t sendToAnyMiss = kVxlanCounterIds;  // L2R::kNoCounter
+  };
+  Destinations destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const;
+  // `how`, when given, receives the words of the choice.
   Lum::Ptr<const BumVtepList> getHostIPOrVtepList(const Wire::EthAddr& dst, uint32_t vlan,
-                                                  uint32_t& hostIp);
-  uint32_t getVtepSendToAny(const Lum::Ptr<const BumVtepList>& vteps);
+                                                  uint32_t& hostIp,
+                                                  const char** how = nullptr) const;
+  // The one VTEP of a send-to-any list (host order, 0 for none); `miss` the counter of
+  // why none or why without BFD (L2R::kNoCounter when BFD chose it).
+  uint32_t getVtepSendToAny(const Lum::Ptr<const BumVtepList>& vteps, uint32_t& miss) const;
 
   // ARP on the frame path: whether a request is to be flooded, and the rewrite of a
   // flooded one.
   bool arpHERRequired(uint32_t vlan, uint32_t arpTargetIp);
-  void checkAndRewriteNakedArpRequest(uint8_t* frame, uint32_t l2Offset, VniOrNone vni);
+  // Whether the request's sender MAC was replaced; counted unless `count` is false (the
+  // packet trace).
+  bool checkAndRewriteNakedArpRequest(uint8_t* frame, uint32_t l2Offset, VniOrNone vni,
+                                      bool count = true);
+  // The local VTEP address or the virtual one: never sent to.
+  bool ownAddress(Wire::IpAddr addr) const;
   // The bridge MAC a rewritten request carries: the MLAG primary's when the peer is
   // primary and its MAC is known, else this switch's own.
   Wire::EthAddr workingBridgeMac() const;
@@ -376,8 +396,6 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   void budgetSpent(bool hi);
   // The high socket drained: low work may go on (and the batches' frames with it).
   void highPriorityDrained();
-  // The local VTEP address or the virtual one: never sent to.
-  bool ownAddress(Wire::IpAddr addr) const;
   void sendToVtep(uint8_t* hdr, const L2R::Encap& e, int32_t remoteSock, Wire::IpAddr addr);
   static sockaddr_in vtepAddress(const uint8_t* hdr, Wire::IpAddr addr);
   // A send's outcome in the counters and traces; `err` 0 for success.

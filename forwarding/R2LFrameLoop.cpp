@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ostream>
 
+#include "forwarding/DropTables.h"
 #include "forwarding/ForwardingTrace.h"
 #include "forwarding/Remote2LocalForwarderSm.h"
 #include "forwarding/TestMode.h"
@@ -24,42 +25,9 @@ namespace {
 
 using R2L::Drop;
 
-// What a drop's trace line adds behind its words.
-enum class Detail : uint8_t { none, lengthLimit, flags, vni, error };
-
-struct DropRow {
-  Drop why;
-  VxlanCounterId counter;  // +1 per drop
-  bool countBytes;         // r2lFilteredBytes gets the frame's length as well
-  int level;
-  // The words are the operators' vocabulary: their filters and scripts look for them,
-  // so they stay as they stand, "too short" for both length limits included.
-  const char* words;
-  Detail detail;
-};
-
-using Id = VxlanCounterId;
-// clang-format off
-constexpr DropRow kDropRows[R2L::kDropReasons] = {
-    {Drop::none,        Id::r2lSocketErrors,   false, 0, "",                        Detail::none},
-    {Drop::tooShort,    Id::r2lBadLength,      false, 0, "discard too short frame", Detail::lengthLimit},
-    {Drop::empty,       Id::r2lBadLength,      false, 0, "discard empty frame",     Detail::lengthLimit},
-    {Drop::filtered,    Id::r2lFilteredFrames, true,  7, "filter frame",            Detail::none},
-    {Drop::badFlags,    Id::r2lBadFlags,       false, 0, "invalid vxlan flags",     Detail::flags},
-    {Drop::unknownVlan, Id::r2lUnknownVlan,    false, 0, "discard unknown vlan",    Detail::vni},
-    {Drop::readError,   Id::r2lSocketErrors,   false, 0, "read error:",             Detail::error},
-    {Drop::sendError,   Id::r2lSocketErrors,   false, 0, "send error:",             Detail::error},
-};
-// clang-format on
-
-// The table is indexed by the reason: each row must stand at its reason's place.
-constexpr bool rowsInOrder() {
-  for (int i = 0; i < R2L::kDropReasons; ++i) {
-    if (kDropRows[i].why != static_cast<Drop>(i)) return false;
-  }
-  return true;
-}
-static_assert(rowsInOrder());
+// The rows are in DropTables.h, where the packet trace reads them too.
+using R2L::DropRow;
+using Detail = R2L::DropDetail;
 
 // The text behind a drop's words: the detail its row names.
 struct DropText {
@@ -105,7 +73,7 @@ R2L::FrameFilter Remote2LocalForwarderSm::LumVtiStatusSm::frameFilter() const {
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::dropFrame(Drop why, uint32_t len, uint32_t detail,
                                                         int err) {
-  const DropRow& row = kDropRows[static_cast<size_t>(why)];
+  const DropRow& row = R2L::dropRow(why);
   R2L_TRACE(row.level, (DropText{row, why, len, detail, err}));
   RINGLOG(row.level, "R2LSm(%s) %s len %u detail %u errno %d", intfId_.stringValue().view(),
           row.words, len, detail, err);

@@ -12,6 +12,11 @@
 //   vxrelayctl show interface [NAME] [-j] the VTIs (or one): devices, sockets, tables,
 //                                         and why a direction does not forward
 //   vxrelayctl show arp [-j]              pending lists, VRFs, MLAG sync, replication
+//   vxrelayctl trace packet [-j] HEX|--pcap FILE [--index N] [--direction auto|r2l|l2r]
+//              [--vti NAME] [--vlan N [--port IFINDEX]]
+//                                         what the running agent would do with one frame:
+//                                         each decision, the verdict, the counter it moves
+//                                         and the bytes that would leave (nothing is sent)
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
@@ -33,6 +38,8 @@
 #include "tools/cli/CliParse.h"
 #include "tools/ctl/CounterView.h"
 #include "tools/ctl/JsonEnvelope.h"
+#include "tools/ctl/PacketTraceView.h"
+#include "tools/ctl/PcapFrame.h"
 #include "tools/ctl/ShowView.h"
 #include "tools/ctl/TraceView.h"
 
@@ -166,6 +173,68 @@ int clear(const Options& o, const std::string& table) {
   return 0;
 }
 
+// What `trace packet` asks about: the frame and where it is to be traced.
+struct PacketArgs {
+  std::vector<std::string> hex;  // the words of HEX, joined
+  std::string pcap;
+  unsigned index = 1;
+  std::string direction = "auto";
+  std::string vti;
+  int64_t vlan = -1;  // -1: none given
+  uint32_t port = 0;
+  bool json = false;
+};
+
+CLI::App* addTracePacket(CLI::App& trace, PacketArgs& p) {
+  CLI::App* cmd = trace.add_subcommand(
+      "packet", "what the running agent would do with one frame (nothing is sent)");
+  CLI::Option* hex =
+      cmd->add_option("hex", p.hex, "the frame in hex; spaces, colons and a leading 0x allowed");
+  cmd->add_option("--pcap", p.pcap, "take the frame from a pcap file")
+      ->check(CLI::ExistingFile)
+      ->excludes(hex);
+  cmd->add_option("--index", p.index, "frame N of the pcap file (from 1)")
+      ->check(CLI::PositiveNumber);
+  cmd->add_option("--direction", p.direction, "auto, r2l or l2r")
+      ->check(CLI::IsMember({"auto", "r2l", "l2r"}))
+      ->capture_default_str();
+  cmd->add_option("--vti", p.vti, "the tunnel interface (default: the first)");
+  cmd->add_option("--vlan", p.vlan, "a user frame that came in on this VLAN (local-to-remote)");
+  cmd->add_option("--port", p.port, "... and from this port (kernel index)");
+  cmd->add_flag("-j,--json", p.json, "as JSON");
+  return cmd;
+}
+
+// A HEX that is no frame is a usage error, told as Cli::parse tells one.
+int tracePacket(const Options& o, const PacketArgs& p) {
+  std::string hex;
+  if (!p.pcap.empty()) {
+    hex = Ctl::hexOf(Ctl::pcapFrame(p.pcap, p.index));
+  } else {
+    std::string words;
+    for (const std::string& w : p.hex) words += w + " ";
+    try {
+      hex = Ctl::frameHex(words);
+    } catch (const std::invalid_argument& e) {
+      std::cerr << "vxrelayctl: " << e.what() << "\n"
+                << "Try 'vxrelayctl --help' for more information.\n";
+      return Cli::kUsageError;
+    }
+  }
+  json args = {{"hex", hex}, {"direction", p.direction}};
+  if (!p.vti.empty()) args["vti"] = p.vti;
+  if (p.vlan >= 0) args["vlan"] = p.vlan, args["port"] = p.port;
+  const json answer = request(o, {{"op", "query"}, {"name", "packet"}, {"args", args}})["answer"];
+  if (p.json) {
+    json out = Ctl::envelope(o.agent, true);
+    out.update(answer);
+    std::cout << out.dump(2) << "\n";
+  } else {
+    std::cout << Ctl::packetTraceView(answer);
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -180,7 +249,9 @@ int main(int argc, char** argv) {
       "  vxrelayctl state get /mlag/status      an entity as JSON\n"
       "  vxrelayctl trace set VirtualArpSm/0-9  the running agent's trace levels\n"
       "  vxrelayctl show interface Vxlan1       a VTI, and why it does not forward\n"
-      "  vxrelayctl show arp -j                 virtual ARP's state as JSON");
+      "  vxrelayctl show arp -j                 virtual ARP's state as JSON\n"
+      "  vxrelayctl trace packet 001c73000001...  what the agent would do with this frame\n"
+      "  vxrelayctl trace packet --pcap in.pcap --index 3 -j   frame 3 of a capture, as JSON");
   Options o;
   app.add_option("--agent", o.agent, "agent name (names its counter table)")->capture_default_str();
   app.add_option("--control", o.control,
@@ -232,6 +303,8 @@ int main(int argc, char** argv) {
   CLI::App* showIntf = showCmd->add_subcommand("interface", "the VTIs, or one");
   showIntf->add_option("name", vti, "a VTI, e.g. Vxlan1");
   CLI::App* showArp = showCmd->add_subcommand("arp", "virtual ARP and ARP reply replication");
+  PacketArgs packet;
+  CLI::App* tracePacketCmd = addTracePacket(*traceCmd, packet);
 
   if (const std::optional<int> done = Cli::parse(app, "vxrelayctl", argc, argv)) return *done;
   if (o.control.empty()) o.control = Statehub::RuntimeDir::controlSocket(o.agent);
@@ -257,6 +330,7 @@ int main(int argc, char** argv) {
       request(o, {{"op", "trace"}, {"set", traceSpec}});
       return 0;
     }
+    if (*tracePacketCmd) return tracePacket(o, packet);
     if (*decode) {
       std::vector<std::pair<std::string, std::vector<std::string>>> rings;
       for (const std::string& f : ringFiles) {

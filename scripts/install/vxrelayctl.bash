@@ -20,8 +20,9 @@ _vxrelayctl() {
       esac ;;
     trace)
       case $second in
-        "") words="set decode" ;;
+        "") words="set decode packet" ;;
         decode) COMPREPLY=($(compgen -f -- "$cur")); return ;;
+        packet) words="--pcap --index --direction --vti --vlan --port --json" ;;
       esac ;;
   esac
   COMPREPLY+=($(compgen -W "$words" -- "$cur"))

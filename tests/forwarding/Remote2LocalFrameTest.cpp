@@ -1,9 +1,12 @@
 #include <sys/socket.h>
 
 #include <array>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "R2LManagerFixture.h"
+#include "forwarding/PacketTrace.h"
 #include "platform/os/TimeSource.h"
 #include "tests/support/VxlanFrameBuilder.h"
 
@@ -125,6 +128,50 @@ TEST_F(Remote2LocalFrameTest, WritesTheTxRawFormOrDropsWithItsCounters) {
   send(full);
   run();
   EXPECT_EQ(written(), Frames{txRaw(b, 10, 0xffff)});
+}
+
+// Guards the packet trace against drifting from the frame loop: for a written frame and
+// each drop one frame can meet, the trace names the counter that the loop moves for the
+// same frame (beside the receive counters and r2lFilteredBytes), moves none and writes
+// nothing itself, and the frame the loop writes is the trace's output.
+TEST_F(Remote2LocalFrameTest, PacketTraceNamesTheCounterTheLoopMoves) {
+  using F = std::vector<uint8_t>;
+  const auto with = [](auto change) {
+    VxlanFrameBuilder b;
+    change(b);
+    return b.build();
+  };
+  const F full = VxlanFrameBuilder().build();
+  const size_t emptyAt = VxlanFrameBuilder().vxlanOffset() + 22;
+  const std::pair<F, const char*> cases[] = {
+      {full, "none"},
+      {F(full.begin(), full.begin() + 42), "tooShort"},
+      {F(full.begin(), full.begin() + emptyAt), "empty"},
+      {with([](auto& b) { b.dport = 4790; }), "filtered"},
+      {with([](auto& b) { b.vxlanFlags = 0; }), "badFlags"},
+      {with([](auto& b) { b.vni = 77; }), "unknownVlan"},
+  };
+  const std::set<VxlanCounterId> beside = {r2lRxFrames, r2lRxBytes, r2lTxBytes, r2lFilteredBytes};
+  for (const auto& [frame, reason] : cases) {
+    SCOPED_TRACE(reason);
+    const Counts before = counts();
+    const nlohmann::json a = PacketTrace::remoteToLocal(*sm(), frame);
+    EXPECT_EQ(counts(), before);
+    EXPECT_TRUE(written().empty());
+    send(frame);
+    run();
+    std::vector<std::string> loop;
+    for (const auto& [id, n] : moved(before)) {
+      if (!beside.contains(id)) loop.emplace_back(vxlanCounterName(uint16_t(id)));
+    }
+    EXPECT_EQ(a["reason"], reason);
+    EXPECT_EQ(loop, std::vector<std::string>{a["counter"].get<std::string>()});
+    const Frames out = written();
+    ASSERT_EQ(out.size(), a["output"].size());
+    for (size_t i = 0; i < out.size(); ++i) {
+      EXPECT_EQ(a["output"][i]["hex"], TestSupport::hexOf(out[i]));
+    }
+  }
 }
 
 // Time that moves on by `step` each time it is read.

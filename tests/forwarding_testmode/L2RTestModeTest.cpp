@@ -14,11 +14,13 @@
 
 #include <cerrno>
 #include <map>
+#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "forwarding/Local2RemoteForwarderSm.h"
+#include "forwarding/PacketTrace.h"
 #include "forwarding/TestMode.h"
 #include "platform/loop/EventLoop.h"
 #include "platform/os/TimeSource.h"
@@ -486,6 +488,70 @@ TEST_F(L2RTestModeTest, ArpRequestsForOwnAddressesStayAndVirtualHostsGetTheBridg
   mlag->peerMacAddrIs(Wire::EthAddr());
   EXPECT_EQ(rewrite("10.0.0.7"), std::pair(own, own)) << "the primary's MAC is not known";
   EXPECT_EQ(count(Id::l2rNakedArpRewritten), 3u);
+}
+
+// Guards the packet trace against drifting from this direction's frame loop: for a sent
+// frame and each drop one frame can meet, the trace names the counter that the loop
+// moves for the same frame (beside the receive, forward and send counters; none for a
+// foreign type), moves none and sends nothing itself, and the packets the loop sends
+// are the trace's output, in order.
+TEST_F(L2RTestModeTest, PacketTraceNamesTheCounterTheLoopMoves) {
+  Local2RemoteForwarderSm::Inputs in = owner_->inputs();
+  Lum::Ptr<Ip::Status> ipStatus = new Ip::Status("ip");
+  ipStatus->ipIntfStatusIs(Wire::IntfId("Vlan20"))
+      ->activeAddrWithMaskIs(Wire::IpAddrWithMask(ip("10.0.20.1"), 24));
+  in.ipStatusDir = ipStatus;
+  rebuild(in);
+  floodList("00:00:00:00:00:00", {"10.99.0.2", "10.99.0.3"});
+  status_->vlanToVniMapIs(Bridging::VlanId(20), VniOrNone(Vni(5020)));  // and no list
+  sm_->peerLinkIfIndexIs(9);
+  Bytes user = {2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 0, 2, 0x08, 0x00};
+  user.resize(60, 0x33);
+  // An ARP request for 10.0.20.1: an address of this switch.
+  Bytes arp = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 2, 0, 0, 0, 0,
+               2,    0x08, 0x06, 0,    1,    8,    0, 6, 4, 0, 1};
+  arp.insert(arp.end(), {2, 0, 0, 0, 0, 2, 10, 0, 0, 7, 0, 0, 0, 0, 0, 0, 10, 0, 20, 1});
+  const auto local = [](const Bytes& f, uint16_t type, uint32_t vlan, uint32_t port = 0) {
+    return TestSupport::localFrame(f, type, 0, vlan, port);
+  };
+  const Bytes good = local(user, 0x0041, 10);
+  const std::pair<Bytes, const char*> cases[] = {
+      {good, "none"},
+      {Bytes(good.begin(), good.begin() + 23), "badLength"},
+      {local(user, 0x0800, 10), "badType"},
+      {local(user, 0x0041, 4095), "badVlan"},
+      {local(user, 0x0041, 30), "noVni"},
+      {local(user, 0x0041, 10, 9), "peerLink"},
+      {local(arp, 0x0041, 10), "arpNotRequired"},
+      {local(user, 0x0041, 20), "noDestination"},
+  };
+  const std::set<Id> beside = {Id::l2rRxFrames,    Id::l2rRxBytes,  Id::l2rRxHiFrames,
+                               Id::l2rRxHiBytes,   Id::l2rTxFrames, Id::l2rTxBytes,
+                               Id::l2rForwardBytes};
+  for (const auto& [frame, reason] : cases) {
+    SCOPED_TRACE(reason);
+    const std::vector<uint64_t> before = counts();
+    const nlohmann::json a = PacketTrace::localToRemote(*sm_, frame);
+    EXPECT_EQ(counts(), before);
+    EXPECT_TRUE(net_.sent.empty());
+    ASSERT_EQ(::send(net_.peer(sm_->localSockHi()), frame.data(), frame.size(), 0),
+              ssize_t(frame.size()));
+    sm_->handleFileDescriptorHi();
+    std::vector<std::string> loop;
+    const std::vector<uint64_t> after = counts();
+    for (uint16_t i = 0; i < kVxlanCounterIds; ++i) {
+      if (after[i] != before[i] && !beside.contains(Id(i))) loop.emplace_back(vxlanCounterName(i));
+    }
+    EXPECT_EQ(a["reason"], reason);
+    EXPECT_EQ(loop, a["counter"].is_null() ? std::vector<std::string>{}
+                                           : std::vector<std::string>{a["counter"]});
+    ASSERT_EQ(net_.sent.size(), a["output"].size());
+    for (size_t i = 0; i < net_.sent.size(); ++i) {
+      EXPECT_EQ(a["output"][i]["to"], net_.sent[i].to);
+      EXPECT_EQ(a["output"][i]["hex"], TestSupport::hexOf(net_.sent[i].bytes));
+    }
+    net_.sent.clear();
+  }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <string>
 #include <vector>
 
 #include "platform/types/HwPortId.h"
@@ -23,6 +24,13 @@ inline void push16(std::vector<uint8_t>& f, std::initializer_list<uint16_t> vs) 
 inline void push32(std::vector<uint8_t>& f, uint32_t v) {
   push16(f, static_cast<uint16_t>(v >> 16));
   push16(f, static_cast<uint16_t>(v));
+}
+
+// The bytes as plain lower-case hex, as the packet trace writes and takes them.
+inline std::string hexOf(const std::vector<uint8_t>& f) {
+  std::string s;
+  for (uint8_t b : f) s += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 0xf]};
+  return s;
 }
 
 struct VxlanFrameBuilder {
