@@ -62,8 +62,13 @@ json remoteToLocal(const VtiStatus& status, const Remote2LocalForwarderSm::LumVt
   const json sockets = {{"remote", sm->remoteSock() != -1},
                         {"local", sm->localSock() != -1},
                         {"portSink", sm->portSink() != -1}};
-  return direction(remoteToLocalReasons(status, kernel),
-                   sm->remoteSock() != -1 && sm->localSock() != -1, sockets);
+  std::vector<std::string> why = remoteToLocalReasons(status, kernel);
+  // The machine closes both sockets when the source device is missing and looks again
+  // only when the VTI or "txraw" changes, not when that device comes.
+  if (why.empty() && sm->remoteSock() == -1) {
+    why.emplace_back("sockets closed; they open again when the VTI or the device txraw changes");
+  }
+  return direction(std::move(why), sm->remoteSock() != -1 && sm->localSock() != -1, sockets);
 }
 
 json localToRemote(const VtiStatus& status, const Local2RemoteForwarderSm::LumVtiStatusSm* sm) {
