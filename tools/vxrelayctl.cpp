@@ -2,9 +2,9 @@
 //
 //   vxrelayctl counters [-a] [-i N] [-j]  the counter tables, from shared memory
 //   vxrelayctl clear vxlan|varp           zero a table through the command channel
-//   vxrelayctl state get PATH             an entity of the state database, as JSON
+//   vxrelayctl state get [-j] PATH        an entity of the state database, as JSON
 //   vxrelayctl state apply [--strict] FILE  apply a state document (all or nothing)
-//   vxrelayctl state list                 the mounted paths
+//   vxrelayctl state list [-j]            the mounted paths
 //   vxrelayctl trace set LEVELS           the running agent's trace levels, as VXRELAY_TRACE
 //                                         takes them (FACILITY/LEVELS,...)
 //   vxrelayctl trace decode FILE...       trace ring files as text, merged by time
@@ -135,6 +135,38 @@ int applyState(const Options& o, const json& doc, bool strict) {
   for (const auto& p : answer.value("pending", json::array())) {
     std::cerr << "vxrelayctl: warning: nothing mounts " << p.get<std::string>()
               << "; its state is kept\n";
+  }
+  return 0;
+}
+
+// An entity as JSON (its document, as `state apply` takes it), or with `asJson` behind
+// the envelope: {"agent", "time", "running", "path", "state"}.
+int printState(const Options& o, const std::string& path, bool asJson) {
+  const std::string entity = path.starts_with('/') ? path.substr(1) : path;
+  const json state = request(o, {{"op", "get"}, {"path", entity}})["state"];
+  if (!asJson) {
+    std::cout << state.dump(2) << "\n";
+    return 0;
+  }
+  json out = Ctl::envelope(o.agent, true);
+  out["path"] = entity;
+  out["state"] = state;
+  std::cout << out.dump(2) << "\n";
+  return 0;
+}
+
+int printMounts(const Options& o, bool asJson) {
+  const json answer = request(o, {{"op", "list"}});
+  if (asJson) {
+    json out = Ctl::envelope(o.agent, true);
+    out["paths"] = answer["paths"];
+    out["pending"] = answer["pending"];
+    std::cout << out.dump(2) << "\n";
+    return 0;
+  }
+  for (const auto& p : answer["paths"]) std::cout << p.get<std::string>() << "\n";
+  for (const auto& p : answer["pending"]) {
+    std::cout << p.get<std::string>() << " (not mounted; its state is kept)\n";
   }
   return 0;
 }
@@ -284,6 +316,9 @@ int main(int argc, char** argv) {
   bool strict = false;
   apply->add_flag("--strict", strict, "refuse a document with a path that nothing mounts");
   CLI::App* list = state->add_subcommand("list", "the mounted paths, and state kept for others");
+  for (CLI::App* cmd : {get, list}) {
+    cmd->add_flag("-j,--json", asJson, "behind the agent's name, the time and whether it runs");
+  }
 
   CLI::App* traceCmd =
       app.add_subcommand("trace", "the running agent's trace levels, and trace ring files");
@@ -312,20 +347,9 @@ int main(int argc, char** argv) {
     if (*counters) return printCounters(o, asJson, all, interval);
     if (*clearCmd) return clear(o, table);
     if (*showCmd) return show(o, *showIntf ? "interface" : *showArp ? "arp" : "", vti, asJson);
-    if (*get) {
-      const std::string entity = path.starts_with('/') ? path.substr(1) : path;
-      std::cout << request(o, {{"op", "get"}, {"path", entity}})["state"].dump(2) << "\n";
-      return 0;
-    }
+    if (*get) return printState(o, path, asJson);
     if (*apply) return applyState(o, stateDocument(file), strict);
-    if (*list) {
-      const json answer = request(o, {{"op", "list"}});
-      for (const auto& p : answer["paths"]) std::cout << p.get<std::string>() << "\n";
-      for (const auto& p : answer["pending"]) {
-        std::cout << p.get<std::string>() << " (not mounted; its state is kept)\n";
-      }
-      return 0;
-    }
+    if (*list) return printMounts(o, asJson);
     if (*traceSet) {
       request(o, {{"op", "trace"}, {"set", traceSpec}});
       return 0;

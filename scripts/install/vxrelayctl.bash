@@ -4,18 +4,20 @@ _vxrelayctl() {
   local first="" second="" i
   for ((i = 1; i < COMP_CWORD; i++)); do
     case ${COMP_WORDS[i]} in
-      --agent | --control | --cell | -i | --interval) ((i++)) ;;
+      --agent | --control | --cell | -i | --interval | --pcap | --index | --direction | --vti | --vlan | --port) ((i++)) ;;
       -*) ;;
       *) if [ -z "$first" ]; then first=${COMP_WORDS[i]}; elif [ -z "$second" ]; then second=${COMP_WORDS[i]}; fi ;;
     esac
   done
   case $first in
-    "") words="counters clear state trace --agent --control --cell --help --version" ;;
+    "") words="show counters clear state trace --agent --control --cell --help --version" ;;
+    show) [ -z "$second" ] && words="interface arp --json" || words="--json" ;;
     counters) words="--all --interval --json" ;;
     clear) [ -z "$second" ] && words="vxlan varp" ;;
     state)
       case $second in
         "") words="get apply list" ;;
+        get | list) words="--json" ;;
         apply) words="--strict"; COMPREPLY=($(compgen -f -- "$cur")) ;;
       esac ;;
     trace)

@@ -50,6 +50,11 @@ TEST(CommandLine, UsageErrorsVersionAndOptionsAfterTheCommand) {
   EXPECT_EQ(r.err, "vxrelayctl: warning: nothing mounts no/such/path; its state is kept\n");
   EXPECT_NE(host.ctl({"state", "list"}).out.find("no/such/path (not mounted; its state is kept)"),
             std::string::npos);
+  const json listed = json::parse(host.ctl({"state", "list", "-j"}).out);
+  EXPECT_EQ(listed["agent"], host.name());
+  EXPECT_EQ(listed["pending"], json::array({"no/such/path"}));
+  EXPECT_EQ(json::parse(host.ctl({"state", "get", "-j", "/mlag/status"}).out)["path"],
+            "mlag/status");
   r = host.ctl({"clear", "varp"});
   EXPECT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(r.out.rfind("cleared the varp counters", 0), 0u) << r.out;
