@@ -13,6 +13,15 @@
 
 namespace Vxlan {
 
+// A drop table is indexed by its reason: each row must stand at its reason's place.
+template <class Row, size_t N>
+constexpr bool rowsInOrder(const Row (&rows)[N]) {
+  for (size_t i = 0; i < N; ++i) {
+    if (static_cast<size_t>(rows[i].why) != i) return false;
+  }
+  return true;
+}
+
 namespace R2L {
 
 // What a drop's trace line adds behind its words.
@@ -45,14 +54,7 @@ inline constexpr DropRow kDropRows[kDropReasons] = {
 };
 // clang-format on
 
-// The table is indexed by the reason: each row must stand at its reason's place.
-constexpr bool rowsInOrder() {
-  for (int i = 0; i < kDropReasons; ++i) {
-    if (kDropRows[i].why != static_cast<Drop>(i)) return false;
-  }
-  return true;
-}
-static_assert(rowsInOrder());
+static_assert(rowsInOrder(kDropRows));
 
 inline const DropRow& dropRow(Drop why) {
   return kDropRows[static_cast<size_t>(why)];
@@ -94,13 +96,7 @@ inline constexpr DropRow kDropRows[kDropReasons] = {
 };
 // clang-format on
 
-constexpr bool rowsInOrder() {
-  for (int i = 0; i < kDropReasons; ++i) {
-    if (kDropRows[i].why != static_cast<Drop>(i)) return false;
-  }
-  return true;
-}
-static_assert(rowsInOrder());
+static_assert(rowsInOrder(kDropRows));
 
 inline const DropRow& dropRow(Drop why) {
   return kDropRows[static_cast<size_t>(why)];
