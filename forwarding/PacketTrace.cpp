@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
-#include <sstream>
+
 #include <string>
 #include <vector>
+#include "platform/core/TypeRegistry.h"
 
 #include "forwarding/DropTables.h"
 #include "forwarding/Local2RemoteForwarderSm.h"
@@ -23,13 +24,6 @@ using nlohmann::json;
 using Bytes = std::vector<uint8_t>;
 using R2LSm = Remote2LocalForwarderSm::LumVtiStatusSm;
 using L2RSm = Local2RemoteForwarderSm::LumVtiStatusSm;
-
-template <class T>
-std::string text(const T& v) {
-  std::ostringstream os;
-  os << v;
-  return os.str();
-}
 
 // 0x and four hex digits (or `digits`).
 std::string hex16(uint32_t v, int digits = 4) {
@@ -131,10 +125,11 @@ Outer outerOf(const Bytes& f) {
 // Step 4 of decapFrame in words: which of its conditions the datagram fails, or "".
 std::string filterFailure(const Outer& o, const R2L::FrameFilter& f) {
   if (o.ethType != Wire::kEthTypeIpv4) return "Ethernet type " + hex16(o.ethType) + " is not IPv4";
-  if (o.saddr == f.localVtep) return "the source " + text(o.saddr) + " is our own VTEP address";
+  if (o.saddr == f.localVtep)
+    return "the source " + Lum::toText(o.saddr) + " is our own VTEP address";
   if (o.daddr != f.floodGroup && o.daddr != f.localVtep) {
-    return "the destination " + text(o.daddr) + " is neither our VTEP address " +
-           text(f.localVtep) + " nor the flood group " + text(f.floodGroup);
+    return "the destination " + Lum::toText(o.daddr) + " is neither our VTEP address " +
+           Lum::toText(f.localVtep) + " nor the flood group " + Lum::toText(f.floodGroup);
   }
   if (o.dport != f.udpPort) {
     return "UDP port " + std::to_string(o.dport) + " is not ours (" + std::to_string(f.udpPort) +
@@ -144,7 +139,7 @@ std::string filterFailure(const Outer& o, const R2L::FrameFilter& f) {
 }
 
 std::string toWhom(const Outer& o, const R2L::FrameFilter& f) {
-  return (o.daddr == f.localVtep ? "our VTEP address " : "the flood group ") + text(o.daddr);
+  return (o.daddr == f.localVtep ? "our VTEP address " : "the flood group ") + Lum::toText(o.daddr);
 }
 
 // The words of check `why` of decapFrame, passed or failed.
@@ -161,14 +156,14 @@ std::string r2lWords(R2L::Drop why, bool passed, const Outer& o, const R2L::Deca
                     : n + ", not longer than " + std::to_string(d.detail) +
                           ": no room for a VXLAN header and an inner Ethernet header";
     case R2L::Drop::filtered:
-      return passed ? "IPv4/UDP from " + text(o.saddr) + " to " + toWhom(o, f) + ", port " +
+      return passed ? "IPv4/UDP from " + Lum::toText(o.saddr) + " to " + toWhom(o, f) + ", port " +
                           std::to_string(o.dport)
                     : filterFailure(o, f);
     case R2L::Drop::badFlags:
       return "flags " + hex16(o.flags, 2) +
              (passed ? " carry the VNI-valid bit" : " lack the VNI-valid bit (0x08)");
     case R2L::Drop::unknownVlan:
-      return passed ? "VNI " + std::to_string(d.detail) + " is VLAN " + text(d.vlan)
+      return passed ? "VNI " + std::to_string(d.detail) + " is VLAN " + Lum::toText(d.vlan)
                     : "no VLAN for VNI " + std::to_string(d.detail);
     default:
       return "";
@@ -205,13 +200,13 @@ json r2lAnswer(const R2LSm& sm, const Bytes& frame, json out) {
   out["vni"] = d.detail;
   out["vlan"] = d.vlan.vlanId().value();
   step(out, "rewrite", true,
-       "the txraw header: VLAN " + text(d.vlan) + ", port id " + hex16(f.portId.value()));
-  forwarded(out, VxlanCounterId::r2lTxFrames, "to txraw, VLAN " + text(d.vlan));
+       "the txraw header: VLAN " + Lum::toText(d.vlan) + ", port id " + hex16(f.portId.value()));
+  forwarded(out, VxlanCounterId::r2lTxFrames, "to txraw, VLAN " + Lum::toText(d.vlan));
   out["destinations"].push_back("txraw");
   out["output"].push_back(
       {{"to", "txraw"}, {"length", d.length}, {"hex", hexOf(buf.data() + d.offset, d.length)}});
   if (sm.localSock() == -1) {
-    out["notes"].push_back("the sockets of " + text(sm.intfId()) +
+    out["notes"].push_back("the sockets of " + Lum::toText(sm.intfId()) +
                            " are closed: the agent reads no frame on it now");
   }
   return out;
@@ -266,8 +261,9 @@ std::string l2rWords(L2R::Drop why, bool passed, const L2R::Encap& e, const Byte
                                : "source port index " + std::to_string(e.srcIfIndex) +
                                      " is not the MLAG peer link";
     case L2R::Drop::arpNotRequired:
-      if (!passed) return "ARP request for " + text(arp.target) + ", an address of this switch";
-      return "ARP request for " + text(arp.target) + ", not an address of this switch" +
+      if (!passed)
+        return "ARP request for " + Lum::toText(arp.target) + ", an address of this switch";
+      return "ARP request for " + Lum::toText(arp.target) + ", not an address of this switch" +
              (arp.rewritten ? "; its sender MAC becomes the bridge MAC" : "");
     default:
       return "";
@@ -317,7 +313,8 @@ bool destinationSteps(json& out, const L2RSm& sm, const L2R::Encap& e, L2R::Fram
     out["notes"].push_back("the send-to-any choice counts " +
                            std::string(vxlanCounterName(uint16_t(d.sendToAnyMiss))));
   }
-  std::string words = text(dst) + " on VLAN " + std::to_string(e.vlan) + ": " + d.how + " ->";
+  std::string words =
+      Lum::toText(dst) + " on VLAN " + std::to_string(e.vlan) + ": " + d.how + " ->";
   if (chosen.empty()) {
     step(out, "destinations", false, words + " none");
     const L2R::DropRow& row = L2R::dropRow(L2R::Drop::noDestination);
@@ -326,15 +323,15 @@ bool destinationSteps(json& out, const L2RSm& sm, const L2R::Encap& e, L2R::Fram
   }
   uint8_t* hdr = buf.bytes() + e.offset;
   for (Wire::IpAddr addr : chosen) {
-    words += " " + text(addr);
+    words += " " + Lum::toText(addr);
     if (sm.ownAddress(addr)) {
       words += " (our own: skipped)";
       continue;
     }
     L2R::destinationIs(hdr, addr);
-    out["destinations"].push_back(text(addr));
+    out["destinations"].push_back(Lum::toText(addr));
     out["output"].push_back(
-        {{"to", text(addr)}, {"length", e.length}, {"hex", hexOf(hdr, e.length)}});
+        {{"to", Lum::toText(addr)}, {"length", e.length}, {"hex", hexOf(hdr, e.length)}});
   }
   step(out, "destinations", true, words);
   return true;
@@ -407,14 +404,14 @@ Wire::IntfId vtiOf(const VtiStatusDir* dir, const json& args) {
   }
   if (!args.contains("vti")) return dir->vtiStatusIterator().key();
   const Wire::IntfId id(args["vti"].get<std::string>());
-  if (!dir->vtiStatus(id)) throw Lum::Exception("no VXLAN tunnel interface " + text(id));
+  if (!dir->vtiStatus(id)) throw Lum::Exception("no VXLAN tunnel interface " + Lum::toText(id));
   return id;
 }
 
 json base(const Wire::IntfId& vti, bool l2r, const std::string& why, size_t length) {
-  return {{"vti", text(vti)},      {"direction", l2r ? "l2r" : "r2l"}, {"directionWhy", why},
-          {"length", length},      {"steps", json::array()},           {"vni", nullptr},
-          {"vlan", nullptr},       {"destinations", json::array()},    {"output", json::array()},
+  return {{"vti", Lum::toText(vti)}, {"direction", l2r ? "l2r" : "r2l"}, {"directionWhy", why},
+          {"length", length},        {"steps", json::array()},           {"vni", nullptr},
+          {"vlan", nullptr},         {"destinations", json::array()},    {"output", json::array()},
           {"notes", json::array()}};
 }
 
@@ -436,14 +433,15 @@ json answer(const Machines& m, const json& args) {
   const VtiStatusDir* dir = m.r2l->vtiStatusDir().ptr();
   const Wire::IntfId vti = vtiOf(dir, args);
   if (dir->vtiStatus(vti)->operStatus() != Interface::IntfOperStatus::intfOperUp) {
-    throw Lum::Exception(text(vti) + " is not up: the agent forwards nothing on it");
+    throw Lum::Exception(Lum::toText(vti) + " is not up: the agent forwards nothing on it");
   }
   const Lum::Ptr<R2LSm> r2l = m.r2l->vtiStatusSm(vti);
   const Lum::Ptr<L2RSm> l2r = m.l2r->vtiStatusSm(vti);
   Bytes frame = bytesOfHex(args["hex"].get<std::string>());
   bool toRemote = false;
   const std::string why = directionOf(args, frame, r2l.ptr(), toRemote);
-  if (toRemote ? !l2r : !r2l) throw Lum::Exception(text(vti) + " has no forwarding machine yet");
+  if (toRemote ? !l2r : !r2l)
+    throw Lum::Exception(Lum::toText(vti) + " has no forwarding machine yet");
   if (toRemote && args.contains("vlan")) {
     frame = localFrameOf(frame, args["vlan"].get<uint32_t>(), args.value("port", 0u));
   }

@@ -1,6 +1,6 @@
 #include "forwarding/VtiShow.h"
 
-#include <sstream>
+#include "platform/core/TypeRegistry.h"
 
 #include "forwarding/TestMode.h"
 
@@ -14,13 +14,6 @@ namespace {
 // forwarding plane's vocabulary, and they stay as they stand.
 constexpr const char* kTxRaw = "txraw";
 constexpr const char* kVxlanDevice = "vxlan";
-
-template <class T>
-std::string text(const T& value) {
-  std::ostringstream os;
-  os << value;
-  return os.str();
-}
 
 Lum::Ptr<KernelNetworkInfo::Interface> deviceOf(const KernelNetworkInfo::Root* kernel,
                                                 std::string_view name) {
@@ -98,8 +91,8 @@ json floodLists(const BumStatus* bum) {
   if (!bum) return out;
   for (auto it = bum->bumVtepListIterator(); it; ++it) {
     json vteps = json::array();
-    for (const auto& [addr, member] : it->remoteVtepAddr()) vteps.push_back(text(addr));
-    out.push_back({{"mac", text(it.key().mac())},
+    for (const auto& [addr, member] : it->remoteVtepAddr()) vteps.push_back(Lum::toText(addr));
+    out.push_back({{"mac", Lum::toText(it.key().mac())},
                    {"vlan", it.key().vlanId().value()},
                    {"sendToAny", it->isSendToAny()},
                    {"vteps", vteps}});
@@ -111,9 +104,9 @@ json learnedHosts(const FdbStatus* fdb) {
   json out = json::array();
   if (!fdb) return out;
   for (auto it = fdb->learnedHostIterator(); it; ++it) {
-    out.push_back({{"mac", text(it.key().mac())},
+    out.push_back({{"mac", Lum::toText(it.key().mac())},
                    {"vlan", it.key().vlanId().value()},
-                   {"vtep", text(it->remoteVtepAddr())}});
+                   {"vtep", Lum::toText(it->remoteVtepAddr())}});
   }
   return out;
 }
@@ -126,11 +119,11 @@ json multicast(const VtiStatus& status, const Remote2LocalForwarderSm* r2l,
   const Routing::Igmp::Application::Config* igmp = r2l ? r2l->igmpConfig().ptr() : nullptr;
   if (igmp && !status.srcIpIntf().empty()) {
     if (const auto entry = igmp->intfConfig(Wire::IntfId(status.srcIpIntf().stringValue()))) {
-      for (const auto& [sg, on] : entry->group()) joined.push_back(text(sg.group()));
+      for (const auto& [sg, on] : entry->group()) joined.push_back(Lum::toText(sg.group()));
     }
   }
   const Wire::IpAddr flood = sm ? sm->floodMcastGrp() : Wire::IpAddr();
-  return {{"floodGroup", flood.isZero() ? json() : json(text(flood))}, {"joined", joined}};
+  return {{"floodGroup", flood.isZero() ? json() : json(Lum::toText(flood))}, {"joined", joined}};
 }
 
 json vti(const VtiStatus& status, const Remote2LocalForwarderSm* r2l,
@@ -149,7 +142,7 @@ json vti(const VtiStatus& status, const Remote2LocalForwarderSm* r2l,
   const BumStatus* bum = l2rSm ? l2rSm->bumStatus() : nullptr;
   return {{"name", id.view()},
           {"operUp", status.operStatus() == Interface::IntfOperStatus::intfOperUp},
-          {"localVtepAddr", text(status.localVtepAddr())},
+          {"localVtepAddr", Lum::toText(status.localVtepAddr())},
           {"srcIpIntf", status.srcIpIntf().view()},
           {"udpPort", status.udpPort()},
           {"controllerClientMode", status.controllerClientMode()},

@@ -1,6 +1,6 @@
 #include "varp/VarpShow.h"
 
-#include <sstream>
+#include "platform/core/TypeRegistry.h"
 
 namespace Vxlan::VarpShow {
 
@@ -8,20 +8,13 @@ using nlohmann::json;
 
 namespace {
 
-template <class T>
-std::string text(const T& value) {
-  std::ostringstream os;
-  os << value;
-  return os.str();
-}
-
 json pendingLists(const VirtualArpSm& varp) {
   json out = json::array();
   for (const auto& [key, list] : varp.arpRewritePendingLists()) {
     json macs = json::array();
-    for (const auto& [mac, member] : list->reqMacAddr()) macs.push_back(text(mac));
+    for (const auto& [mac, member] : list->reqMacAddr()) macs.push_back(Lum::toText(mac));
     out.push_back({{"vni", key.vni.value()},
-                   {"ip", text(key.ip)},
+                   {"ip", Lum::toText(key.ip)},
                    {"timeLeft", list->timeLeft()},
                    {"macs", macs}});
   }
@@ -52,16 +45,17 @@ json mlagSync(const VirtualArpSm& varp) {
   for (auto it = varp.vtiStatusSmIterator(); it; ++it) {
     const Wire::UdpPam* pam = it->arpSyncUdpPam();
     if (!pam) continue;
-    vtis.push_back({{"name", it.key().view()},
-                    {"syncing", pam->mode() == VirtualArpSm::LumVtiStatusSm::kSyncMode},
-                    {"socketOpen", pam->fileDesc() >= 0},
-                    {"local", {{"port", pam->rxPortLocal()}}},
-                    {"peer", {{"address", text(pam->txDstIpAddr())}, {"port", pam->txPort()}}}});
+    vtis.push_back(
+        {{"name", it.key().view()},
+         {"syncing", pam->mode() == VirtualArpSm::LumVtiStatusSm::kSyncMode},
+         {"socketOpen", pam->fileDesc() >= 0},
+         {"local", {{"port", pam->rxPortLocal()}}},
+         {"peer", {{"address", Lum::toText(pam->txDstIpAddr())}, {"port", pam->txPort()}}}});
   }
   return {{"mlagState", mlag ? static_cast<uint32_t>(mlag->mlagState()) : 0},
           {"active", mlag && Mlag::isMlagActive(mlag->mlagState())},
           {"peerLinkIntf", mlag ? std::string(mlag->peerLinkIntf().view()) : std::string()},
-          {"peerAddress", config ? text(config->peerAddress()) : std::string("0.0.0.0")},
+          {"peerAddress", config ? Lum::toText(config->peerAddress()) : std::string("0.0.0.0")},
           {"vtis", vtis}};
 }
 
