@@ -57,24 +57,39 @@ void RuntimeDir::ensure(const std::string& path, std::optional<gid_t> group) {
 AgentLock::AgentLock(const std::string& folder, std::string_view agentName)
     : path_(folder + "/" + std::string(agentName) + ".lock") {
   Lum::SysCalls& sys = Lum::sysCalls();
-  fd_ = sys.open(path_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-  if (fd_ < 0) throw Lum::ErrnoException(errno, "open lock " + path_);
-  if (sys.flock(fd_, LOCK_EX | LOCK_NB) != 0) {
-    const int err = errno;
+  // The holder removes the file when it ends. A host that opened it just before then
+  // holds a lock on a file no longer at the path: it finds that out by comparing the
+  // two and takes the file that is there now, so that two hosts never both hold one.
+  for (;;) {
+    fd_ = sys.open(path_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd_ < 0) throw Lum::ErrnoException(errno, "open lock " + path_);
+    if (sys.flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+      const int err = errno;
+      sys.close(fd_);
+      fd_ = -1;
+      if (err == EWOULDBLOCK) {
+        throw Lum::Exception("agent " + std::string(agentName) + " is already running (" + path_ +
+                             " is held)");
+      }
+      throw Lum::ErrnoException(err, "lock " + path_);
+    }
+    struct stat held {};
+    struct stat there {};
+    if (sys.fstat(fd_, &held) == 0 && sys.lstat(path_.c_str(), &there) == 0 &&
+        held.st_dev == there.st_dev && held.st_ino == there.st_ino) {
+      return;
+    }
     sys.close(fd_);
     fd_ = -1;
-    if (err == EWOULDBLOCK) {
-      throw Lum::Exception("agent " + std::string(agentName) + " is already running (" + path_ +
-                           " is held)");
-    }
-    throw Lum::ErrnoException(err, "lock " + path_);
   }
 }
 
 AgentLock::~AgentLock() {
-  // The file stays: removing it would let a third host lock a new file while a second
-  // one still waits on the old.
-  if (fd_ >= 0) Lum::sysCalls().close(fd_);
+  // Removed while still held (see the constructor), so that a folder does not fill with
+  // the locks of every agent name ever run.
+  if (fd_ < 0) return;
+  Lum::sysCalls().unlink(path_.c_str());
+  Lum::sysCalls().close(fd_);
 }
 
 }  // namespace Statehub

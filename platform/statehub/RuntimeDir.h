@@ -5,7 +5,8 @@
 //                              /tmp/vxrelay-<uid> for anyone else
 //     <agent>.sock             the control socket of agent <agent>, mode 0600
 //                              (0660 with an operators' group)
-//     <agent>.lock             held (flock) for as long as the host of <agent> runs
+//     <agent>.lock             held (flock) for as long as the host of <agent> runs,
+//                              removed when it ends
 //
 // The folder belongs to the host's user and is closed to others (0700, or 0750 when an
 // operators' group may use the socket). A folder that is a link, belongs to someone

@@ -107,6 +107,11 @@ TEST_F(HostAccessTest, SecondHostOfANameIsRefused) {
                 Statehub::RuntimeDir::defaultPath() + "/" + first.name() + ".lock is held)\n");
   EXPECT_TRUE(first.child().running());
   EXPECT_EQ(first.ctl({"state", "get", "interface/status/eth/vxlan"}).exitCode, 0);
+  // The refused host leaves the lock alone; the holder removes it as it ends.
+  const std::string lock = Statehub::RuntimeDir::defaultPath() + "/" + first.name() + ".lock";
+  EXPECT_TRUE(std::filesystem::exists(lock));
+  first.child().stop();
+  EXPECT_FALSE(std::filesystem::exists(lock));
 }
 
 }  // namespace

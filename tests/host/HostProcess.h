@@ -70,7 +70,10 @@ class Host {
     child_.emplace(args, dir_.file("host.out"), env, dir_.file("host.err"));
   }
   ~Host() {
-    child_.reset();  // killed before its table goes, so that it cannot make it again
+    // Ended (SIGTERM, so that it removes its socket and lock; SIGKILL if it lingers)
+    // before its table goes, so that it cannot make it again.
+    child_->stop();
+    child_.reset();
     ::shm_unlink(counterObject_.c_str());
   }
 
