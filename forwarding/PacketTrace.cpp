@@ -6,7 +6,6 @@
 
 #include <string>
 #include <vector>
-#include "platform/core/TypeRegistry.h"
 
 #include "forwarding/DropTables.h"
 #include "forwarding/Local2RemoteForwarderSm.h"
@@ -15,6 +14,8 @@
 #include "frames/LocalFrameHdr.h"
 #include "frames/VxlanDatagram.h"
 #include "platform/core/Exception.h"
+#include "platform/core/TypeRegistry.h"
+#include "platform/types/ValueText.h"
 
 namespace Vxlan::PacketTrace {
 
@@ -30,17 +31,6 @@ std::string hex16(uint32_t v, int digits = 4) {
   char buf[16];
   std::snprintf(buf, sizeof buf, "0x%0*x", digits, v);
   return buf;
-}
-
-std::string hexOf(const uint8_t* p, size_t n) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string s;
-  s.reserve(2 * n);
-  for (size_t i = 0; i < n; ++i) {
-    s += kDigits[p[i] >> 4];
-    s += kDigits[p[i] & 0xf];
-  }
-  return s;
 }
 
 // Plain hex, two digits a byte: the tool takes the operator's spaces, colons and 0x out.
@@ -203,8 +193,9 @@ json r2lAnswer(const R2LSm& sm, const Bytes& frame, json out) {
        "the txraw header: VLAN " + Lum::toText(d.vlan) + ", port id " + hex16(f.portId.value()));
   forwarded(out, VxlanCounterId::r2lTxFrames, "to txraw, VLAN " + Lum::toText(d.vlan));
   out["destinations"].push_back("txraw");
-  out["output"].push_back(
-      {{"to", "txraw"}, {"length", d.length}, {"hex", hexOf(buf.data() + d.offset, d.length)}});
+  out["output"].push_back({{"to", "txraw"},
+                           {"length", d.length},
+                           {"hex", Lum::hexText(buf.data() + d.offset, d.length)}});
   if (sm.localSock() == -1) {
     out["notes"].push_back("the sockets of " + Lum::toText(sm.intfId()) +
                            " are closed: the agent reads no frame on it now");
@@ -331,7 +322,7 @@ bool destinationSteps(json& out, const L2RSm& sm, const L2R::Encap& e, L2R::Fram
     L2R::destinationIs(hdr, addr);
     out["destinations"].push_back(Lum::toText(addr));
     out["output"].push_back(
-        {{"to", Lum::toText(addr)}, {"length", e.length}, {"hex", hexOf(hdr, e.length)}});
+        {{"to", Lum::toText(addr)}, {"length", e.length}, {"hex", Lum::hexText(hdr, e.length)}});
   }
   step(out, "destinations", true, words);
   return true;

@@ -35,6 +35,7 @@
 #include "platform/statehub/DocumentText.h"
 #include "platform/statehub/RuntimeDir.h"
 #include "platform/trace/RingLog.h"
+#include "platform/types/ValueText.h"
 #include "tools/cli/CliParse.h"
 #include "tools/ctl/CounterView.h"
 #include "tools/ctl/JsonEnvelope.h"
@@ -241,7 +242,8 @@ CLI::App* addTracePacket(CLI::App& trace, PacketArgs& p) {
 int tracePacket(const Options& o, const PacketArgs& p) {
   std::string hex;
   if (!p.pcap.empty()) {
-    hex = Ctl::hexOf(Ctl::pcapFrame(p.pcap, p.index));
+    const std::vector<uint8_t> frame = Ctl::pcapFrame(p.pcap, p.index);
+    hex = Lum::hexText(frame.data(), frame.size());
   } else {
     std::string words;
     for (const std::string& w : p.hex) words += w + " ";

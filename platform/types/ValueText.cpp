@@ -45,4 +45,14 @@ void appendEscaped(std::string& out, std::string_view text, std::string_view quo
   }
 }
 
+std::string hexText(const uint8_t* bytes, size_t n) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string s(2 * n, '0');
+  for (size_t i = 0; i < n; ++i) {
+    s[2 * i] = kDigits[bytes[i] >> 4];
+    s[2 * i + 1] = kDigits[bytes[i] & 0xf];
+  }
+  return s;
+}
+
 }  // namespace Lum

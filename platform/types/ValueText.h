@@ -23,6 +23,10 @@ std::optional<uint64_t> parseDecimal(std::string_view text);
 
 [[noreturn]] void throwMalformedText(std::string_view typeName, std::string_view text);
 
+// `n` bytes as plain lower-case hex, two digits a byte, nothing between them: how frames
+// travel as text between the operator's tool and the agent.
+std::string hexText(const uint8_t* bytes, size_t n);
+
 // Appends `text` to `out` with each control or non-ASCII byte written as "\xNN" (and
 // so never a NUL), and each byte of `quoted` preceded by a backslash.
 void appendEscaped(std::string& out, std::string_view text, std::string_view quoted = {});

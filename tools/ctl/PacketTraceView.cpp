@@ -65,16 +65,6 @@ std::string frameHex(std::string_view text) {
   return hex;
 }
 
-std::string hexOf(const std::vector<uint8_t>& bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string s;
-  for (uint8_t b : bytes) {
-    s += kDigits[b >> 4];
-    s += kDigits[b & 0xf];
-  }
-  return s;
-}
-
 std::string packetTraceView(const json& a) {
   const bool l2r = a.value("direction", "") == "l2r";
   std::string out = a.value("vti", "") + ": " + std::to_string(a.value("length", 0)) + " bytes, " +

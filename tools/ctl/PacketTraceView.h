@@ -23,9 +23,6 @@ namespace Ctl {
 // std::invalid_argument saying what is wrong (a stray character, an odd count, none).
 std::string frameHex(std::string_view text);
 
-// Plain hex of raw bytes (a frame read from a pcap file).
-std::string hexOf(const std::vector<uint8_t>& bytes);
-
 // The whole text, lines ending in "\n".
 std::string packetTraceView(const nlohmann::json& answer);
 
