@@ -358,10 +358,8 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   void dump_buf(const char* label, const uint8_t* buf, uint32_t len);
   // What the frame path checks a frame against, as it stands now.
   R2L::FrameFilter frameFilter() const;
-  // For the operator's view (VtiShow): the VTI's VNI table, and whether the kernel
-  // reported "txraw" gone.
+  // For the operator's view (VtiShow): the VTI's VNI table.
   const VniToVlanMap* vniToVlanMap() const { return vniToVlanMapOfVti(); }
-  bool txRawGone() const { return txRawGone_; }
 
   // Replaces localSock with a new socket on the device "txraw".
   void createLocalSocket();
