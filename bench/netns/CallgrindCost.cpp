@@ -21,7 +21,9 @@ std::pair<std::string, std::string> functionRef(const std::string& rest) {
 }
 
 // Sums the calls to `function` and their inclusive cost (the first event, Ir) over the
-// call records of a callgrind output file:
+// call records of a callgrind output file, counting only calls from functions that do
+// not match themselves: a part the compiler split off a function ("[clone .part.0]")
+// matches the name too, and its cost is already in the call of the whole.
 //   cfn=(id) [name]
 //   calls=<count> <target position>
 //   <source position> <inclusive Ir> ...
@@ -29,6 +31,7 @@ CallCost parseCalls(std::istream& in, const std::string& function) {
   std::map<std::string, std::string> names;
   std::set<std::string> matching;
   CallCost cost;
+  std::string caller;
   std::string callee;
   std::string line;
   while (std::getline(in, line)) {
@@ -36,10 +39,12 @@ CallCost parseCalls(std::istream& in, const std::string& function) {
     if (call || line.starts_with("fn=")) {
       const auto [key, fnName] = functionRef(line.substr(call ? 4 : 3));
       if (!fnName.empty() && fnName.find(function) != std::string::npos) matching.insert(key);
-      if (call) callee = key;
+      (call ? callee : caller) = key;
       continue;
     }
-    if (!line.starts_with("calls=") || !matching.contains(callee)) continue;
+    if (!line.starts_with("calls=") || !matching.contains(callee) || matching.contains(caller)) {
+      continue;
+    }
     cost.calls += std::stoull(line.substr(6));
     std::string costLine;
     if (!std::getline(in, costLine)) break;

@@ -106,15 +106,22 @@ void traceHelper(const TraceFacility& facility, std::string_view text, int level
 }  // namespace Lum
 
 // `message` is a stream expression (`"a " << x << " b"`); it is built only when the level
-// is on or a coverage stream is set.
-#define LUM_TRACE(facility, level, message)                                                 \
-  do {                                                                                      \
-    const ::Lum::TraceFacility& lumTraceFacility_ = (facility);                             \
-    const int lumTraceLevel_ = (level);                                                     \
-    if (lumTraceFacility_.enabled(lumTraceLevel_) || ::Lum::coverageStream() != nullptr) {  \
-      std::ostringstream lumTraceText_;                                                     \
-      lumTraceText_ << message;                                                             \
-      ::Lum::traceHelper(lumTraceFacility_, lumTraceText_.view(), lumTraceLevel_, __FILE__, \
-                         __LINE__, __func__);                                               \
-    }                                                                                       \
+// is on or a coverage stream is set. The building lives in a cold lambda of its own, so
+// the function holding the statement pays for a disabled trace with one test and
+// branch, and not with the stream's stack frame and saved registers on every call.
+#define LUM_TRACE(facility, level, message)                                                   \
+  do {                                                                                        \
+    const ::Lum::TraceFacility& lumTraceFacility_ = (facility);                               \
+    const int lumTraceLevel_ = (level);                                                       \
+    if (lumTraceFacility_.enabled(lumTraceLevel_) || ::Lum::coverageStream() != nullptr)      \
+        [[unlikely]] {                                                                        \
+      const char* lumTraceFunction_ = __func__;                                               \
+      [&]() __attribute__((cold, noinline)) {                                                 \
+        std::ostringstream lumTraceText_;                                                     \
+        lumTraceText_ << message;                                                             \
+        ::Lum::traceHelper(lumTraceFacility_, lumTraceText_.view(), lumTraceLevel_, __FILE__, \
+                           __LINE__, lumTraceFunction_);                                      \
+      }                                                                                       \
+      ();                                                                                     \
+    }                                                                                         \
   } while (0)
