@@ -40,7 +40,9 @@ void forEachHexLine(const uint8_t* buf, uint32_t len, Emit emit) {
 }  // namespace Vxlan
 
 // Inside a member of a LumVtiStatusSm (they name `intfId_`).
-#define R2L_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::forwardingTrace, level, "R2LSm(" << intfId_ << ")::" << __func__ << message)
-#define L2R_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::forwardingTrace, level, "L2RSm(" << intfId_ << ")::" << __func__ << message)
+#define R2L_TRACE(level, message)            \
+  LUM_TRACE(::Vxlan::forwardingTrace, level, \
+            "R2LSm(" << intfId_ << ")::" << LUM_TRACE_FUNCTION << message)
+#define L2R_TRACE(level, message)            \
+  LUM_TRACE(::Vxlan::forwardingTrace, level, \
+            "L2RSm(" << intfId_ << ")::" << LUM_TRACE_FUNCTION << message)

@@ -33,6 +33,22 @@ Lum::Ptr<const BumVtepList> Sm::getRemoteVtepAddr(const Wire::EthAddr& dst, uint
 }
 
 Sm::Destinations Sm::destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const {
+  LastDestinations& last = lastDestinations_;
+  const uint64_t changes = Lum::stateChanges();
+  // The choice traces its steps in text at levels 7 to 9: with those on, it is made
+  // again, so that the trace reads the same with the cache as without.
+  const bool traced = (forwardingTrace.levelMask() & 0x380u) != 0 || Lum::coverageStream();
+  if (last.stateChanges == changes && last.vlan == vlan && last.dst == dst && !traced) {
+    return last.d;
+  }
+  last.d = choose(dst, vlan);
+  last.stateChanges = changes;
+  last.dst = dst;
+  last.vlan = vlan;
+  return last.d;
+}
+
+Sm::Destinations Sm::choose(const Wire::EthAddr& dst, uint32_t vlan) const {
   Destinations d;
   d.list = getHostIPOrVtepList(dst, vlan, d.hostIp, &d.how);
   if (!d.list || !d.list->isSendToAny()) return d;

@@ -19,7 +19,7 @@ bool sharedTable(const VxlanStatusDir& dir, const Lum::String8& name) {
 }  // namespace
 
 #define VX_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::L2R::trace, level, "L2RSm::" << __func__ << message)
+  LUM_TRACE(::Vxlan::L2R::trace, level, "L2RSm::" << LUM_TRACE_FUNCTION << message)
 
 int ipPortTableVarpMacLookup(const Lum::Ptr<const VarpIpMacTableCol>& col, VniOrNone vni,
                              const Wire::IpGenAddr& ip, const Wire::EthAddr& mac) {

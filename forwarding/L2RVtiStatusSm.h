@@ -352,7 +352,10 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
     bool sendToAny = false;
     uint32_t sendToAnyMiss = kVxlanCounterIds;  // L2R::kNoCounter
   };
+  // The last choice is kept while no shared state changed (Lum::stateChanges()): a
+  // stream of frames asks the same question of the same state frame after frame.
   Destinations destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const;
+  Destinations choose(const Wire::EthAddr& dst, uint32_t vlan) const;
   // `how`, when given, receives the words of the choice.
   Lum::Ptr<const BumVtepList> getHostIPOrVtepList(const Wire::EthAddr& dst, uint32_t vlan,
                                                   uint32_t& hostIp,
@@ -468,6 +471,13 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   DeviceWaits deviceWaits_;
   // Batch mode: one batch for each socket frames come from (high, low, inspection).
   std::unique_ptr<L2RBatch> batches_[3];
+  struct LastDestinations {
+    uint64_t stateChanges = ~uint64_t{0};  // never the count of a fresh process
+    Wire::EthAddr dst;
+    uint32_t vlan = 0;
+    Destinations d;
+  };
+  mutable LastDestinations lastDestinations_;
 };
 
 }  // namespace Vxlan

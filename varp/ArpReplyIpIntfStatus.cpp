@@ -16,11 +16,12 @@ namespace Vxlan {
 
 using Sm = ArpReplyReplicationVrfSm::LumIpIntfStatus;
 
-#define INTF_TRACE(level, message)                                                         \
-  LUM_TRACE(::Vxlan::varpTrace, level,                                                     \
-            "ArpReplyReplicationVrfSm::LumIpIntfStatus::"                                  \
-                << __func__ << " vrfName " << (owner_ ? owner_->vrfName() : L3::VrfName()) \
-                << " intfId " << intfId_ << message)
+#define INTF_TRACE(level, message)                                                       \
+  LUM_TRACE(::Vxlan::varpTrace, level,                                                   \
+            "ArpReplyReplicationVrfSm::LumIpIntfStatus::"                                \
+                << LUM_TRACE_FUNCTION << " vrfName "                                     \
+                << (owner_ ? owner_->vrfName() : L3::VrfName()) << " intfId " << intfId_ \
+                << message)
 
 std::string arpReplyBpfExpression(Wire::IpAddr virtualAddr, Wire::EthAddr varpMac,
                                   Mlag::MlagState mlagState, Wire::EthAddr bridgeMac) {

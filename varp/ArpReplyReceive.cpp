@@ -82,7 +82,8 @@ void Sm::handleArpReplyRxReadable() {
 void Sm::handleArpReplyPkt(const Lum::Ptr<Wire::Pkt>& pkt) {
   const ArpReplyFrame f = checkArpReplyFrame(pkt->data(), pkt->bytes());
   if (!f.ok) {
-    LUM_TRACE(varpTrace, 0, "ArpReplyReplicationVrfSm::LumIpIntfStatus::" << __func__ << f.why);
+    LUM_TRACE(varpTrace, 0,
+              "ArpReplyReplicationVrfSm::LumIpIntfStatus::" << LUM_TRACE_FUNCTION << f.why);
     RINGLOG(0, "handleArpReplyRxReadable%s", f.why);
     varpCounterInc(f.drop);
     if (f.dump) LUM_TRACE(varpTrace, 9, hexDump(pkt->data(), pkt->bytes()));

@@ -7,7 +7,7 @@
 namespace Vxlan {
 
 #define REP_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::varpTrace, level, "ArpReplyReplicationSm::" << __func__ << message)
+  LUM_TRACE(::Vxlan::varpTrace, level, "ArpReplyReplicationSm::" << LUM_TRACE_FUNCTION << message)
 
 ArpReplyReplicationSm::ArpReplyReplicationSm(
     const Lum::Ptr<const Ip::Status>& ipStatus,

@@ -5,9 +5,10 @@
 
 namespace Vxlan {
 
-#define VRFSM_TRACE(level, message)    \
-  LUM_TRACE(::Vxlan::varpTrace, level, \
-            "ArpReplyReplicationVrfSm::" << __func__ << " vrfName " << vrfName_ << message)
+#define VRFSM_TRACE(level, message) \
+  LUM_TRACE(                        \
+      ::Vxlan::varpTrace, level,    \
+      "ArpReplyReplicationVrfSm::" << LUM_TRACE_FUNCTION << " vrfName " << vrfName_ << message)
 
 ArpReplyReplicationVrfSm::ArpReplyReplicationVrfSm(
     const L3::VrfName& vrfName, const Wire::NamespaceName& netNs,

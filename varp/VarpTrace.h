@@ -12,9 +12,11 @@ inline Lum::TraceFacility& varpTrace = Lum::traceFacility("VirtualArpSm");
 }  // namespace Vxlan
 
 // Inside code that has the VTI's context as `vti` (its intfId names the line).
-#define VARP_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::varpTrace, level, "VarpSm(" << vti.intfId << ")::" << __func__ << message)
+#define VARP_TRACE(level, message)     \
+  LUM_TRACE(::Vxlan::varpTrace, level, \
+            "VarpSm(" << vti.intfId << ")::" << LUM_TRACE_FUNCTION << message)
 
 // Inside a member of the per-VTI machine (it names `intfId_`).
-#define VTI_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::varpTrace, level, "VarpSm(" << intfId_ << ")::" << __func__ << message)
+#define VTI_TRACE(level, message)      \
+  LUM_TRACE(::Vxlan::varpTrace, level, \
+            "VarpSm(" << intfId_ << ")::" << LUM_TRACE_FUNCTION << message)

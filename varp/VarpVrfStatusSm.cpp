@@ -8,8 +8,9 @@ namespace Vxlan {
 
 using Sm = VirtualArpSm::LumVrfStatusSm;
 
-#define VRF_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::varpTrace, level, "VarpVrfSm(" << vrfName_ << ")::" << __func__ << message)
+#define VRF_TRACE(level, message)      \
+  LUM_TRACE(::Vxlan::varpTrace, level, \
+            "VarpVrfSm(" << vrfName_ << ")::" << LUM_TRACE_FUNCTION << message)
 
 Sm::LumVrfStatusSm(const Lum::Ptr<const Ip::VrfStatusLocal>& status, VirtualArpSm* owner)
     : owner_(owner), vrfName_(status->vrf()) {

@@ -15,7 +15,7 @@
 #include "varp/VarpTrace.h"
 
 #define VARPSM_TRACE(level, message) \
-  LUM_TRACE(::Vxlan::varpTrace, level, "VirtualArpSm::" << __func__ << message)
+  LUM_TRACE(::Vxlan::varpTrace, level, "VirtualArpSm::" << LUM_TRACE_FUNCTION << message)
 
 namespace Vxlan {
 

@@ -7,7 +7,9 @@ namespace Lum {
 const TypeInfo& Entity::kType = TypeRegistry::add(
     TypeInfo("Lum::Entity").attribute("name", kAttrName, textAttr<&Entity::name>()));
 
-Entity::~Entity() = default;
+Entity::~Entity() {
+  stateChanged();
+}
 
 const TypeInfo& Entity::fwkType() const {
   return kType;

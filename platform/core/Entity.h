@@ -55,13 +55,20 @@ class Entity : public VFPtrInterface {
   static const TypeInfo& kType;
 
  protected:
-  explicit Entity(Name name) : name_(std::move(name)) {}
+  explicit Entity(Name name) : name_(std::move(name)) { stateChanged(); }
   ~Entity() override;
 
   // Delivers a change of attribute `attrId` to every notifiee through its handler
   // `Fn` (a member of E::NotifieeConst), with the key for a collection entry.
   template <auto Fn, class... Key>
   void notify(int attrId, const Key&... key) const {
+    stateChanged();
+    notifyEvent<Fn>(attrId, key...);
+  }
+  // The same delivery for an event that changes no state (a descriptor became
+  // readable): what was worked out from entities stays valid (Lum::stateChanges()).
+  template <auto Fn, class... Key>
+  void notifyEvent(int attrId, const Key&... key) const {
     using N = typename MemberOf<Fn>::Class;
     ReactorBase::Thunk thunk = nullptr;
     if constexpr (sizeof...(Key) == 0) thunk = &lumThunk<Fn>;

@@ -4,6 +4,8 @@
 
 namespace Lum {
 
+uint64_t detail::stateChanges = 0;
+
 NestedSlotBase::NestedSlotBase(ReactorBase* owner) : owner_(owner) {
   if (owner_) owner_->nested_.push_back(this);
 }

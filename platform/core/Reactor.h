@@ -20,6 +20,7 @@
 #pragma once
 
 #include <cmath>
+#include <cstdint>
 #include <functional>
 #include <limits>
 #include <type_traits>
@@ -31,6 +32,20 @@ namespace Lum {
 
 class ReactorBase;
 class Entity;
+
+// Counts the changes of shared state in the process: every change an entity delivers,
+// every entity made or destroyed, every reactor given another entity. What is worked
+// out from entities may be kept for as long as the count stays where it was (a frame
+// path asking the same question of the same state for every frame).
+namespace detail {
+extern uint64_t stateChanges;  // one for the process, in the platform's library
+}  // namespace detail
+inline uint64_t stateChanges() {
+  return detail::stateChanges;
+}
+inline void stateChanged() {
+  ++detail::stateChanges;
+}
 
 // Where a reactor's reactions run when they are not run at once. The event-loop
 // implementation is in ActivityManager.
@@ -147,6 +162,7 @@ class NotifieeConst : public ReactorBase {
   // A real change of notifier counts as a change of everything watched.
   void notifierIs(const Ptr<const E>& n) {
     if (n == notifier_) return;
+    stateChanged();
     setNotifier(n);
     if (notifier_ && !lumMarkedForDeletion()) onNotifier();
   }

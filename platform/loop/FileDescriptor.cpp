@@ -59,7 +59,7 @@ void FileDescriptor::watch() {
 
 void FileDescriptor::onReadable(int) {
   ++readableCount_;
-  notify<&NotifieeConst::onReadableCount>(kReadableCount);
+  notifyEvent<&NotifieeConst::onReadableCount>(kReadableCount);
 }
 
 }  // namespace Lum

@@ -109,6 +109,9 @@ void traceHelper(const TraceFacility& facility, std::string_view text, int level
 // is on or a coverage stream is set. The building lives in a cold lambda of its own, so
 // the function holding the statement pays for a disabled trace with one test and
 // branch, and not with the stream's stack frame and saved registers on every call.
+// Inside the lambda __func__ names the lambda: a message names the enclosing function
+// with LUM_TRACE_FUNCTION.
+#define LUM_TRACE_FUNCTION lumTraceFunction_
 #define LUM_TRACE(facility, level, message)                                                   \
   do {                                                                                        \
     const ::Lum::TraceFacility& lumTraceFacility_ = (facility);                               \

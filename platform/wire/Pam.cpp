@@ -67,7 +67,7 @@ Lum::Ptr<Pkt> Pam::rxDatagram(int fd, uint32_t maxBytes, sockaddr* from, socklen
 
 void Pam::onReadable(int) {
   ++readableCount_;
-  notify<&NotifieeConst::onReadableCount>(kReadableCount);
+  notifyEvent<&NotifieeConst::onReadableCount>(kReadableCount);
 }
 
 }  // namespace Wire

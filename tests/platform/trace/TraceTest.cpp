@@ -82,9 +82,11 @@ TEST_F(TraceTest, MacroEvaluatesArgumentsOnlyWhenEnabledOrCovered) {
   std::ostringstream cover;
   coverageStreamIs(&cover);
   LUM_TRACE(f, 7, "handled " << 3 << " frames");
+  LUM_TRACE(f, 7, LUM_TRACE_FUNCTION << "() named");
   coverageStreamIs(nullptr);
   LUM_TRACE(f, 7, "after coverage");
   EXPECT_NE(cover.str().find(" TtMacro/7 handled 3 frames"), std::string::npos) << cover.str();
+  EXPECT_NE(cover.str().find(" TestBody() named"), std::string::npos) << cover.str();
   EXPECT_EQ(cover.str().find("after coverage"), std::string::npos) << cover.str();
   EXPECT_EQ(output(), "");
 
