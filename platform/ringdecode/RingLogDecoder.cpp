@@ -367,6 +367,16 @@ std::vector<std::pair<uint32_t, DecodedDesc>> readDescs(const std::vector<unsign
   return descs;
 }
 
+// Where the record after one that ends at `end` starts: there, or past the mark that
+// closes a block, at the next block or back at offset 0.
+uint32_t nextRecord(const RingHeader& rh, const unsigned char* data, uint32_t end) {
+  const uint32_t block = rh.blockBytes == 0 ? rh.dataBytes : rh.blockBytes;
+  if (end >= rh.dataBytes) return 0;
+  if (end % block == 0 || loadU32(data + end) != 0) return end;
+  const uint32_t next = end - end % block + block;
+  return next < rh.dataBytes ? next : 0;
+}
+
 void decodeRing(const std::vector<unsigned char>& file, uint64_t ringOffset, int level,
                 const std::vector<std::pair<uint32_t, DecodedDesc>>& descs,
                 std::vector<std::string>& lines) {
@@ -377,7 +387,7 @@ void decodeRing(const std::vector<unsigned char>& file, uint64_t ringOffset, int
     return;
   }
   std::memcpy(&rh, file.data() + ringOffset, sizeof rh);
-  if (rh.dataBytes == 0 || rh.dataBytes % 8 != 0 ||
+  if (rh.dataBytes == 0 || rh.dataBytes % 8 != 0 || rh.blockBytes % 8 != 0 ||
       file.size() - ringOffset - sizeof rh < rh.dataBytes) {
     lines.push_back(tag + "<ring data beyond the end of the file>");
     return;
@@ -427,9 +437,7 @@ void decodeRing(const std::vector<unsigned char>& file, uint64_t ringOffset, int
     }
     lines.push_back(tag + "#" + std::to_string(rec.seq) + " " + timeText(rec.timeNs) + " " +
                     message);
-    uint32_t next = pos + rec.recordBytes;
-    if (next >= rh.dataBytes || loadU32(data + next) == 0) next = 0;
-    pos = next;
+    pos = nextRecord(rh, data, pos + rec.recordBytes);
   }
 }
 
@@ -446,7 +454,7 @@ std::vector<std::string> decode(const std::vector<unsigned char>& file, const st
   if (std::memcmp(fh.magic, kMagic, sizeof kMagic) != 0) {
     throw Lum::Exception("not a ring log file: " + path);
   }
-  if (fh.version != kVersion || fh.levelCount != kLevels) {
+  if (fh.version < 1 || fh.version > kVersion || fh.levelCount != kLevels) {
     throw Lum::Exception("ring log version " + std::to_string(fh.version) +
                          " not understood: " + path);
   }

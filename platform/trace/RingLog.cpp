@@ -119,26 +119,6 @@ void RingBuf::put(std::string_view s) {
   staged_ += overhead + static_cast<uint32_t>(n);
 }
 
-// The record after the one at `pos`, following the wrap mark. Only valid while the
-// record at `pos` is not the newest one.
-uint32_t RingBuf::nextRecord(uint32_t pos) const {
-  const uint32_t next = pos + loadU32(data_ + pos);
-  if (next >= header_->dataBytes || loadU32(data_ + next) == 0) return 0;
-  return next;
-}
-
-// Forgets the oldest records while they start inside [from, to), the range about to be
-// overwritten or skipped; `from` is always head. Intact records form one chain from tail
-// round to head, so the first intact record after head is the oldest one, and none
-// starts before head and reaches past it: testing where the oldest starts is enough.
-void RingBuf::dropRecordsIn(uint32_t from, uint32_t to) {
-  RingHeader& h = *header_;
-  while (h.firstSeq != h.nextSeq && h.tail >= from && h.tail < to) {
-    h.tail = nextRecord(h.tail);
-    ++h.firstSeq;
-  }
-}
-
 void RingBuf::endMsg() {
   if (truncated_) stage_[staged_++] = static_cast<unsigned char>(ArgType::truncated);
   const uint32_t bytes = align8(staged_);
@@ -149,13 +129,32 @@ void RingBuf::endMsg() {
   commit(at, bytes, descId_);
 }
 
-void RingBuf::wrap() {
+void RingBuf::makeRoom() {
   RingHeader& h = *header_;
-  // Whatever lies past head is older than everything else: give it up and start over.
-  dropRecordsIn(h.head, h.dataBytes);
-  if (h.dataBytes - h.head >= sizeof(uint32_t)) storeU32(data_ + h.head, 0);
-  h.head = 0;
-  ++h.wrapCount;
+  if (clear_ != 0) {
+    // Leaving a block: a zero word after its last record tells the decoder to go on at
+    // the next block (there is room for one: records and blocks are 8-aligned).
+    if (h.head < clear_) storeU32(data_ + h.head, 0);
+    h.head = clear_ < h.dataBytes ? clear_ : 0;
+    if (h.head == 0) ++h.wrapCount;
+  }
+  const uint32_t end = std::min(h.head + h.blockBytes, h.dataBytes);
+  const bool empty = h.firstSeq == h.nextSeq;
+  // The tail is always at a block start; in the block entered it is the oldest block,
+  // and the chain goes on at the next block, whose first record is intact.
+  if (!empty && h.tail == h.head) {
+    const uint32_t next = end < h.dataBytes ? end : 0;
+    if (next == h.head) {
+      h.firstSeq = h.nextSeq;  // a ring of one block: everything goes
+    } else {
+      RecordHeader first;
+      std::memcpy(&first, data_ + next, sizeof first);
+      h.tail = next;
+      h.firstSeq = first.seq;
+    }
+  }
+  if (h.firstSeq == h.nextSeq) h.tail = h.head;
+  clear_ = end;
 }
 
 // ---- RecordClock ---------------------------------------------------------------------
@@ -278,6 +277,8 @@ TraceFile* initialize(const char* name, const uint32_t sizes[kLevels], const cha
     if (ringOffset[level] == 0) continue;
     auto* rh = reinterpret_cast<RingHeader*>(tf->map_ + ringOffset[level]);
     rh->dataBytes = sizes[level] * 1024;
+    // Whole KiB, so that every block, the last one too, holds the largest record.
+    rh->blockBytes = std::max<uint32_t>(sizes[level] / 8, 1) * 1024;
     rh->level = static_cast<uint32_t>(level);
     tf->rings_[level].reset(new RingBuf(rh, tf->map_ + ringOffset[level] + sizeof(RingHeader)));
   }

@@ -17,9 +17,12 @@
 // record holds only the descriptor id and the argument values. Formats are checked
 // against the arguments at compile time, as for printf.
 //
-// Old records are overwritten when a ring is full. The writer keeps in the ring header
-// the offset and sequence number of the oldest record still intact, so a decoder walks
-// exactly the intact records, oldest first, and never a half-overwritten one.
+// Old records are overwritten when a ring is full, a block (an eighth of the ring, at
+// least 1 KiB) at a time, so that a record costs one compare for its room and the
+// forgetting is paid once per block, not per record. The writer keeps in the ring
+// header the offset and sequence number of the oldest record still intact, so a
+// decoder walks exactly the intact records, oldest first, and never a half-overwritten
+// one.
 //
 // One writer thread; the agent is single-threaded. A reader in another process may
 // catch a record being written; the decoder detects that by its sequence number and
@@ -234,8 +237,23 @@ class RingBuf {
     const auto len = static_cast<uint16_t>(s.size());
     *p = static_cast<unsigned char>(ArgType::str);
     std::memcpy(p + 1, &len, sizeof len);
-    std::memcpy(p + 3, s.data(), s.size());
+    putBytes(p + 3, s.data(), s.size());
     p += 3 + s.size();
+  }
+  // Names and short words are most of what is traced: copied inline in two moves that
+  // may overlap, rather than through a call of memcpy.
+  static void putBytes(unsigned char* to, const char* from, size_t n) {
+    if (n >= 8 && n <= 16) {
+      std::memcpy(to, from, 8);
+      std::memcpy(to + n - 8, from + n - 8, 8);
+    } else if (n >= 4 && n < 8) {
+      std::memcpy(to, from, 4);
+      std::memcpy(to + n - 4, from + n - 4, 4);
+    } else if (n < 4) {
+      for (size_t i = 0; i < n; ++i) to[i] = static_cast<unsigned char>(from[i]);
+    } else {
+      std::memcpy(to, from, n);
+    }
   }
 
   template <class... Args>
@@ -256,26 +274,18 @@ class RingBuf {
     (putAt(p, args), ...);
     commit(at, bytes, descId);
   }
-  // Makes room for a record of `bytes` at head (forgetting what it overwrites) and
-  // says where it goes; commit() then writes its header and counts it. Both inline:
-  // they run for every record.
+  // Makes room for a record of `bytes` at head and says where it goes; commit() then
+  // writes its header and counts it. Both inline: they run for every record. While the
+  // record fits below clear_ nothing old is in its way and it costs one compare.
   unsigned char* reserve(uint32_t bytes) {
     RingHeader& h = *header_;
-    if (h.head + bytes > h.dataBytes) [[unlikely]]
-      wrap();
-    const uint32_t end = h.head + bytes;
-    // The oldest records while they start inside [head, end), the bytes about to be
-    // overwritten (see dropRecordsIn).
-    while (h.firstSeq != h.nextSeq && h.tail >= h.head && h.tail < end) {
-      const uint32_t next = h.tail + loadU32(data_ + h.tail);
-      h.tail = next >= h.dataBytes || loadU32(data_ + next) == 0 ? 0 : next;
-      ++h.firstSeq;
+    if (h.head + bytes > clear_) [[unlikely]] {
+      makeRoom();
+      // The header must say the overwritten records are gone before their bytes
+      // change (for a reader that looks at the file while we run; a single thread
+      // needs no more than compiler ordering).
+      std::atomic_signal_fence(std::memory_order_seq_cst);
     }
-    if (h.firstSeq == h.nextSeq) h.tail = h.head;
-    // The header must say the overwritten records are gone before their bytes change
-    // (for a reader that looks at the file while we run; a single thread needs no
-    // more than compiler ordering).
-    std::atomic_signal_fence(std::memory_order_seq_cst);
     return data_ + h.head;
   }
   void commit(unsigned char* at, uint32_t bytes, uint32_t descId) {
@@ -287,8 +297,10 @@ class RingBuf {
     h.head += bytes;
     ++h.nextSeq;
   }
-  // Past the end of the data area: back to its start.
-  void wrap();
+  // Moves head to the start of the next block (writing the mark that says the rest of
+  // the block it leaves is unused), forgets the records of that block when they are
+  // the oldest ones, and sets clear_ to its end.
+  void makeRoom();
 
   template <class V>
   void putScalar(ArgType type, V v) {
@@ -300,11 +312,12 @@ class RingBuf {
     std::memcpy(stage_ + staged_ + 1, &v, sizeof(V));
     staged_ += 1 + sizeof(V);
   }
-  void dropRecordsIn(uint32_t from, uint32_t to);
-  uint32_t nextRecord(uint32_t pos) const;
 
   RingHeader* header_;
   unsigned char* data_;
+  // The end of the block head is in, whose old records are all forgotten: up to there
+  // a record goes without a look at what it overwrites. 0 before the first record.
+  uint32_t clear_ = 0;
   uint32_t descId_ = 0;
   uint32_t staged_ = 0;
   bool truncated_ = false;

@@ -13,9 +13,13 @@
 //   RecordHeader (recordBytes, descId, seq, timeNs) then arguments, each a type byte
 //   (ArgType) and its value: 4 bytes for i32/u32, 8 for i64/u64/f64/ptr, a 2-byte length
 //   and the bytes for a string; ArgType::end or the record end closes the list.
-// A record that does not fit before the end of the data starts again at offset 0; a
-// zero word where the next record would be (or the data end) marks that wrap. From
+// The data is cut into blocks of blockBytes (whole KiB; the last one may be shorter),
+// and a record never crosses a block end: one that does not fit in what is left of its
+// block starts at the next block, or at offset 0 after the last. A zero word where the
+// next record would be (or the block end, or the data end) marks that step. Records
+// are forgotten a block at a time, so tail is always at a block start. From
 // RingHeader::tail, nextSeq - firstSeq records follow, the last one ending at head.
+// Version 1 had no blocks: its blockBytes field is 0 and reads as one block.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +35,7 @@ inline constexpr uint32_t kMaxRecordBytes = 1024;
 inline constexpr uint32_t kMaxStringBytes = 255;
 
 inline constexpr char kMagic[8] = {'V', 'X', 'R', 'I', 'N', 'G', 'L', '1'};
-inline constexpr uint32_t kVersion = 1;
+inline constexpr uint32_t kVersion = 2;
 inline constexpr uint32_t kFileHeaderBytes = 4096;
 inline constexpr uint32_t kDescTableBytes = 64 * 1024;
 
@@ -67,7 +71,8 @@ struct RingHeader {
   uint64_t firstSeq;  // sequence number of the record at tail
   uint64_t nextSeq;   // of the next record; nextSeq - firstSeq records are intact
   uint64_t wrapCount;
-  uint8_t reserved[24];
+  uint32_t blockBytes;
+  uint8_t reserved[20];
 };
 static_assert(sizeof(RingHeader) == 64);
 
