@@ -108,6 +108,11 @@ class VxlanAgentCounter : public Lum::Entity {
   // seal, or a storage without slots, takes the checked way of read, add and store.
   void vxlanCounterAdd(VxlanCounterId id, uint32_t n) {
     const auto i = static_cast<uint16_t>(id);
+    if (uint64_t* sealed = runVxlan_; sealed && i < kVxlanCounterIds) [[likely]] {
+      std::atomic_ref<uint64_t> slot(sealed[i]);
+      slot.store(slot.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
+      return;
+    }
     if (!slots_.vxlan || i >= kVxlanCounterIds || !slots_.seal.holds()) [[unlikely]] {
       return vxlanCounterAddChecked(id, n);
     }
@@ -122,6 +127,27 @@ class VxlanAgentCounter : public Lum::Entity {
     std::atomic_ref<uint32_t> slot(slots_.varp[i]);
     slot.store(slot.load(std::memory_order_relaxed) + 1u, std::memory_order_relaxed);
   }
+  // A run of adds, such as a frame loop's pass over the frames waiting: the seal is
+  // checked once when the run starts, and while it holds the adds of the run are a
+  // load, add and store of their slot. A damage done during the run is found by the
+  // first add after it. Runs may nest; the outermost one checks.
+  class Run {
+   public:
+    explicit Run(VxlanAgentCounter* c) : c_(c) {
+      if (c_ != nullptr && c_->runDepth_++ == 0 && c_->slots_.vxlan && c_->slots_.seal.holds()) {
+        c_->runVxlan_ = c_->slots_.vxlan;
+      }
+    }
+    ~Run() {
+      if (c_ != nullptr && --c_->runDepth_ == 0) c_->runVxlan_ = nullptr;
+    }
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+
+   private:
+    VxlanAgentCounter* c_;
+  };
+
   // Every id of a table written with count 0.
   void vxlanCounterClearAll();
   void varpCounterClearAll();
@@ -140,6 +166,8 @@ class VxlanAgentCounter : public Lum::Entity {
 
   std::unique_ptr<CounterStorage> storage_;
   CounterStorage::Slots slots_;
+  uint64_t* runVxlan_ = nullptr;  // the slots, while a run whose seal held lasts
+  int runDepth_ = 0;
 };
 
 }  // namespace Vxlan

@@ -109,6 +109,7 @@ void Sm::handleFrames(int32_t localSock, int32_t remoteSock) {
     return;
   }
   if (!operUp()) return;
+  const VxlanAgentCounter::Run counting(counters_);
   if (L2RBatch* b = batchFor(localSock)) return handleFramesBatch(localSock, remoteSock, *b);
   const bool hi = localSock == localSockHi_;
   const double deadline = Lum::now() + (hi ? maxProcessTimeHi_ : maxProcessTimeLo_);

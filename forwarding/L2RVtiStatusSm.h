@@ -324,8 +324,7 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   void handleFrames(int32_t localSock, int32_t remoteSock);
   // Inline: on the frame paths each add is a few instructions (the id is a constant).
   void vxlanCounterInc(VxlanCounterId id, uint32_t count) {
-    if (VxlanAgentCounter* c = owner_ ? owner_->vxAgentCounter() : nullptr)
-      c->vxlanCounterAdd(id, count);
+    if (counters_) counters_->vxlanCounterAdd(id, count);
   }
   // What the frame path checks a frame against and builds its header from, as it
   // stands now.
@@ -433,6 +432,8 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   const VtiStatus* status() const { return notifier().ptr(); }
 
   Local2RemoteForwarderSm* owner_;
+  // The owner's counter table, fixed for the owner's life (its inputs never change).
+  VxlanAgentCounter* counters_;
   Wire::IntfId intfId_;
   Lum::Nested<Holder<VxlanHwStatusDir::NotifieeConst>> vxHwStatus_{this};
   Lum::Nested<Holder<FdbStatus::NotifieeConst>> vxFdbStatus_{this};

@@ -99,7 +99,9 @@ using Sm = Local2RemoteForwarderSm::LumVtiStatusSm;
 
 Sm::LumVtiStatusSm(const Lum::Ptr<Lum::ActivityConfig>& activity,
                    const Lum::Ptr<const VtiStatus>& status, Local2RemoteForwarderSm* owner)
-    : owner_(owner), intfId_(status->intfId()) {
+    : owner_(owner),
+      counters_(owner ? owner->vxAgentCounter() : nullptr),
+      intfId_(status->intfId()) {
   lumFwkActivityIs(activity);
   notifierIs(status);
   isRegisteredNotifieeIs(true);

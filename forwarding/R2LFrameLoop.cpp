@@ -101,6 +101,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
     syncRemoteWatch();
     return;
   }
+  const VxlanAgentCounter::Run counting(counters_);
   if (batch_) return handleBatch(desc);
 
   const double deadline = Lum::now() + maxProcessTime_;

@@ -94,7 +94,9 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::LumVxHwStatusSm::handlePortId() {
 Remote2LocalForwarderSm::LumVtiStatusSm::LumVtiStatusSm(
     const Lum::Ptr<Lum::ActivityConfig>& activity, const Lum::Ptr<const VtiStatus>& status,
     Remote2LocalForwarderSm* parent)
-    : parent_(parent), intfId_(status->intfId()) {
+    : parent_(parent),
+      counters_(parent ? parent->vxAgentCounter() : nullptr),
+      intfId_(status->intfId()) {
   lumFwkActivityIs(activity);
   notifierIs(status);
   isRegisteredNotifieeIs(true);

@@ -352,8 +352,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   Lum::SysResult writeDecapdFrame(const uint8_t* frame, int32_t len);
   // Inline: on the frame paths each add is a few instructions (the id is a constant).
   void vxlanCounterInc(VxlanCounterId id, uint32_t count) {
-    if (VxlanAgentCounter* c = parent_ ? parent_->vxAgentCounter() : nullptr)
-      c->vxlanCounterAdd(id, count);
+    if (counters_) counters_->vxlanCounterAdd(id, count);
   }
   void dump_buf(const char* label, const uint8_t* buf, uint32_t len);
   // What the frame path checks a frame against, as it stands now.
@@ -418,6 +417,8 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   Routing::Pim::Application::Config* pimConfig() const;
 
   Remote2LocalForwarderSm* parent_;
+  // The parent's counter table, fixed for the parent's life (its inputs never change).
+  VxlanAgentCounter* counters_;
   Wire::IntfId intfId_;
   Lum::Nested<LumVxHwStatusDir> vxHwStatusDir_{this};
   Lum::Nested<LumVxBumStatus> vxBumStatus_{this};
