@@ -150,7 +150,7 @@ bool Sm::forwardFrame(uint8_t* bytes, uint32_t len, bool hi, const L2R::EncapFil
     dropFrame(e.drop, e.detail, 0);
     return false;
   }
-  traceAccepted(e);
+  traceAcceptedIfNeeded(e);
   uint8_t* frame = bytes + e.frameOffset();
   uint32_t hostIp = 0;
   const Lum::Ptr<const BumVtepList> list =

@@ -19,6 +19,7 @@
 
 #include "agent/DevIfindexPair.h"
 #include "forwarding/DeviceWaits.h"
+#include "forwarding/ForwardingTrace.h"
 #include "forwarding/Local2RemoteForwarderSm.h"
 #include "platform/os/PacketRxRing.h"
 
@@ -390,6 +391,13 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   // The one exit of a dropped frame: traces, writes the ring record and counts, as the
   // drop table's row for `why` says.
   void dropFrame(L2R::Drop why, uint32_t detail, int err);
+  // Asked for every frame: inline, whether there is anything to count or trace.
+  void traceAcceptedIfNeeded(const L2R::Encap& e) {
+    if (e.tunnelPort || e.tagsRemoved != 0 || L2R::trace.enabled(7) || Lum::coverageStream())
+        [[unlikely]] {
+      traceAccepted(e);
+    }
+  }
   void traceAccepted(const L2R::Encap& e);
   // One frame read: counted, encapsulated, its destinations chosen, and sent to each
   // (or queued in `batch`); whether it was forwarded (only those test the budget).

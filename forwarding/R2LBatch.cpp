@@ -45,7 +45,7 @@ void Sm::batchModeIs(bool on) {
 bool Sm::takeFrame(uint8_t* buf, uint32_t len, const R2L::FrameFilter& filter, unsigned& queued) {
   countReceived(buf, len);
   const R2L::Decap d = R2L::decapFrame(buf, len, filter);
-  if (d.drop != R2L::Drop::tooShort && d.drop != R2L::Drop::empty) traceHeaders(buf, d);
+  if (d.drop != R2L::Drop::tooShort && d.drop != R2L::Drop::empty) traceHeadersIfTraced(buf, d);
   if (!d.forwarded()) {
     dropFrame(d.drop, len, d.detail, 0);
     return false;

@@ -82,7 +82,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::dropFrame(Drop why, uint32_t len, 
 }
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::countReceived(const uint8_t* buf, uint32_t len) {
-  dump_buf("R2LSm encaped frame", buf, len);
+  dumpIfTraced("R2LSm encaped frame", buf, len);
   vxlanCounterInc(VxlanCounterId::r2lRxFrames, 1);
   vxlanCounterInc(VxlanCounterId::r2lRxBytes, len);
   R2L_TRACE(7, "() read " << len << " bytes");
@@ -118,7 +118,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
     countReceived(buf, len);
 
     const R2L::Decap d = R2L::decapFrame(buf, len, filter);
-    if (d.drop != Drop::tooShort && d.drop != Drop::empty) traceHeaders(buf, d);
+    if (d.drop != Drop::tooShort && d.drop != Drop::empty) traceHeadersIfTraced(buf, d);
     if (!d.forwarded()) {
       dropFrame(d.drop, len, d.detail, 0);
       continue;
@@ -149,7 +149,6 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
 // frame has been rewritten.
 void Remote2LocalForwarderSm::LumVtiStatusSm::traceHeaders(const uint8_t* buf,
                                                            const R2L::Decap& d) const {
-  if (!R2L::trace.enabled(7) && !Lum::coverageStream()) return;
   const uint32_t tag = VxlanDatagram::tagLen(buf);
   const Wire::Ipv4Hdr* ip = VxlanDatagram::ip(buf, tag);
   const uint16_t port = VxlanDatagram::udp(buf, tag, ip->headerLen())->dstPort.value();
@@ -189,7 +188,6 @@ Lum::SysResult Remote2LocalForwarderSm::LumVtiStatusSm::writeDecapdFrame(const u
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::dump_buf(const char* label, const uint8_t* buf,
                                                        uint32_t len) {
-  if (!R2L::trace.enabled(9)) return;
   R2L_TRACE(9, label << " buf start. len is " << len);
   forEachHexLine(buf, len, [this](const char* line) {
     LUM_TRACE(forwardingTrace, 9, "R2LSm(" << intfId_ << ")::dump_buf" << line);

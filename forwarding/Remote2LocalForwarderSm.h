@@ -36,6 +36,7 @@
 
 #include "agent/VxlanAgentCounter.h"
 #include "forwarding/DeviceWaits.h"
+#include "forwarding/ForwardingTrace.h"
 #include "forwarding/R2LFramePath.h"
 #include "frames/LocalFrameHdr.h"
 #include "platform/core/Instance.h"
@@ -354,6 +355,12 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   void vxlanCounterInc(VxlanCounterId id, uint32_t count) {
     if (counters_) counters_->vxlanCounterAdd(id, count);
   }
+  // The byte dump at level 9 and the headers at level 7, asked for every frame: the
+  // level test inline, the text out of line (under the names its lines carry).
+  void dumpIfTraced(const char* label, const uint8_t* buf, uint32_t len) {
+    if (R2L::trace.enabled(9)) [[unlikely]]
+      dump_buf(label, buf, len);
+  }
   void dump_buf(const char* label, const uint8_t* buf, uint32_t len);
   // What the frame path checks a frame against, as it stands now.
   R2L::FrameFilter frameFilter() const;
@@ -394,6 +401,10 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   // drop table's row for `why` says. `len` is the frame's length, `detail` what
   // R2L::Decap::detail holds, `err` the errno of a socket failure.
   void dropFrame(R2L::Drop why, uint32_t len, uint32_t detail, int err);
+  void traceHeadersIfTraced(const uint8_t* buf, const R2L::Decap& d) const {
+    if (R2L::trace.enabled(7) || Lum::coverageStream()) [[unlikely]]
+      traceHeaders(buf, d);
+  }
   void traceHeaders(const uint8_t* buf, const R2L::Decap& d) const;
   // Closes the remote socket and, while the interface is up (and has a VTEP address),
   // opens it again, with the local socket first when that one is closed.
