@@ -24,7 +24,7 @@ Lum::Ptr<const BumVtepList> nonEmpty(Lum::Ptr<const BumVtepList> list) {
 
 Lum::Ptr<const BumVtepList> Sm::getRemoteVtepAddr(const Wire::EthAddr& dst, uint32_t vlan,
                                                   uint32_t& hostIp) {
-  const Destinations d = destinationsOf(dst, vlan);
+  const Destinations& d = destinationsOf(dst, vlan);
   hostIp = d.hostIp;
   if (!d.sendToAny) return d.list;
   if (d.sendToAnyMiss != L2R::kNoCounter) vxlanCounterInc(VxlanCounterId(d.sendToAnyMiss), 1);
@@ -32,7 +32,7 @@ Lum::Ptr<const BumVtepList> Sm::getRemoteVtepAddr(const Wire::EthAddr& dst, uint
   return nullptr;
 }
 
-Sm::Destinations Sm::destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const {
+const Sm::Destinations& Sm::destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const {
   LastDestinations& last = lastDestinations_;
   const uint64_t changes = Lum::stateChanges();
   // The choice traces its steps in text at levels 7 to 9: with those on, it is made

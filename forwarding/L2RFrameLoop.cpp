@@ -236,19 +236,14 @@ sockaddr_in Sm::vtepAddress(const uint8_t* hdr, Wire::IpAddr addr) {
   return to;
 }
 
-void Sm::sentToVtep(int err, int32_t remoteSock, Wire::IpAddr addr, uint32_t bytes) {
-  if (err != 0) {
-    const Id id = err != ENOBUFS                ? Id::l2rSendErrors
-                  : remoteSock == remoteSockHi_ ? Id::l2rSendNoBufHi
-                                                : Id::l2rSendNoBufLo;
-    vxlanCounterInc(id, 1);
-    L2R_TRACE(0, "send error: " << std::strerror(err));
-    RINGLOG(0, "L2RSm(%s) send error to %08x: %d", intfId_.stringValue().view(), addr.hostOrder(),
-            err);
-    return;
-  }
-  vxlanCounterInc(Id::l2rTxFrames, 1);
-  vxlanCounterInc(Id::l2rTxBytes, bytes);
+void Sm::sendFailed(int err, int32_t remoteSock, Wire::IpAddr addr) {
+  const Id id = err != ENOBUFS                ? Id::l2rSendErrors
+                : remoteSock == remoteSockHi_ ? Id::l2rSendNoBufHi
+                                              : Id::l2rSendNoBufLo;
+  vxlanCounterInc(id, 1);
+  L2R_TRACE(0, "send error: " << std::strerror(err));
+  RINGLOG(0, "L2RSm(%s) send error to %08x: %d", intfId_.stringValue().view(), addr.hostOrder(),
+          err);
 }
 
 void Sm::sendToArpResolver(const uint8_t* hdr, const uint8_t* frame, uint32_t length,

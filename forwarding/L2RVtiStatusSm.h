@@ -354,7 +354,7 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   };
   // The last choice is kept while no shared state changed (Lum::stateChanges()): a
   // stream of frames asks the same question of the same state frame after frame.
-  Destinations destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const;
+  const Destinations& destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const;
   Destinations choose(const Wire::EthAddr& dst, uint32_t vlan) const;
   // `how`, when given, receives the words of the choice.
   Lum::Ptr<const BumVtepList> getHostIPOrVtepList(const Wire::EthAddr& dst, uint32_t vlan,
@@ -409,7 +409,13 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   void sendToVtep(uint8_t* hdr, const L2R::Encap& e, int32_t remoteSock, Wire::IpAddr addr);
   static sockaddr_in vtepAddress(const uint8_t* hdr, Wire::IpAddr addr);
   // A send's outcome in the counters and traces; `err` 0 for success.
-  void sentToVtep(int err, int32_t remoteSock, Wire::IpAddr addr, uint32_t bytes);
+  void sentToVtep(int err, int32_t remoteSock, Wire::IpAddr addr, uint32_t bytes) {
+    if (err != 0) [[unlikely]]
+      return sendFailed(err, remoteSock, addr);
+    vxlanCounterInc(VxlanCounterId::l2rTxFrames, 1);
+    vxlanCounterInc(VxlanCounterId::l2rTxBytes, bytes);
+  }
+  void sendFailed(int err, int32_t remoteSock, Wire::IpAddr addr);
   // `hdr`: the 36-byte outer header; `frame`: the user frame behind it.
   void sendToArpResolver(const uint8_t* hdr, const uint8_t* frame, uint32_t length, uint32_t vlan);
   // Batch mode: see L2RBatch.cpp.
