@@ -28,8 +28,9 @@ namespace {
 void BM_L2REncapFrame(benchmark::State& state) {
   L2R::VlanToVniTable table;
   table.is(Bridging::VlanId(10), VniOrNone(Vni(5010)));
+  const L2R::VniByVlan vnis(table);
   L2R::EncapFilter filter;
-  filter.vlanToVni = &table;
+  filter.vlanToVni = &vnis;
   filter.localVtep = Wire::IpAddr::fromString("10.99.0.1");
 
   // An IPv4 UDP user frame of the given size, in the local form.

@@ -87,7 +87,11 @@ void Sm::handleFileDescriptorArpInspect() {
 L2R::EncapFilter Sm::encapFilter() {
   L2R::EncapFilter f;
   if (const VtiStatus* s = status()) {
-    f.vlanToVni = &s->vlanToVniMap();
+    if (vniByVlanChanges_ != Lum::stateChanges()) {
+      vniByVlan_.is(s->vlanToVniMap());
+      vniByVlanChanges_ = Lum::stateChanges();
+    }
+    f.vlanToVni = &vniByVlan_;
     f.localVtep = s->localVtepAddr();
     f.vArpVtep = s->vArpVtepAddr();
     f.ttl = s->ttl();

@@ -154,8 +154,7 @@ Encap encapFrame(uint8_t* bytes, uint32_t len, const EncapFilter& f) {
   e.vlan = local->userVlan.value();
   e.srcIfIndex = local->srcIfIndex.value();
   if (e.vlan == 0 || e.vlan > Bridging::VlanId::kMax) return dropped(e, Drop::badVlan, e.vlan);
-  const VniOrNone vni =
-      f.vlanToVni ? (*f.vlanToVni)(Bridging::VlanId(static_cast<uint16_t>(e.vlan))) : VniOrNone();
+  const VniOrNone vni = f.vlanToVni ? (*f.vlanToVni)(e.vlan) : VniOrNone();
   if (vni.isNone()) return dropped(e, Drop::noVni, e.vlan);
   e.vni = vni.value();
   e.arpFlag = (flags & LocalFrameHdr::kArpFlag) != 0;

@@ -29,6 +29,7 @@
 // strips as if they were zero, and nothing behind the read length is ever looked at.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "platform/core/ValueMap.h"
@@ -75,6 +76,24 @@ inline constexpr int kDropReasons = 9;
 using VlanToVniTable = Lum::ValueMap<Bridging::VlanId, VniOrNone>;
 using IfIndexTable = Lum::ValueMap<uint32_t, bool>;
 
+// The VNI of every VLAN id in one array, so that the frame path finds a VLAN's VNI with
+// one load: built from a VlanToVniTable, where a VLAN it lacks has none.
+class VniByVlan {
+ public:
+  VniByVlan() { vni_.fill(kVniNone); }
+  explicit VniByVlan(const VlanToVniTable& m) { is(m); }
+  void is(const VlanToVniTable& m) {
+    vni_.fill(kVniNone);
+    for (const auto& [vlan, vni] : m) vni_[vlan.value()] = vni.value();
+  }
+  VniOrNone operator()(uint32_t vlan) const {
+    return VniOrNone(vlan < vni_.size() ? vni_[vlan] : kVniNone);
+  }
+
+ private:
+  std::array<uint32_t, Bridging::VlanId::kMax + 1> vni_;
+};
+
 // What an ARP request that is about to be flooded goes through first: whether it is
 // to be flooded at all (a request for an address of this switch is not), and a
 // rewrite of the frame in place before its header is built.
@@ -92,7 +111,7 @@ class ArpRequestHook {
 // What a frame is checked against and what its header is built from.
 struct EncapFilter {
   // Null: no VLAN has a VNI.
-  const VlanToVniTable* vlanToVni = nullptr;
+  const VniByVlan* vlanToVni = nullptr;
   // The dot1q-tunnel access ports by kernel index; null: none.
   const IfIndexTable* tunnelPorts = nullptr;
   uint32_t peerLinkIfIndex = 0;

@@ -493,6 +493,10 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
     Destinations d;
   };
   mutable LastDestinations lastDestinations_;
+  // The status's VLAN to VNI map as the frame path reads it, made again when shared
+  // state has changed since (Lum::stateChanges()).
+  L2R::VniByVlan vniByVlan_;
+  uint64_t vniByVlanChanges_ = ~uint64_t{0};
 };
 
 }  // namespace Vxlan

@@ -56,7 +56,8 @@ const L2R::EncapFilter& filter() {
     vlans.is(Bridging::VlanId(10), VniOrNone(Vni(5010)));
     vlans.is(Bridging::VlanId(4094), VniOrNone(Vni(0xabcdef)));
     tunnels.is(9, true);
-    f.vlanToVni = &vlans;
+    static L2R::VniByVlan vnis(vlans);
+    f.vlanToVni = &vnis;
     f.tunnelPorts = &tunnels;
     f.peerLinkIfIndex = 7;
     f.localVtep = Wire::IpAddr::fromString("10.99.0.1");

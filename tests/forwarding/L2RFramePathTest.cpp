@@ -45,7 +45,8 @@ class L2RFramePathTest : public ::testing::Test {
   L2RFramePathTest() {
     vlanToVni_.is(Bridging::VlanId(10), VniOrNone(Vni(5010)));
     vlanToVni_.is(Bridging::VlanId(4094), VniOrNone(Vni(0xabcdef)));
-    filter_.vlanToVni = &vlanToVni_;
+    vniByVlan_.is(vlanToVni_);
+    filter_.vlanToVni = &vniByVlan_;
     filter_.tunnelPorts = &tunnelPorts_;
     filter_.localVtep = Wire::IpAddr::fromString("10.99.0.1");
     filter_.ttl = 17;
@@ -70,6 +71,7 @@ class L2RFramePathTest : public ::testing::Test {
   }
 
   VlanToVniTable vlanToVni_;
+  VniByVlan vniByVlan_;
   IfIndexTable tunnelPorts_;
   EncapFilter filter_;
   FrameBuffer buf_;

@@ -174,6 +174,14 @@ TEST_F(L2RTestModeTest, LifecycleFollowsStatusAndGroup) {
   status_->localVtepAddrIs(ip("10.99.0.1"));
   sm_->handleFileDescriptorHi();
   EXPECT_EQ(vtepsReached(), std::vector<std::string>{"10.99.0.2"});
+
+  // The VLAN's VNI goes and comes back between frames: each frame sees the map as it is.
+  status_->vlanToVniMapDel(Bridging::VlanId(10));
+  forward("ff:ff:ff:ff:ff:ff");
+  EXPECT_EQ(count(Id::l2rNoVni), 1u);
+  status_->vlanToVniMapIs(Bridging::VlanId(10), VniOrNone(Vni(5010)));
+  forward("ff:ff:ff:ff:ff:ff");
+  EXPECT_EQ(vtepsReached().size(), 2u);
 }
 
 // Batch mode keeps the per-frame semantics: the same packets to the same VTEPs, the
