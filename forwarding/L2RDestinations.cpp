@@ -32,17 +32,10 @@ Lum::Ptr<const BumVtepList> Sm::getRemoteVtepAddr(const Wire::EthAddr& dst, uint
   return nullptr;
 }
 
-const Sm::Destinations& Sm::destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const {
+const Sm::Destinations& Sm::chooseAndKeep(const Wire::EthAddr& dst, uint32_t vlan) const {
   LastDestinations& last = lastDestinations_;
-  const uint64_t changes = Lum::stateChanges();
-  // The choice traces its steps in text at levels 7 to 9: with those on, it is made
-  // again, so that the trace reads the same with the cache as without.
-  const bool traced = (forwardingTrace.levelMask() & 0x380u) != 0 || Lum::coverageStream();
-  if (last.stateChanges == changes && last.vlan == vlan && last.dst == dst && !traced) {
-    return last.d;
-  }
   last.d = choose(dst, vlan);
-  last.stateChanges = changes;
+  last.stateChanges = Lum::stateChanges();
   last.dst = dst;
   last.vlan = vlan;
   return last.d;

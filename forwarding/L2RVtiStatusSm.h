@@ -15,6 +15,7 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 
+#include <cstring>
 #include <memory>
 
 #include "agent/DevIfindexPair.h"
@@ -354,7 +355,18 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   };
   // The last choice is kept while no shared state changed (Lum::stateChanges()): a
   // stream of frames asks the same question of the same state frame after frame.
-  const Destinations& destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const;
+  const Destinations& destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const {
+    const LastDestinations& last = lastDestinations_;
+    // The choice traces its steps in text at levels 7 to 9: with those on, it is made
+    // again, so that the trace reads the same with the kept choice as without.
+    if (last.stateChanges == Lum::stateChanges() && last.vlan == vlan &&
+        std::memcmp(last.dst.bytes().data(), dst.bytes().data(), 6) == 0 &&
+        (forwardingTrace.levelMask() & 0x380u) == 0 && !Lum::coverageStream()) [[likely]] {
+      return last.d;
+    }
+    return chooseAndKeep(dst, vlan);
+  }
+  const Destinations& chooseAndKeep(const Wire::EthAddr& dst, uint32_t vlan) const;
   Destinations choose(const Wire::EthAddr& dst, uint32_t vlan) const;
   // `how`, when given, receives the words of the choice.
   Lum::Ptr<const BumVtepList> getHostIPOrVtepList(const Wire::EthAddr& dst, uint32_t vlan,
