@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "agent/VxlanCounterId.h"
 #include "forwarding/L2RFramePath.h"
@@ -35,7 +36,7 @@ struct DropRow {
   int level;
   // The words are the operators' vocabulary: their filters and scripts look for them,
   // so they stay as they stand, "too short" for both length limits included.
-  const char* words;
+  std::string_view words;  // measured at compile time: the frame loops record it per drop
   DropDetail detail;
 };
 
@@ -74,7 +75,7 @@ struct DropRow {
   int level;
   // The words are the operators' vocabulary: their filters and scripts look for them,
   // so they stay as they stand, " max 10000" for a limit of 9999 included.
-  const char* words;
+  std::string_view words;  // measured at compile time: the frame loops record it per drop
   const char* after;
 };
 
