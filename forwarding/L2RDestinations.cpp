@@ -33,12 +33,7 @@ Lum::Ptr<const BumVtepList> Sm::getRemoteVtepAddr(const Wire::EthAddr& dst, uint
 }
 
 const Sm::Destinations& Sm::chooseAndKeep(const Wire::EthAddr& dst, uint32_t vlan) const {
-  LastDestinations& last = lastDestinations_;
-  last.d = choose(dst, vlan);
-  last.stateChanges = Lum::stateChanges();
-  last.dst = dst;
-  last.vlan = vlan;
-  return last.d;
+  return keptDestinations_.keep(choose(dst, vlan), dst, vlan);
 }
 
 Sm::Destinations Sm::choose(const Wire::EthAddr& dst, uint32_t vlan) const {

@@ -15,12 +15,12 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 
-#include <cstring>
 #include <memory>
 
 #include "agent/DevIfindexPair.h"
 #include "forwarding/DeviceWaits.h"
 #include "forwarding/ForwardingTrace.h"
+#include "forwarding/L2RDestinations.h"
 #include "forwarding/Local2RemoteForwarderSm.h"
 #include "platform/os/PacketRxRing.h"
 
@@ -343,27 +343,11 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   // Destination selection: a flood list, or one address in host order (0: none).
   Lum::Ptr<const BumVtepList> getRemoteVtepAddr(const Wire::EthAddr& dst, uint32_t vlan,
                                                 uint32_t& hostIp);
-  // The same choice, counting nothing: what getRemoteVtepAddr returns, how it was
-  // chosen (words for the packet trace) and the counter it would move for a send-to-any
-  // list without a usable VTEP (L2R::kNoCounter for none).
-  struct Destinations {
-    Lum::Ptr<const BumVtepList> list;
-    uint32_t hostIp = 0;
-    const char* how = "";
-    bool sendToAny = false;
-    uint32_t sendToAnyMiss = kVxlanCounterIds;  // L2R::kNoCounter
-  };
-  // The last choice is kept while no shared state changed (Lum::stateChanges()): a
-  // stream of frames asks the same question of the same state frame after frame.
+  // The same choice, counting nothing (L2RDestinations.h); the last one is kept.
+  using Destinations = L2R::Destinations;
   const Destinations& destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const {
-    const LastDestinations& last = lastDestinations_;
-    // The choice traces its steps in text at levels 7 to 9: with those on, it is made
-    // again, so that the trace reads the same with the kept choice as without.
-    if (last.stateChanges == Lum::stateChanges() && last.vlan == vlan &&
-        std::memcmp(last.dst.bytes().data(), dst.bytes().data(), 6) == 0 &&
-        (forwardingTrace.levelMask() & 0x380u) == 0 && !Lum::coverageStream()) [[likely]] {
-      return last.d;
-    }
+    if (const Destinations* kept = keptDestinations_.find(dst, vlan)) [[likely]]
+      return *kept;
     return chooseAndKeep(dst, vlan);
   }
   const Destinations& chooseAndKeep(const Wire::EthAddr& dst, uint32_t vlan) const;
@@ -498,13 +482,7 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   DeviceWaits deviceWaits_;
   // Batch mode: one batch for each socket frames come from (high, low, inspection).
   std::unique_ptr<L2RBatch> batches_[3];
-  struct LastDestinations {
-    uint64_t stateChanges = ~uint64_t{0};  // never the count of a fresh process
-    Wire::EthAddr dst;
-    uint32_t vlan = 0;
-    Destinations d;
-  };
-  mutable LastDestinations lastDestinations_;
+  mutable L2R::KeptDestinations keptDestinations_;
   // The status's VLAN to VNI map as the frame path reads it, made again when shared
   // state has changed since (Lum::stateChanges()).
   L2R::VniByVlan vniByVlan_;
