@@ -33,8 +33,8 @@ class KeptDestinations {
  public:
   const Destinations* find(const Wire::EthAddr& dst, uint32_t vlan) const {
     if (changes_ == Lum::stateChanges() && vlan_ == vlan &&
-        std::memcmp(dst_.bytes().data(), dst.bytes().data(), 6) == 0 &&
-        (trace.levelMask() & 0x380u) == 0 && !Lum::coverageStream()) [[likely]] {
+        std::memcmp(dst_.bytes().data(), dst.bytes().data(), 6) == 0 && !trace.wanted(7, 9))
+        [[likely]] {
       return &d_;
     }
     return nullptr;

@@ -87,10 +87,6 @@ void Sm::handleFileDescriptorArpInspect() {
 L2R::EncapFilter Sm::encapFilter() {
   L2R::EncapFilter f;
   if (const VtiStatus* s = status()) {
-    if (vniByVlanChanges_ != Lum::stateChanges()) {
-      vniByVlan_.is(s->vlanToVniMap());
-      vniByVlanChanges_ = Lum::stateChanges();
-    }
     f.vlanToVni = &vniByVlan_;
     f.localVtep = s->localVtepAddr();
     f.vArpVtep = s->vArpVtepAddr();

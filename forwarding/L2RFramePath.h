@@ -84,8 +84,9 @@ class VniByVlan {
   explicit VniByVlan(const VlanToVniTable& m) { is(m); }
   void is(const VlanToVniTable& m) {
     vni_.fill(kVniNone);
-    for (const auto& [vlan, vni] : m) vni_[vlan.value()] = vni.value();
+    for (const auto& [vlan, vni] : m) entryIs(vlan, vni);
   }
+  void entryIs(Bridging::VlanId vlan, VniOrNone vni) { vni_[vlan.value()] = vni.value(); }
   VniOrNone operator()(uint32_t vlan) const {
     return VniOrNone(vlan < vni_.size() ? vni_[vlan] : kVniNone);
   }

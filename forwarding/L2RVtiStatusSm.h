@@ -305,6 +305,11 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   void onControllerClientMode() override { handleControllerMode(); }
   void onLocalVtepAddr() override { handleLocalVtepAddr(); }
   void onFloodMcastGrp() override { handleBumMcastGrp(); }
+  // The frame path's VLAN to VNI table follows the status's map entry by entry.
+  void onVlanToVniMap(Bridging::VlanId vlan) override {
+    vniByVlan_.entryIs(vlan, status()->vlanToVniMap(vlan));
+  }
+  void onVlanToVniMap() override { vniByVlan_.is(status()->vlanToVniMap()); }
 
   // The sockets.
   static int32_t closeAndCheck(int32_t sock);
@@ -389,8 +394,7 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   void dropFrame(L2R::Drop why, uint32_t detail, int err);
   // Asked for every frame: inline, whether there is anything to count or trace.
   void traceAcceptedIfNeeded(const L2R::Encap& e) {
-    if (e.tunnelPort || e.tagsRemoved != 0 || L2R::trace.enabled(7) || Lum::coverageStream())
-        [[unlikely]] {
+    if (e.tunnelPort || e.tagsRemoved != 0 || L2R::trace.wanted(7)) [[unlikely]] {
       traceAccepted(e);
     }
   }
@@ -483,10 +487,8 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   // Batch mode: one batch for each socket frames come from (high, low, inspection).
   std::unique_ptr<L2RBatch> batches_[3];
   mutable L2R::KeptDestinations keptDestinations_;
-  // The status's VLAN to VNI map as the frame path reads it, made again when shared
-  // state has changed since (Lum::stateChanges()).
+  // The status's VLAN to VNI map as the frame path reads it (onVlanToVniMap).
   L2R::VniByVlan vniByVlan_;
-  uint64_t vniByVlanChanges_ = ~uint64_t{0};
 };
 
 }  // namespace Vxlan

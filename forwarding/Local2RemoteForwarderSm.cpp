@@ -105,6 +105,7 @@ Sm::LumVtiStatusSm(const Lum::Ptr<Lum::ActivityConfig>& activity,
   lumFwkActivityIs(activity);
   notifierIs(status);
   isRegisteredNotifieeIs(true);
+  vniByVlan_.is(status->vlanToVniMap());
   if (FRAME_MODE != FrameMode::single) batchModeIs(true);
   handleInitialized();
 }

@@ -402,7 +402,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   // R2L::Decap::detail holds, `err` the errno of a socket failure.
   void dropFrame(R2L::Drop why, uint32_t len, uint32_t detail, int err);
   void traceHeadersIfTraced(const uint8_t* buf, const R2L::Decap& d) const {
-    if (R2L::trace.enabled(7) || Lum::coverageStream()) [[unlikely]]
+    if (R2L::trace.wanted(7)) [[unlikely]]
       traceHeaders(buf, d);
   }
   void traceHeaders(const uint8_t* buf, const R2L::Decap& d) const;

@@ -51,6 +51,11 @@ class TraceFacility {
            (levelMask_ & (1u << level)) != 0;
   }
   void levelEnabledIs(int level, bool on);
+  // Whether a statement of `level` (or of any level from `from` to `to`) builds its
+  // text: a level of those is on, or a coverage stream takes every line. What LUM_TRACE
+  // tests, for code that skips the work of a whole group of statements.
+  bool wanted(int level) const { return wanted(level, level); }
+  bool wanted(int from, int to) const;
 
   // Bit n set means level n is on.
   uint32_t levelMask() const { return levelMask_; }
@@ -98,6 +103,13 @@ inline std::ostream* coverageStream() {
   return detail::traceCoverageStream;
 }
 
+inline bool TraceFacility::wanted(int from, int to) const {
+  if (coverageStream() != nullptr) return true;
+  if (from < 0 || to >= kLevels || from > to) return false;  // out of range: off
+  const uint32_t levels = (kAllLevels >> (kLevels - 1 - to)) & ~((1u << from) - 1);
+  return (levelMask_ & levels) != 0;
+}
+
 // Writes one line: time stamp, facility, level, text, then file:line. An empty text
 // stands for handler entry and prints the function name instead.
 void traceHelper(const TraceFacility& facility, std::string_view text, int level, const char* file,
@@ -116,8 +128,7 @@ void traceHelper(const TraceFacility& facility, std::string_view text, int level
   do {                                                                                        \
     const ::Lum::TraceFacility& lumTraceFacility_ = (facility);                               \
     const int lumTraceLevel_ = (level);                                                       \
-    if (lumTraceFacility_.enabled(lumTraceLevel_) || ::Lum::coverageStream() != nullptr)      \
-        [[unlikely]] {                                                                        \
+    if (lumTraceFacility_.wanted(lumTraceLevel_)) [[unlikely]] {                              \
       const char* lumTraceFunction_ = __func__;                                               \
       [&]() __attribute__((cold, noinline)) {                                                 \
         std::ostringstream lumTraceText_;                                                     \

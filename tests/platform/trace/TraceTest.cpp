@@ -91,6 +91,8 @@ TEST_F(TraceTest, MacroEvaluatesArgumentsOnlyWhenEnabledOrCovered) {
   EXPECT_EQ(output(), "");
 
   traceSpecIs("TtMacro/3");
+  EXPECT_TRUE(f.wanted(2, 3) && f.wanted(3, 9) && !f.wanted(4, 9) && !f.wanted(0, 2));
+  EXPECT_FALSE(f.wanted(-1, 12)) << "out of range is off";
   LUM_TRACE(f, 3, "read " << bump() << " bytes");
   LUM_TRACE(f, 4, "other level " << bump());
   EXPECT_EQ(sideEffects, 1);
