@@ -106,17 +106,13 @@ class VxlanAgentCounter : public Lum::Entity {
   // holds, an add is the seal's two compares and a load, add and store of the slot
   // (relaxed atomics: readers in other processes load the slots meanwhile). A broken
   // seal, or a storage without slots, takes the checked way of read, add and store.
+  // Inside a Run the seal was checked when the run started.
   void vxlanCounterAdd(VxlanCounterId id, uint32_t n) {
     const auto i = static_cast<uint16_t>(id);
-    if (uint64_t* sealed = runVxlan_; sealed && i < kVxlanCounterIds) [[likely]] {
-      std::atomic_ref<uint64_t> slot(sealed[i]);
-      slot.store(slot.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
-      return;
-    }
-    if (!slots_.vxlan || i >= kVxlanCounterIds || !slots_.seal.holds()) [[unlikely]] {
+    uint64_t* const slots = runVxlan_ ? runVxlan_ : sealedVxlan();
+    if (!slots || i >= kVxlanCounterIds) [[unlikely]]
       return vxlanCounterAddChecked(id, n);
-    }
-    std::atomic_ref<uint64_t> slot(slots_.vxlan[i]);
+    std::atomic_ref<uint64_t> slot(slots[i]);
     slot.store(slot.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
   }
   void varpCounterAdd(VarpCounterId id) {
@@ -134,9 +130,7 @@ class VxlanAgentCounter : public Lum::Entity {
   class Run {
    public:
     explicit Run(VxlanAgentCounter* c) : c_(c) {
-      if (c_ != nullptr && c_->runDepth_++ == 0 && c_->slots_.vxlan && c_->slots_.seal.holds()) {
-        c_->runVxlan_ = c_->slots_.vxlan;
-      }
+      if (c_ != nullptr && c_->runDepth_++ == 0) c_->runVxlan_ = c_->sealedVxlan();
     }
     ~Run() {
       if (c_ != nullptr && --c_->runDepth_ == 0) c_->runVxlan_ = nullptr;
@@ -161,6 +155,10 @@ class VxlanAgentCounter : public Lum::Entity {
   static const LumMemtab::TableType& kTableType;
 
  private:
+  // The slots while the seal holds, else null.
+  uint64_t* sealedVxlan() const {
+    return slots_.vxlan && slots_.seal.holds() ? slots_.vxlan : nullptr;
+  }
   [[gnu::noinline]] void vxlanCounterAddChecked(VxlanCounterId id, uint32_t n);
   [[gnu::noinline]] void varpCounterAddChecked(VarpCounterId id);
 
