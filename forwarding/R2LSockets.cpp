@@ -25,6 +25,7 @@
 #include "forwarding/TestMode.h"
 #include "frames/EthHdr.h"
 #include "platform/os/InterfaceRequest.h"
+#include "platform/os/UdpIngressDrop.h"
 #include "platform/trace/RingLog.h"
 
 namespace Vxlan {
@@ -156,7 +157,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::createRemoteSocket() {
       return;
     }
     growReceiveBuffer();
-    openPortSink();
+    openPortSink(static_cast<int>(index.rc));
   }
   R2L_TRACE(7, "() multicast socket:" << remoteSock_ << " port:" << status->udpPort()
                                       << " initalized:" << initialized_
@@ -231,14 +232,23 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::growReceiveBuffer() {
 
 // The datagrams for the VTEP address reach the kernel's UDP input as well as the
 // remote socket. With nothing bound to the VXLAN port the kernel answers each with an
-// ICMP port unreachable, to every remote VTEP, for every frame. A UDP socket bound to
-// the port whose filter keeps nothing makes the port taken at the cost of the filter
-// run: nothing is queued, nothing is answered. When the port is taken already
-// (another VXLAN endpoint on this host) the bind fails and nothing is needed.
-void Remote2LocalForwarderSm::LumVtiStatusSm::openPortSink() {
+// ICMP port unreachable, to every remote VTEP, for every frame. Two things prevent it:
+// - a drop at the device's ingress, after the remote socket has its copy: the
+//   datagram never reaches the kernel's IP input, which costs the kernel more than
+//   all the rest of a frame; the kernel undoes it when the descriptor is closed, also
+//   when the process dies (UdpIngressDrop.h);
+// - a UDP socket bound to the port whose filter keeps nothing, for what the drop
+//   leaves (fragments, IP options) and where the kernel has no such drop: the port is
+//   taken at the cost of the filter run, nothing is queued, nothing is answered. When
+//   the port is taken already (another VXLAN endpoint on this host) the bind fails
+//   and nothing is needed.
+void Remote2LocalForwarderSm::LumVtiStatusSm::openPortSink(int ifIndex) {
   const VtiStatus* status = notifier().ptr();
   if (!status || status->localVtepAddr().isZero()) return;
   Lum::SysCalls& sys = Lum::sysCalls();
+  portDrop_ = Lum::attachUdpIngressDrop(sys, ifIndex, status->localVtepAddr().value(),
+                                        htons(status->udpPort()));
+  if (portDrop_ < 0) R2L_TRACE(7, "() no ingress drop: " << std::strerror(errno));
   const int sock = sys.socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (sock < 0) return;
   sock_filter keepNothing[] = {BPF_STMT(BPF_RET | BPF_K, 0)};
@@ -258,8 +268,11 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::openPortSink() {
 }
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::closePortSink() {
-  if (portSink_ != -1) Lum::sysCalls().close(portSink_);
+  Lum::SysCalls& sys = Lum::sysCalls();
+  if (portSink_ != -1) sys.close(portSink_);
+  if (portDrop_ != -1) sys.close(portDrop_);
   portSink_ = -1;
+  portDrop_ = -1;
 }
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::rebuildRemoteSocket() {

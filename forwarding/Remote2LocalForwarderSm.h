@@ -418,7 +418,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   void growReceiveBuffer();
   void keepOnlyOwnDatagrams();
   // A UDP socket on the VTEP address and port that keeps nothing: see R2LSockets.cpp.
-  void openPortSink();
+  void openPortSink(int ifIndex);
   void closePortSink();
   // The whole hardware directory: one LumVxHwStatusSm per entry, then our portId.
   void handleVxlanHwStatusAll();
@@ -443,6 +443,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   int32_t remoteSock_ = -1;
   int32_t localSock_ = -1;
   int32_t portSink_ = -1;
+  int32_t portDrop_ = -1;  // the ingress drop's link
   double maxProcessTime_ = kDefaultMaxProcessTime;
   Lum::Nested<LumFileDescriptor> fileDescriptor_{this};
   Wire::IpAddr floodMcastGrp_;

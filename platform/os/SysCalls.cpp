@@ -6,6 +6,7 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -134,6 +135,10 @@ int SysCalls::setns(int fd, int nstype) {
 
 int SysCalls::setrlimit(int resource, const rlimit* limit) {
   return ::setrlimit(static_cast<__rlimit_resource_t>(resource), limit);
+}
+
+int SysCalls::bpf(int cmd, void* attr, unsigned int size) {
+  return static_cast<int>(::syscall(SYS_bpf, cmd, attr, size));
 }
 
 unsigned int SysCalls::ifNameToIndex(const char* name) {

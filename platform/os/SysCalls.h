@@ -83,6 +83,8 @@ class SysCalls {
   virtual int setrlimit(int resource, const rlimit* limit);
   // if_nametoindex: 0 with errno set when there is no such interface.
   virtual unsigned int ifNameToIndex(const char* name);
+  // bpf(2): `attr` is the command's union bpf_attr, `size` its size.
+  virtual int bpf(int cmd, void* attr, unsigned int size);
 
   // Shared-memory objects and mappings.
   virtual int shmOpen(const char* name, int flags, mode_t mode);

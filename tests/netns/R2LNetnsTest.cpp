@@ -42,6 +42,23 @@ double cpuSeconds(pid_t pid) {
   return static_cast<double>(utime + stime) / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
+// The IPv4 datagrams the kernel of `netns` has taken in so far (Ip InReceives): the
+// "Ip:" line of names in /proc/net/snmp, then the one of values.
+uint64_t ipInReceives(const std::string& netns) {
+  std::istringstream text(run("ip netns exec " + netns + " cat /proc/net/snmp").second);
+  std::string names, values;
+  while (std::getline(text, names) && names.rfind("Ip: ", 0) != 0) {
+  }
+  std::getline(text, values);
+  std::istringstream n(names), v(values);
+  std::string name, value;
+  while (n >> name && v >> value) {
+    if (name == "InReceives") return std::stoull(value);
+  }
+  ADD_FAILURE() << "no Ip InReceives in " << netns;
+  return 0;
+}
+
 // Tag 0x0008 behind the MAC addresses: what the agent writes, never the kernel.
 bool isTxRawForm(const Frame& f) {
   return f.size() > 14 && f[12] == 0x00 && f[13] == 0x08;
@@ -194,6 +211,27 @@ TEST_F(R2LNetnsTest, NoPortUnreachableForForwardedDatagrams) {
   EXPECT_FALSE(answered());
   topo().stopHost();
   EXPECT_TRUE(answered()) << "the check would not see an answer";
+}
+
+// The datagrams are dropped at the underlay's ingress once the remote socket has them:
+// the kernel's IP input sees none while the agent runs, and all once it is gone (the
+// drop goes with the process).
+TEST_F(R2LNetnsTest, ForwardedDatagramsSkipTheKernelsIpInput) {
+  ASSERT_TRUE(forwardedWithin([&] { sendOverlayFrame(); }, kFrameWait).has_value());
+  constexpr uint64_t kFrames = 20;
+  const auto ipInputOf = [&] {
+    const uint64_t before = ipInReceives(topo().switchNs());
+    for (uint64_t i = 0; i < kFrames; ++i) sendOverlayFrame();
+    std::this_thread::sleep_for(kQuietWait);
+    return ipInReceives(topo().switchNs()) - before;
+  };
+  const uint64_t written = count(VxlanCounterId::r2lTxFrames);
+  const uint64_t whileRunning = ipInputOf();
+  EXPECT_LT(whileRunning, kFrames) << "the kernel took in " << whileRunning;
+  EXPECT_EQ(count(VxlanCounterId::r2lTxFrames) - written, kFrames);
+  topo().stopHost();
+  const uint64_t afterwards = ipInputOf();
+  EXPECT_GE(afterwards, kFrames) << "the check would not see the datagrams: " << afterwards;
 }
 
 }  // namespace
