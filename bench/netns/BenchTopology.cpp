@@ -15,6 +15,7 @@ constexpr const char* kKernelVtep = "kvx";
 constexpr const char* kKernelBridge = "kbr";
 constexpr const char* kKernelPort = "kv";
 constexpr const char* kKernelPortPeer = "kv-p";
+constexpr const char* kKernelSink = "ks";
 constexpr uint16_t kUserType = 0x88b5;  // local experimental: no stack answers it
 constexpr uint16_t kHighPriority = 0x0041;
 constexpr uint32_t kSwitchVtepIp = 0x0a630001;  // 10.99.0.1
@@ -30,9 +31,16 @@ TestSupport::SwitchTopologyConfig configFor(Path path, int cpu, std::vector<std:
   return c;
 }
 
-// A broadcast of a type nobody answers, `size` bytes from the MAC addresses on.
-std::vector<uint8_t> userFrame(size_t size, uint8_t srcLast) {
-  std::vector<uint8_t> f = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x02, 0, 0, 0, 0x10, srcLast};
+// R2L frames go to this address: the kernel path's bridge knows it on its sink alone.
+constexpr uint8_t kSinkMac[6] = {0x02, 0, 0, 0, 0x20, 0x01};
+constexpr const char* kSinkMacText = "02:00:00:00:20:01";
+constexpr uint8_t kBroadcast[6] = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
+
+// A frame of a type nobody answers to `dst`, `size` bytes from the MAC addresses on.
+std::vector<uint8_t> userFrame(size_t size, const uint8_t (&dst)[6], uint8_t srcLast) {
+  std::vector<uint8_t> f(dst, dst + 6);
+  for (uint8_t b : {0x02, 0, 0, 0, 0x10}) f.push_back(b);
+  f.push_back(srcLast);
   TestSupport::push16(f, kUserType);
   f.resize(size, 0xa5);
   return f;
@@ -73,6 +81,12 @@ BenchTopology::BenchTopology(Path path, int pathCpu, int generatorCpu,
     : path_(path), topo_(configFor(path, pathCpu, std::move(hostWrapper))) {
   // Should a step throw, topo_ (whole by now) removes everything on the way out.
   if (path_ == Path::kernel) addKernelVtep();
+  if (path_ == Path::vxrelay) {
+    // The agent's "txraw" as a sink, like the kernel path's "ks" (see steerTo).
+    topo_.ip(topo_.switchNs(),
+             std::string("link del ") + TestSupport::SwitchTopology::kTxRawDevice);
+    addSink(TestSupport::SwitchTopology::kTxRawDevice);
+  }
   // The remote VTEP's address resolved for good: no ARP exchange inside a measurement.
   topo_.ip(topo_.switchNs(), "neigh replace " + topo_.remoteVtepAddr(0) + " lladdr " +
                                  mac(topo_.remoteNs(0), topo_.remoteUnderlayDevice(0)) + " dev " +
@@ -93,11 +107,30 @@ void BenchTopology::addKernelVtep() {
   topo_.ip(ns, std::string("link add name ") + kKernelBridge + " type bridge stp_state 0");
   topo_.ip(ns,
            std::string("link add name ") + kKernelPort + " type veth peer name " + kKernelPortPeer);
-  for (const char* port : {kKernelVtep, kKernelPort}) {
+  addSink(kKernelSink);
+  for (const char* port : {kKernelVtep, kKernelPort, kKernelSink}) {
     topo_.ip(ns, std::string("link set ") + port + " master " + kKernelBridge + " up");
   }
+  // The sink takes the R2L frames (addressed to it) and nothing flooded: L2R's
+  // broadcasts go to "kvx" alone, as the agent's go to the remote alone.
+  TestSupport::runOrThrow("bridge -n " + ns + " link set dev " + kKernelSink +
+                          " flood off mcast_flood off bcast_flood off");
+  TestSupport::runOrThrow("bridge -n " + ns + " fdb add " + kSinkMacText + " dev " + kKernelSink +
+                          " master static");
   topo_.ip(ns, std::string("link set ") + kKernelPortPeer + " up");
   topo_.ip(ns, std::string("link set ") + kKernelBridge + " up");
+}
+
+// An IFB device takes a frame handed to it for sending, counts it as received and
+// frees it (it passes on only what a traffic-control rule redirected to it): a sink.
+// No IPv6 on it, so that nothing of its own is counted, and no queue, as a veth has none.
+void BenchTopology::addSink(const std::string& device) {
+  const std::string& ns = topo_.switchNs();
+  topo_.ip(ns, "link add name " + device + " type ifb");
+  topo_.ip(ns, "link set " + device + " txqueuelen 0");
+  TestSupport::runOrThrow("ip netns exec " + ns + " sysctl -qw net.ipv6.conf." + device +
+                          ".disable_ipv6=1");
+  topo_.ip(ns, "link set " + device + " up");
 }
 
 // Receive packet steering. A veth hands a frame to the receiving end's backlog on the
@@ -109,13 +142,20 @@ void BenchTopology::addKernelVtep() {
 //                  for R2L; "vxlan" or "kv" for L2R) steer there, and what the agent or
 //                  the kernel sends on starts there.
 //   generator CPU  the other machines: the generator, the fabric bridge (its ports steer
-//                  here), the remote VTEP's decapsulation and the far-end ports
-//                  "txraw-p" and "kv-p" (steered here).
+//                  here) and the remote VTEP's decapsulation.
 //
 // So the frames the switch sends on never wait in the backlog that the generator keeps
 // full in an overload, which would drop them after all the switch's work was done;
 // and the kernel path gets one CPU, as the agent does (its softirq work for the
 // agent's sockets runs on the agent's CPU too).
+//
+// R2L ends in a sink on both paths ("txraw" for the agent, the bridge port "ks"
+// for the kernel), which counts a frame as it is handed over and frees it: no far end
+// to steer. A veth far end steered to the generator's CPU cost the agent an
+// inter-processor interrupt per frame (a process's send runs the softirq that hands
+// the frame over at once, one frame at a time, where the kernel's softirq hands over a
+// batch per interrupt) and took the generator's CPU with it, a cost that only the
+// emulation has: a switch's forwarding plane takes the agent's frames on no other CPU.
 void BenchTopology::steerTo(int pathCpu, int generatorCpu) {
   const auto steer = [](const std::string& netns, const std::string& devices, int cpu) {
     char mask[16];  // a CPU mask in hex, as the file takes it
@@ -127,10 +167,7 @@ void BenchTopology::steerTo(int pathCpu, int generatorCpu) {
   const std::string& ns = topo_.switchNs();
   const std::string local =
       path_ == Path::vxrelay ? TestSupport::SwitchTopology::kVxlanDevice : kKernelPort;
-  const std::string farEnd =
-      path_ == Path::vxrelay ? TestSupport::SwitchTopology::kTxRawPeer : kKernelPortPeer;
   steer(ns, topo_.underlayDevice() + " " + local, pathCpu);
-  steer(ns, farEnd, generatorCpu);
   // Every port of the fabric bridge.
   steer(topo_.fabricNs(), "$(ls /sys/class/net | grep -v -e lo -e br0)", generatorCpu);
 }
@@ -140,7 +177,7 @@ std::string BenchTopology::mac(const std::string& netns, const std::string& devi
 }
 
 Port BenchTopology::input(Direction d) const {
-  if (d == Direction::r2l) return {topo_.remoteNs(0), topo_.remoteUnderlayDevice(0)};
+  if (d == Direction::r2l) return {topo_.fabricNs(), topo_.switchFabricEnd()};
   return {topo_.switchNs(),
           path_ == Path::vxrelay ? TestSupport::SwitchTopology::kVxlanPeer : kKernelPortPeer};
 }
@@ -148,13 +185,13 @@ Port BenchTopology::input(Direction d) const {
 Port BenchTopology::output(Direction d) const {
   if (d == Direction::l2r) return {topo_.remoteNs(0), TestSupport::SwitchTopology::kRemoteHostPeer};
   return {topo_.switchNs(),
-          path_ == Path::vxrelay ? TestSupport::SwitchTopology::kTxRawPeer : kKernelPortPeer};
+          path_ == Path::vxrelay ? TestSupport::SwitchTopology::kTxRawDevice : kKernelSink};
 }
 
 std::vector<uint8_t> BenchTopology::frame(Direction d, size_t size) const {
   const auto& c = topo_.config();
   if (d == Direction::l2r) {
-    const std::vector<uint8_t> user = userFrame(size, 0x01);
+    const std::vector<uint8_t> user = userFrame(size, kBroadcast, 0x01);
     if (path_ == Path::kernel) return user;
     return TestSupport::localFrame(user, kHighPriority, 0, c.vlan.value());
   }
@@ -163,10 +200,12 @@ std::vector<uint8_t> BenchTopology::frame(Direction d, size_t size) const {
   b.daddr = kSwitchVtepIp;
   b.dport = c.udpPort;
   b.vni = c.vni.value();
-  b.inner = userFrame(size, 0x02);
+  b.inner = userFrame(size, kSinkMac, 0x02);
   std::vector<uint8_t> f = b.build();
-  // Addressed to the switch's underlay device, so that the fabric bridge forwards it
-  // there alone and the switch's kernel takes it as its own.
+  // Addressed to the switch's underlay device, which the switch's kernel takes as its
+  // own; it is written straight into the fabric's end of that veth, as if the remote's
+  // datagram had crossed the fabric (the generator's CPU then spends nothing on the
+  // fabric bridge and offers more).
   copyMac(mac(topo_.switchNs(), topo_.underlayDevice()), f.data());
   copyMac(mac(topo_.remoteNs(0), topo_.remoteUnderlayDevice(0)), f.data() + 6);
   // The kernel's IPv4 receive wants the total length and the header checksum right.

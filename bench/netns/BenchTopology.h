@@ -2,11 +2,13 @@
 // (TestSupport::SwitchTopology), set up for one of the two paths the benchmark
 // compares:
 //
-//   vxrelay  the agent host in the switch namespace, pinned to the path's CPU.
+//   vxrelay  the agent host in the switch namespace, pinned to the path's CPU; its
+//            "txraw" is a sink: an IFB device, which counts what it is handed and frees it.
 //   kernel   no host; beside the switch's devices a kernel VXLAN device "kvx" (the
-//            same VNI, the remote VTEP as its default destination) and a veth "kv"
-//            <-> "kv-p", both ports of the bridge "kbr": the kernel decapsulates into
-//            "kv-p" and encapsulates what is written into "kv-p".
+//            same VNI, the remote VTEP as its default destination), a veth "kv" <->
+//            "kv-p" and a sink "ks" (IFB), all ports of the bridge "kbr": the kernel
+//            decapsulates into "ks" (R2L frames are addressed to it; it takes nothing
+//            flooded) and encapsulates what is written into "kv-p".
 //
 // Both: the remote's kernel VXLAN device "vx0" bridged to a host veth ("h0-p" counts
 // what it delivers), a permanent neighbour entry for the remote VTEP (no ARP while
@@ -14,9 +16,8 @@
 // other machines' to the generator's (see steerTo). Where each direction's frames go in and are
 // counted:
 //
-//                  written into                    counted on
-//   R2L vxrelay    remote's underlay veth end      "txraw-p" (the agent's writes)
-//   R2L kernel     remote's underlay veth end      "kv-p"    (kvx decapsulated)
+//   R2L vxrelay    fabric end of the underlay      "txraw" (the agent's writes)
+//   R2L kernel     fabric end of the underlay      "ks"    (kvx decapsulated)
 //   L2R vxrelay    "vxlan-p", local form           remote "h0-p"
 //   L2R kernel     "kv-p", plain frame             remote "h0-p"
 #pragma once
@@ -42,8 +43,9 @@ struct Port {
   std::string device;
 };
 
-// The frames the device has received so far, from the kernel's own statistics (a veth
-// counts a frame when its peer handed it over).
+// The frames the device has received so far, from the kernel's own statistics: a veth
+// counts a frame when its peer handed it over, a sink (an IFB device) when it was
+// handed one to send, which it frees at once.
 uint64_t rxPackets(const Port& port);
 
 class BenchTopology {
@@ -66,6 +68,7 @@ class BenchTopology {
 
  private:
   void addKernelVtep();
+  void addSink(const std::string& device);
   void steerTo(int pathCpu, int generatorCpu);
   std::string mac(const std::string& netns, const std::string& device) const;
 

@@ -88,7 +88,7 @@ void SwitchTopology::build() {
   ip(fabricNs_, "link add name br0 type bridge stp_state 0 mcast_snooping 0");
   ip(fabricNs_, "link set br0 up");
 
-  addVtep(switchNs_, switchUnderlay_, deviceName("f" + tag_ + "s"), kVtepAddr);
+  addVtep(switchNs_, switchUnderlay_, switchFabricEnd(), kVtepAddr);
   for (const char* pair : {kTxRawDevice, kVxlanDevice}) switchVethPairIs(pair);
 
   for (size_t i = 0; i < config_.remotes; ++i) {
@@ -110,6 +110,10 @@ void SwitchTopology::switchVethPairIs(const std::string& device) const {
   ip(switchNs_, "link add name " + device + " type veth peer name " + device + "-p");
   ip(switchNs_, "link set " + device + "-p up");
   ip(switchNs_, "link set " + device + " up");
+}
+
+std::string SwitchTopology::switchFabricEnd() const {
+  return deviceName("f" + tag_ + "s");
 }
 
 std::string SwitchTopology::remoteUnderlayDevice(size_t i) const {

@@ -98,6 +98,9 @@ class SwitchTopology {
   std::string remoteVtepAddr(size_t i) const;
   // The underlay veth end of remote i, for frames written below its kernel VXLAN device.
   std::string remoteUnderlayDevice(size_t i) const;
+  // The fabric's end of the switch's underlay veth: what is written there reaches the
+  // switch without crossing the fabric bridge.
+  std::string switchFabricEnd() const;
   // Makes the veth pair `device` <-> `device`-p in the switch namespace, both up: how
   // "txraw" and "vxlan" are made, and made again by tests that deleted one.
   void switchVethPairIs(const std::string& device) const;
