@@ -34,6 +34,7 @@ struct Options {
   int pathCpu = 1;
   bool traffic = true;
   bool callgrind = true;
+  std::vector<Direction> directions{Direction::r2l, Direction::l2r};
 };
 
 void onSignal(int) {
@@ -92,7 +93,7 @@ bool runTraffic(const Options& opt) {
   BenchTopology vxrelay(Path::vxrelay, opt.pathCpu, opt.generatorCpu);
   BenchTopology kernel(Path::kernel, opt.pathCpu, opt.generatorCpu);
   std::vector<Row> rows;
-  for (Direction d : {Direction::r2l, Direction::l2r}) {
+  for (Direction d : opt.directions) {
     for (size_t size : kSizes) {
       const auto [v, k] = measureCase(vxrelay, kernel, d, size, opt.settings);
       rows.push_back(v);
@@ -154,6 +155,9 @@ int main(int argc, char** argv) {
   std::string frameMode = "batch";
   app.add_option("--frame-mode", frameMode, "the agent's frame mode (VXRELAY_FRAME_MODE)")
       ->check(CLI::IsMember({"batch", "single", "filtered"}));
+  std::string direction = "both";
+  app.add_option("--direction", direction, "the direction(s) measured")
+      ->check(CLI::IsMember({"both", "r2l", "l2r"}));
   app.add_flag("--no-callgrind", noCallgrind, "skip the instruction counts");
   std::string keep;
   app.add_option("--keep-callgrind", keep, "a folder that keeps the frame loops' callgrind outputs")
@@ -163,6 +167,9 @@ int main(int argc, char** argv) {
   opt.settings.duration = std::chrono::duration<double>(seconds);
   opt.traffic = !callgrindOnly;
   opt.callgrind = !noCallgrind;
+  if (direction != "both") {
+    opt.directions = {direction == "r2l" ? Bench::Direction::r2l : Bench::Direction::l2r};
+  }
   // The agent host inherits it and reads it when the agent library loads.
   ::setenv("VXRELAY_FRAME_MODE", frameMode.c_str(), 1);
 
