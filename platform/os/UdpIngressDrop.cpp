@@ -44,8 +44,10 @@ constexpr int16_t kDaddr = 30;
 constexpr int16_t kDport = 36;
 constexpr int32_t kHeaders = 42;
 
+}  // namespace
+
 // `addr` and `port` in network byte order: what a load of the frame's bytes gives.
-int loadProgram(SysCalls& sys, uint32_t addr, uint16_t port) {
+int loadUdpIngressDrop(SysCalls& sys, uint32_t addr, uint16_t port) {
   const bpf_insn prog[] = {
       insn(BPF_LDX | BPF_W | BPF_MEM, BPF_REG_2, BPF_REG_1, offsetof(__sk_buff, data), 0),
       insn(BPF_LDX | BPF_W | BPF_MEM, BPF_REG_3, BPF_REG_1, offsetof(__sk_buff, data_end), 0),
@@ -82,10 +84,8 @@ int loadProgram(SysCalls& sys, uint32_t addr, uint16_t port) {
   return sys.bpf(BPF_PROG_LOAD, &attr, sizeof attr);
 }
 
-}  // namespace
-
 int attachUdpIngressDrop(SysCalls& sys, int ifIndex, uint32_t addr, uint16_t port) {
-  const int prog = loadProgram(sys, addr, port);
+  const int prog = loadUdpIngressDrop(sys, addr, port);
   if (prog < 0) return -1;
   bpf_attr attr;
   std::memset(&attr, 0, sizeof attr);

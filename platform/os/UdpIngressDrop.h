@@ -21,4 +21,8 @@ namespace Lum {
 // `ifIndex`. Returns the link's descriptor (close it to detach), or -1 with errno set.
 int attachUdpIngressDrop(SysCalls& sys, int ifIndex, uint32_t addr, uint16_t port);
 
+// The classifier program alone, loaded and not attached (for a test run): its
+// descriptor, or -1 with errno set. It answers 2 (drop) or -1 (next).
+int loadUdpIngressDrop(SysCalls& sys, uint32_t addr, uint16_t port);
+
 }  // namespace Lum
