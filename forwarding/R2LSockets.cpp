@@ -248,7 +248,11 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::openPortSink(int ifIndex) {
   Lum::SysCalls& sys = Lum::sysCalls();
   portDrop_ = Lum::attachUdpIngressDrop(sys, ifIndex, status->localVtepAddr().value(),
                                         htons(status->udpPort()));
-  if (portDrop_ < 0) R2L_TRACE(7, "() no ingress drop: " << std::strerror(errno));
+  if (portDrop_ < 0) {
+    // Still correct, only dearer: the kernel's IP input sees every datagram.
+    R2L_TRACE(1, "() no ingress drop: " << std::strerror(errno));
+    RINGLOG(1, "R2LSm(%s) no ingress drop: %d", intfId_.stringValue().view(), errno);
+  }
   const int sock = sys.socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (sock < 0) return;
   sock_filter keepNothing[] = {BPF_STMT(BPF_RET | BPF_K, 0)};

@@ -260,6 +260,8 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   }
   int32_t localSock() const { return localSock_; }
   int32_t portSink() const { return portSink_; }
+  // The ingress drop's link (UdpIngressDrop.h), -1 when the kernel refused it.
+  int32_t ingressDrop() const { return portDrop_; }
   void localSockIs(int32_t s) { localSock_ = s; }
   double maxProcessTime() const { return maxProcessTime_; }
   void maxProcessTimeIs(double t) { maxProcessTime_ = t; }

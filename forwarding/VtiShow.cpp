@@ -54,7 +54,8 @@ json remoteToLocal(const VtiStatus& status, const Remote2LocalForwarderSm::LumVt
   if (!sm) return direction({"no remote-to-local machine"}, false, json::object());
   const json sockets = {{"remote", sm->remoteSock() != -1},
                         {"local", sm->localSock() != -1},
-                        {"portSink", sm->portSink() != -1}};
+                        {"portSink", sm->portSink() != -1},
+                        {"ingressDrop", sm->ingressDrop() != -1}};
   std::vector<std::string> why = remoteToLocalReasons(status, kernel);
   // The machine closes both sockets when the source device is missing and looks again
   // only when the VTI or "txraw" changes, not when that device comes.
