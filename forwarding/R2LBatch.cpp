@@ -148,7 +148,9 @@ bool Sm::flushBatch(unsigned n) {
     const int sent = Lum::sysCalls().sendmmsg(localSock_, b.out + done, n - done, 0);
     const int err = sent < 0 ? errno : 0;
     for (int i = 0; i < sent; ++i) {
-      const uint32_t bytes = b.out[done + static_cast<unsigned>(i)].msg_len;
+      const unsigned at = done + static_cast<unsigned>(i);
+      const uint32_t bytes = b.out[at].msg_len;
+      traceWrote(bytes, static_cast<int32_t>(b.outIov[at].iov_len));
       vxlanCounterInc(VxlanCounterId::r2lTxFrames, 1);
       vxlanCounterInc(VxlanCounterId::r2lTxBytes, bytes);
     }
@@ -164,6 +166,7 @@ bool Sm::flushBatch(unsigned n) {
     }
     // Each frame that was not written is dropped and counted as one at a time would.
     for (unsigned i = done; i < n; ++i) {
+      traceWrote(-1, static_cast<int32_t>(b.outIov[i].iov_len));
       dropFrame(R2L::Drop::sendError, static_cast<uint32_t>(b.outIov[i].iov_len), 0, err);
     }
     return false;

@@ -89,6 +89,14 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::countReceived(const uint8_t* buf, 
   RINGLOG(7, "R2LSm(%s)::handleFileDescriptor() read %u bytes", intfId_.stringValue().view(), len);
 }
 
+void Remote2LocalForwarderSm::LumVtiStatusSm::traceWrote(ssize_t rc, int32_t len) {
+  // The step is the frame loop's, wherever the write was made: the text names it.
+  LUM_TRACE(
+      forwardingTrace, 7,
+      "R2LSm(" << intfId_ << ")::handleFileDescriptor) wrote " << rc << " of " << len << " bytes");
+  RINGLOG(7, "R2LSm(%s) wrote %zd of %d bytes", intfId_.stringValue().view(), rc, len);
+}
+
 void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc) {
   R2L_TRACE(8,
             "() initialized:" << initialized_ << " localSock:" << localSock_ << " desc:" << desc);
@@ -125,8 +133,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
     }
     const int32_t frameLen = static_cast<int32_t>(d.length);
     const Lum::SysResult sent = sendFrame(buf + d.offset, frameLen);
-    R2L_TRACE(7, ") wrote " << sent.rc << " of " << frameLen << " bytes");
-    RINGLOG(7, "R2LSm(%s) wrote %zd of %d bytes", intfId_.stringValue().view(), sent.rc, frameLen);
+    traceWrote(sent.rc, frameLen);
     if (sent.rc != frameLen) {
       // A short write ends the run as a failure does; the rest waits in the socket.
       dropFrame(Drop::sendError, d.length, 0, sent.err);

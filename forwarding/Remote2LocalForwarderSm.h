@@ -399,6 +399,9 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   bool flushBatch(unsigned n);
   // A frame read: its dump, the receive counters and trace.
   void countReceived(const uint8_t* buf, uint32_t len);
+  // A frame's write, `rc` as the call returned it for `len` bytes: the trace and ring
+  // record of the one-frame loop's step, which the batch writes carry too.
+  void traceWrote(ssize_t rc, int32_t len);
   // The one exit of a dropped frame: traces, writes the ring record and counts, as the
   // drop table's row for `why` says. `len` is the frame's length, `detail` what
   // R2L::Decap::detail holds, `err` the errno of a socket failure.

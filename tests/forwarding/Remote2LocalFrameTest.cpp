@@ -2,12 +2,15 @@
 
 #include <array>
 #include <set>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "R2LManagerFixture.h"
 #include "forwarding/PacketTrace.h"
 #include "platform/os/TimeSource.h"
+#include "platform/trace/Trace.h"
 #include "tests/support/VxlanFrameBuilder.h"
 
 namespace Vxlan {
@@ -23,6 +26,26 @@ using Moved = std::vector<std::pair<VxlanCounterId, uint64_t>>;
 std::vector<uint8_t> txRaw(const VxlanFrameBuilder& b, uint16_t vlan, uint16_t glort) {
   return TestSupport::txRawFrame(b.inner, Bridging::VlanId(vlan), HwPortId(glort));
 }
+
+// The trace lines of what runs in its lifetime that hold `word`, in order, without
+// their date and time.
+class TraceLines {
+ public:
+  explicit TraceLines(std::string word) : word_(std::move(word)) { Lum::coverageStreamIs(&text_); }
+  ~TraceLines() { Lum::coverageStreamIs(nullptr); }
+  std::vector<std::string> lines() const {
+    std::istringstream in(text_.str());
+    std::vector<std::string> found;
+    for (std::string line; std::getline(in, line);) {
+      if (line.find(word_) != std::string::npos) found.push_back(line.substr(line.find(' ', 11)));
+    }
+    return found;
+  }
+
+ private:
+  std::string word_;
+  std::ostringstream text_;
+};
 
 // The manager with one VTI up (VTEP 10.0.0.1, UDP port 4789, VNI 5000 on VLAN 10, port
 // id 0x0102): the test writes datagrams to the peer of its remote socket, runs the loop
@@ -185,9 +208,8 @@ TEST_F(Remote2LocalFrameTest, NetDownReopensTheLocalSocketOtherErrorsEndTheRun) 
 }
 
 // Batch mode keeps the per-frame semantics: the same frames in the same order and the
-// same counters as one at a time; the budget ends a batch between frames and the rest
-// follows in order without a new datagram; a short batch write is accounted frame by
-// frame.
+// same counters and write traces as one at a time; the budget ends a batch between frames and the
+// rest follows in order without a new datagram; a short batch write is accounted frame by frame.
 TEST_F(Remote2LocalFrameTest, BatchModeKeepsPerFrameSemantics) {
   std::vector<VxlanFrameBuilder> mix(6);
   mix[1].inner.resize(5);      // too short behind the VXLAN header
@@ -197,15 +219,17 @@ TEST_F(Remote2LocalFrameTest, BatchModeKeepsPerFrameSemantics) {
   mix[5].inner.back() = 0x77;  // told apart from the first
   const auto runAll = [&] {
     const Counts before = counts();
+    const TraceLines wrote(") wrote ");
     for (const auto& b : mix) send(b.build());
     run();
-    return std::pair{written(), moved(before)};
+    return std::tuple{written(), moved(before), wrote.lines()};
   };
   const auto single = runAll();
   sm()->batchModeIs(true);
   const auto batched = runAll();
   EXPECT_EQ(batched, single);
-  EXPECT_EQ(batched.first.size(), 3u);
+  EXPECT_EQ(std::get<0>(batched).size(), 3u);
+  EXPECT_EQ(std::get<2>(batched).size(), 3u);
 
   {
     SteppingTime time(0.06);
