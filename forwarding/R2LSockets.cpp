@@ -233,26 +233,19 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::growReceiveBuffer() {
 // The datagrams for the VTEP address reach the kernel's UDP input as well as the
 // remote socket. With nothing bound to the VXLAN port the kernel answers each with an
 // ICMP port unreachable, to every remote VTEP, for every frame. Two things prevent it:
-// - a drop at the device's ingress, after the remote socket has its copy: the
-//   datagram never reaches the kernel's IP input, which costs the kernel more than
-//   all the rest of a frame; the kernel undoes it when the descriptor is closed, also
-//   when the process dies (UdpIngressDrop.h);
-// - a UDP socket bound to the port whose filter keeps nothing, for what the drop
-//   leaves (fragments, IP options) and where the kernel has no such drop: the port is
-//   taken at the cost of the filter run, nothing is queued, nothing is answered. When
-//   the port is taken already (another VXLAN endpoint on this host) the bind fails
-//   and nothing is needed.
+// - a UDP socket bound to the port whose filter keeps nothing: the port is taken at
+//   the cost of the filter run, nothing is queued, nothing is answered. When the port
+//   is taken already (another VXLAN endpoint on this host) the bind fails, and the
+//   datagrams are that endpoint's as well: nothing more is done;
+// - then, the port being ours, a drop at the device's ingress after the remote socket
+//   has its copy: the datagram never reaches the kernel's IP input, which costs the
+//   kernel more than all the rest of a frame. The kernel undoes it when the descriptor
+//   is closed, also when the process dies (UdpIngressDrop.h). What it leaves
+//   (fragments, IP options) meets the socket.
 void Remote2LocalForwarderSm::LumVtiStatusSm::openPortSink(int ifIndex) {
   const VtiStatus* status = notifier().ptr();
   if (!status || status->localVtepAddr().isZero()) return;
   Lum::SysCalls& sys = Lum::sysCalls();
-  portDrop_ = Lum::attachUdpIngressDrop(sys, ifIndex, status->localVtepAddr().value(),
-                                        htons(status->udpPort()));
-  if (portDrop_ < 0) {
-    // Still correct, only dearer: the kernel's IP input sees every datagram.
-    R2L_TRACE(1, "() no ingress drop: " << std::strerror(errno));
-    RINGLOG(1, "R2LSm(%s) no ingress drop: %d", intfId_.stringValue().view(), errno);
-  }
   const int sock = sys.socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (sock < 0) return;
   sock_filter keepNothing[] = {BPF_STMT(BPF_RET | BPF_K, 0)};
@@ -269,6 +262,12 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::openPortSink(int ifIndex) {
     return;
   }
   portSink_ = sock;
+  portDrop_ = Lum::attachUdpIngressDrop(sys, ifIndex, addr.sin_addr.s_addr, addr.sin_port);
+  if (portDrop_ < 0) {
+    // Still correct, only dearer: the kernel's IP input sees every datagram.
+    R2L_TRACE(1, "() no ingress drop: " << std::strerror(errno));
+    RINGLOG(1, "R2LSm(%s) no ingress drop: %d", intfId_.stringValue().view(), errno);
+  }
 }
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::closePortSink() {

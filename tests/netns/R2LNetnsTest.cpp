@@ -4,6 +4,8 @@
 // port) and never spins on a socket it cannot serve. Needs root; skipped without it.
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -14,6 +16,7 @@
 #include <thread>
 
 #include "agent/VxlanCounterId.h"
+#include "tests/netns/NamespaceSwitch.h"
 #include "tests/netns/OverlayFrames.h"
 #include "tests/netns/PacketSocket.h"
 #include "tests/netns/SwitchTopology.h"
@@ -232,6 +235,29 @@ TEST_F(R2LNetnsTest, ForwardedDatagramsSkipTheKernelsIpInput) {
   topo().stopHost();
   const uint64_t afterwards = ipInputOf();
   EXPECT_GE(afterwards, kFrames) << "the check would not see the datagrams: " << afterwards;
+}
+
+// Another endpoint on this host holding the VXLAN port (the agent's sink cannot bind)
+// keeps its datagrams: the agent forwards its copies and drops nothing at the device.
+TEST_F(R2LNetnsTest, AnotherEndpointOnThePortKeepsItsDatagrams) {
+  int other = -1;
+  {
+    NamespaceSwitch in(topo().switchNs());
+    other = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  }
+  ASSERT_GE(other, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(kOtherUdpPort);
+  addr.sin_addr.s_addr = htonl(kSwitchVtepIp);
+  const bool bound = ::bind(other, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0;
+  ASSERT_TRUE(applyVti({{"udpPort", kOtherUdpPort}}).value("ok", false));
+  topo().remoteVxlanDeviceIs(0, topo().config().vni, kOtherUdpPort);
+  EXPECT_TRUE(bound);
+  EXPECT_TRUE(forwardedWithin([&] { sendOverlayFrame(); }, kSettleLimit).has_value());
+  char byte;
+  EXPECT_GE(::recv(other, &byte, 1, MSG_DONTWAIT), 0) << "the other endpoint got nothing";
+  ::close(other);
 }
 
 }  // namespace
