@@ -27,25 +27,15 @@ std::vector<uint8_t> txRaw(const VxlanFrameBuilder& b, uint16_t vlan, uint16_t g
   return TestSupport::txRawFrame(b.inner, Bridging::VlanId(vlan), HwPortId(glort));
 }
 
-// The trace lines of what runs in its lifetime that hold `word`, in order, without
-// their date and time.
-class TraceLines {
- public:
-  explicit TraceLines(std::string word) : word_(std::move(word)) { Lum::coverageStreamIs(&text_); }
-  ~TraceLines() { Lum::coverageStreamIs(nullptr); }
-  std::vector<std::string> lines() const {
-    std::istringstream in(text_.str());
-    std::vector<std::string> found;
-    for (std::string line; std::getline(in, line);) {
-      if (line.find(word_) != std::string::npos) found.push_back(line.substr(line.find(' ', 11)));
-    }
-    return found;
+// The lines of `trace` that hold `word`, in order, without their date and time.
+std::vector<std::string> linesWith(const std::string& trace, const std::string& word) {
+  std::istringstream in(trace);
+  std::vector<std::string> found;
+  for (std::string line; std::getline(in, line);) {
+    if (line.find(word) != std::string::npos) found.push_back(line.substr(line.find(' ', 11)));
   }
-
- private:
-  std::string word_;
-  std::ostringstream text_;
-};
+  return found;
+}
 
 // The manager with one VTI up (VTEP 10.0.0.1, UDP port 4789, VNI 5000 on VLAN 10, port
 // id 0x0102): the test writes datagrams to the peer of its remote socket, runs the loop
@@ -208,8 +198,9 @@ TEST_F(Remote2LocalFrameTest, NetDownReopensTheLocalSocketOtherErrorsEndTheRun) 
 }
 
 // Batch mode keeps the per-frame semantics: the same frames in the same order and the
-// same counters and write traces as one at a time; the budget ends a batch between frames and the
-// rest follows in order without a new datagram; a short batch write is accounted frame by frame.
+// same counters and write traces as one at a time; the budget ends a batch between
+// frames and the rest follows in order without a new datagram; a short batch write is
+// accounted frame by frame.
 TEST_F(Remote2LocalFrameTest, BatchModeKeepsPerFrameSemantics) {
   std::vector<VxlanFrameBuilder> mix(6);
   mix[1].inner.resize(5);      // too short behind the VXLAN header
@@ -219,10 +210,12 @@ TEST_F(Remote2LocalFrameTest, BatchModeKeepsPerFrameSemantics) {
   mix[5].inner.back() = 0x77;  // told apart from the first
   const auto runAll = [&] {
     const Counts before = counts();
-    const TraceLines wrote(") wrote ");
+    std::ostringstream trace;
+    Lum::coverageStreamIs(&trace);
     for (const auto& b : mix) send(b.build());
     run();
-    return std::tuple{written(), moved(before), wrote.lines()};
+    Lum::coverageStreamIs(nullptr);
+    return std::tuple{written(), moved(before), linesWith(trace.str(), ") wrote ")};
   };
   const auto single = runAll();
   sm()->batchModeIs(true);

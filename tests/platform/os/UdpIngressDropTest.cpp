@@ -55,38 +55,32 @@ class UdpIngressDropTest : public ::testing::Test {
   int prog_ = -1;
 };
 
+// Left to the kernel's input (the port sink takes those): another port or address,
+// fragments, options, a tag, another protocol, a short frame.
 TEST_F(UdpIngressDropTest, DropsThePlainDatagramsForTheAddressAndPortAlone) {
   EXPECT_EQ(verdict(datagram().build()), kDrop);
-
-  TestSupport::VxlanFrameBuilder b = datagram();
-  b.dport = kPort + 1;
-  EXPECT_EQ(verdict(b.build()), kNext) << "another port";
-  b = datagram();
-  b.daddr = kVtep + 1;
-  EXPECT_EQ(verdict(b.build()), kNext) << "another address";
-}
-
-// What the kernel's input must still see: the port sink takes those.
-TEST_F(UdpIngressDropTest, LeavesFragmentsOptionsTagsAndShortFrames) {
-  TestSupport::VxlanFrameBuilder b = datagram();
-  std::vector<uint8_t> f = b.build();
-  f[20] = 0x20;  // more fragments
-  EXPECT_EQ(verdict(f), kNext) << "a first fragment";
-  f[20] = 0x00;
-  f[21] = 0x10;  // a later fragment
-  EXPECT_EQ(verdict(f), kNext) << "a later fragment";
-
-  b.ipHdrWords = 6;
-  EXPECT_EQ(verdict(b.build()), kNext) << "IPv4 options";
-  b = datagram();
-  b.tagged = true;
-  EXPECT_EQ(verdict(b.build()), kNext) << "a tagged frame";
-  f = datagram().build();
-  f[23] = 6;  // TCP
-  EXPECT_EQ(verdict(f), kNext) << "not UDP";
-  f = datagram().build();
-  f.resize(41);  // the UDP header cut
-  EXPECT_EQ(verdict(f), kNext) << "a short frame";
+  const auto with = [](auto change) {
+    TestSupport::VxlanFrameBuilder b = datagram();
+    change(b);
+    return b.build();
+  };
+  const auto patched = [](size_t at, uint8_t value, size_t size = 0) {
+    std::vector<uint8_t> f = datagram().build();
+    f[at] = value;
+    if (size != 0) f.resize(size);
+    return f;
+  };
+  const std::pair<const char*, std::vector<uint8_t>> kept[] = {
+      {"another port", with([](auto& b) { b.dport = kPort + 1; })},
+      {"another address", with([](auto& b) { b.daddr = kVtep + 1; })},
+      {"IPv4 options", with([](auto& b) { b.ipHdrWords = 6; })},
+      {"a tagged frame", with([](auto& b) { b.tagged = true; })},
+      {"a first fragment", patched(20, 0x20)},  // more fragments, no don't-fragment
+      {"a later fragment", patched(21, 0x10)},
+      {"TCP", patched(23, 6)},
+      {"the UDP header cut", patched(0, 0, 41)},
+  };
+  for (const auto& [what, frame] : kept) EXPECT_EQ(verdict(frame), kNext) << what;
 }
 
 }  // namespace
