@@ -191,7 +191,8 @@ TEST_F(R2LNetnsTest, RemoteSocketWithoutLocalSocketDoesNotSpin) {
 // Guards the VXLAN port while the agent runs: the forwarded datagrams are dropped at
 // the underlay's ingress once the remote socket has them, so the kernel's IP input sees
 // none and answers none with an ICMP port unreachable; once the agent is gone (the
-// drop goes with the process) it sees them all and answers.
+// drop goes with the process) it sees them all and answers. Before Linux 6.6 (no tcx)
+// the input sees them while the agent runs too, and the port sink keeps it silent.
 TEST_F(R2LNetnsTest, ForwardedDatagramsNeitherReachNorAnswerTheKernel) {
   ASSERT_TRUE(forwardedWithin([&] { sendOverlayFrame(); }, kFrameWait).has_value());
   constexpr uint64_t kFrames = 20;
@@ -210,7 +211,7 @@ TEST_F(R2LNetnsTest, ForwardedDatagramsNeitherReachNorAnswerTheKernel) {
   };
   const uint64_t written = count(VxlanCounterId::r2lTxFrames);
   const auto [running, answeredRunning] = kernelSees();
-  EXPECT_LT(running, kFrames) << "the kernel took in " << running;
+  EXPECT_EQ(running < kFrames, kernelAtLeast(6, 6)) << "the kernel took in " << running;
   EXPECT_FALSE(answeredRunning);
   EXPECT_EQ(count(VxlanCounterId::r2lTxFrames) - written, kFrames);
   topo().stopHost();
@@ -229,8 +230,7 @@ TEST_F(R2LNetnsTest, AnotherEndpointOnThePortKeepsItsDatagrams) {
   ASSERT_TRUE(applyVti({{"udpPort", kOtherUdpPort}}).value("ok", false));
   topo().remoteVxlanDeviceIs(0, topo().config().vni, kOtherUdpPort);
   EXPECT_TRUE(forwardedWithin([&] { sendOverlayFrame(); }, kSettleLimit).has_value());
-  char byte;
-  EXPECT_GE(::recv(other, &byte, 1, MSG_DONTWAIT), 0) << "the other endpoint got nothing";
+  EXPECT_GE(::recv(other, nullptr, 0, MSG_DONTWAIT | MSG_TRUNC), 0) << "it got nothing";
   ::close(other);
 }
 

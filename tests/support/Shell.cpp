@@ -1,5 +1,6 @@
 #include "tests/support/Shell.h"
 
+#include <sys/utsname.h>
 #include <sys/wait.h>
 
 #include <cstdio>
@@ -21,6 +22,13 @@ std::pair<int, std::string> run(const std::string& command) {
 void runOrThrow(const std::string& command) {
   auto [status, out] = run(command);
   if (status != 0) throw std::runtime_error("`" + command + "` failed: " + out);
+}
+
+bool kernelAtLeast(int major, int minor) {
+  utsname u{};
+  int ma = 0, mi = 0;
+  return ::uname(&u) == 0 && std::sscanf(u.release, "%d.%d", &ma, &mi) == 2 &&
+         (ma > major || (ma == major && mi >= minor));
 }
 
 std::vector<std::string> listNetworkNamespaces() {

@@ -15,6 +15,10 @@ std::pair<int, std::string> run(const std::string& command);
 // Throws std::runtime_error with the command and its output when it fails.
 void runOrThrow(const std::string& command);
 
+// Whether the running kernel is at least `major`.`minor` (for a feature that came in
+// that release: a case states what the kernel before it does instead).
+bool kernelAtLeast(int major, int minor);
+
 // Every named network namespace, as `ip netns list` shows them.
 std::vector<std::string> listNetworkNamespaces();
 

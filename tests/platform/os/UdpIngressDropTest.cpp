@@ -11,6 +11,7 @@
 #include <cstring>
 #include <vector>
 
+#include "tests/support/Shell.h"
 #include "tests/support/VxlanFrameBuilder.h"
 
 namespace {
@@ -26,21 +27,19 @@ class UdpIngressDropTest : public ::testing::Test {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "loading a BPF program needs root";
+    if (!TestSupport::kernelAtLeast(6, 6)) GTEST_SKIP() << "no tcx before Linux 6.6";
     prog_ = Lum::loadUdpIngressDrop(Lum::sysCalls(), htonl(kVtep), htons(kPort));
     ASSERT_GE(prog_, 0) << std::strerror(errno);
   }
-  void TearDown() override {
-    if (prog_ >= 0) ::close(prog_);
-  }
+  void TearDown() override { ::close(prog_); }  // -1 when it was never loaded: EBADF
 
   // What the program answers for `frame`.
   int verdict(std::vector<uint8_t> frame) const {
     bpf_attr attr;
-    std::memset(&attr, 0, sizeof attr);
+    std::memset(&attr, 0, sizeof attr);  // every byte: the kernel refuses any left set
     attr.test.prog_fd = static_cast<uint32_t>(prog_);
     attr.test.data_in = reinterpret_cast<uintptr_t>(frame.data());
     attr.test.data_size_in = static_cast<uint32_t>(frame.size());
-    attr.test.repeat = 1;
     EXPECT_EQ(Lum::sysCalls().bpf(BPF_PROG_TEST_RUN, &attr, sizeof attr), 0)
         << std::strerror(errno);
     return static_cast<int>(attr.test.retval);
@@ -59,11 +58,6 @@ class UdpIngressDropTest : public ::testing::Test {
 // fragments, options, a tag, another protocol, a short frame.
 TEST_F(UdpIngressDropTest, DropsThePlainDatagramsForTheAddressAndPortAlone) {
   EXPECT_EQ(verdict(datagram().build()), kDrop);
-  const auto with = [](auto change) {
-    TestSupport::VxlanFrameBuilder b = datagram();
-    change(b);
-    return b.build();
-  };
   const auto patched = [](size_t at, uint8_t value, size_t size = 0) {
     std::vector<uint8_t> f = datagram().build();
     f[at] = value;
@@ -71,10 +65,10 @@ TEST_F(UdpIngressDropTest, DropsThePlainDatagramsForTheAddressAndPortAlone) {
     return f;
   };
   const std::pair<const char*, std::vector<uint8_t>> kept[] = {
-      {"another port", with([](auto& b) { b.dport = kPort + 1; })},
-      {"another address", with([](auto& b) { b.daddr = kVtep + 1; })},
-      {"IPv4 options", with([](auto& b) { b.ipHdrWords = 6; })},
-      {"a tagged frame", with([](auto& b) { b.tagged = true; })},
+      {"another port", patched(37, kPort % 256 + 1)},
+      {"another address", patched(33, kVtep % 256 + 1)},
+      {"IPv4 options", patched(14, 0x46)},
+      {"a tagged frame", patched(12, 0x81)},
       {"a first fragment", patched(20, 0x20)},  // more fragments, no don't-fragment
       {"a later fragment", patched(21, 0x10)},
       {"TCP", patched(23, 6)},
