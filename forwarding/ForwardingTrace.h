@@ -39,10 +39,11 @@ void forEachHexLine(const uint8_t* buf, uint32_t len, Emit emit) {
 
 }  // namespace Vxlan
 
-// Inside a member of a LumVtiStatusSm (they name `intfId_`).
-#define R2L_TRACE(level, message)            \
-  LUM_TRACE(::Vxlan::forwardingTrace, level, \
-            "R2LSm(" << intfId_ << ")::" << LUM_TRACE_FUNCTION << message)
+// Inside a member of a LumVtiStatusSm (they name `intfId_`). R2L_TRACE_AS names the
+// step `function` instead of the member it is in (a step made elsewhere in one mode).
+#define R2L_TRACE(level, message) R2L_TRACE_AS(LUM_TRACE_FUNCTION, level, message)
+#define R2L_TRACE_AS(function, level, message) \
+  LUM_TRACE(::Vxlan::forwardingTrace, level, "R2LSm(" << intfId_ << ")::" << function << message)
 #define L2R_TRACE(level, message)            \
   LUM_TRACE(::Vxlan::forwardingTrace, level, \
             "L2RSm(" << intfId_ << ")::" << LUM_TRACE_FUNCTION << message)

@@ -91,9 +91,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::countReceived(const uint8_t* buf, 
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::traceWrote(ssize_t rc, int32_t len) {
   // The step is the frame loop's, wherever the write was made: the text names it.
-  LUM_TRACE(
-      forwardingTrace, 7,
-      "R2LSm(" << intfId_ << ")::handleFileDescriptor) wrote " << rc << " of " << len << " bytes");
+  R2L_TRACE_AS("handleFileDescriptor", 7, ") wrote " << rc << " of " << len << " bytes");
   RINGLOG(7, "R2LSm(%s) wrote %zd of %d bytes", intfId_.stringValue().view(), rc, len);
 }
 

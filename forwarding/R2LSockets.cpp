@@ -265,8 +265,9 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::openPortSink(int ifIndex) {
   portDrop_ = Lum::attachUdpIngressDrop(sys, ifIndex, addr.sin_addr.s_addr, addr.sin_port);
   if (portDrop_ < 0) {
     // Still correct, only dearer: the kernel's IP input sees every datagram.
-    R2L_TRACE(1, "() no ingress drop: " << std::strerror(errno));
-    RINGLOG(1, "R2LSm(%s) no ingress drop: %d", intfId_.stringValue().view(), errno);
+    const int err = errno;
+    R2L_TRACE(1, "() no ingress drop: " << std::strerror(err));
+    RINGLOG(1, "R2LSm(%s) no ingress drop: %d", intfId_.stringValue().view(), err);
   }
 }
 

@@ -2,8 +2,10 @@
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "platform/core/Exception.h"
+#include "platform/types/EthAddr.h"
 #include "tests/netns/OverlayFrames.h"
 #include "tests/support/Shell.h"
 #include "tests/support/VxlanFrameBuilder.h"
@@ -33,7 +35,6 @@ TestSupport::SwitchTopologyConfig configFor(Path path, int cpu, std::vector<std:
 
 // R2L frames go to this address: the kernel path's bridge knows it on its sink alone.
 constexpr uint8_t kSinkMac[6] = {0x02, 0, 0, 0, 0x20, 0x01};
-constexpr const char* kSinkMacText = "02:00:00:00:20:01";
 constexpr uint8_t kBroadcast[6] = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
 
 // A frame of a type nobody answers to `dst`, `size` bytes from the MAC addresses on.
@@ -115,7 +116,9 @@ void BenchTopology::addKernelVtep() {
   // broadcasts go to "kvx" alone, as the agent's go to the remote alone.
   TestSupport::runOrThrow("bridge -n " + ns + " link set dev " + kKernelSink +
                           " flood off mcast_flood off bcast_flood off");
-  TestSupport::runOrThrow("bridge -n " + ns + " fdb add " + kSinkMacText + " dev " + kKernelSink +
+  std::ostringstream sinkMac;
+  sinkMac << Wire::EthAddr::fromBytes(kSinkMac);
+  TestSupport::runOrThrow("bridge -n " + ns + " fdb add " + sinkMac.str() + " dev " + kKernelSink +
                           " master static");
   topo_.ip(ns, std::string("link set ") + kKernelPortPeer + " up");
   topo_.ip(ns, std::string("link set ") + kKernelBridge + " up");
