@@ -63,7 +63,7 @@ int stripTag(uint8_t*& frame, uint32_t& len) {
   const Bytes b{frame, len};
   if (b.be16(Wire::kEthMacBytes) != Wire::kEthTypeDot1q || len < Wire::kEthHdrLen + 2) return -1;
   const int vlan = Wire::Dot1qHdr::vlanFromTci(b.be16(Wire::kEthHdrLen));
-  std::memmove(frame + Wire::kDot1qTagLen, frame, Wire::kEthMacBytes);
+  Wire::moveMacAddrs(frame + Wire::kDot1qTagLen, frame);
   frame += Wire::kDot1qTagLen;
   len -= Wire::kDot1qTagLen;
   return vlan;
@@ -163,7 +163,7 @@ Encap encapFrame(uint8_t* bytes, uint32_t len, const EncapFilter& f) {
   }
 
   // The user frame: its MAC addresses over the local header.
-  std::memmove(read + kLocalHdrLen, read, Wire::kEthMacBytes);
+  Wire::moveMacAddrs(read + kLocalHdrLen, read);
   uint8_t* frame = read + kLocalHdrLen;
   uint32_t frameLen = len - kLocalHdrLen;
   stripTags(e, flags, frame, frameLen, f);

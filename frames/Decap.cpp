@@ -23,7 +23,7 @@ void fillTxRaw(uint8_t* frame, uint16_t vlan, HwPortId portId) {
 }  // namespace
 
 void decapInPlaceForTxRaw(uint8_t* vxlan, Bridging::VlanId vlan, HwPortId portId) {
-  std::memmove(vxlan, vxlan + Wire::kVxlanHdrLen, Wire::kEthMacBytes);
+  Wire::moveMacAddrs(vxlan, vxlan + Wire::kVxlanHdrLen);
   fillTxRaw(vxlan, vlan.value(), portId);
 }
 
@@ -42,7 +42,7 @@ int32_t prependDecapHdrForTxRaw(uint8_t* pkt, uint32_t, uint8_t* buf, const uint
     return -1;
   }
   uint8_t* frame = pkt - sizeof(f64);
-  std::memmove(frame, pkt, Wire::kEthMacBytes);
+  Wire::moveMacAddrs(frame, pkt);
   fillTxRaw(frame, vlan.value(), portId);
   return sizeof(f64);
 }

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "platform/types/EthAddr.h"
 #include "platform/types/NetInt.h"
@@ -44,6 +45,16 @@ static_assert(sizeof(Dot1qHdr) == 18 && alignof(Dot1qHdr) == 1);
 inline constexpr uint32_t kEthHdrLen = sizeof(EthHdr);
 inline constexpr uint32_t kDot1qTagLen = sizeof(Dot1qHdr) - sizeof(EthHdr);
 inline constexpr uint32_t kEthMacBytes = 12;
+
+// Moves the two MAC addresses from `from` to `to`; the ranges may overlap, as they do
+// where a header is taken out of or put into a frame in place. Through a copy of
+// fixed size the compiler makes it a few loads and stores: std::memmove of the same
+// 12 bytes is a library call on a frame path.
+inline void moveMacAddrs(uint8_t* to, const uint8_t* from) {
+  uint8_t macs[kEthMacBytes];
+  std::memcpy(macs, from, sizeof macs);
+  std::memcpy(to, macs, sizeof macs);
+}
 
 // Lays a header over the bytes at `p`. The caller has checked the length.
 template <class Hdr>
