@@ -152,6 +152,12 @@ class TraceRegistry {
     }
   }
 
+  void coverageStreamIs(std::ostream* os) {
+    std::lock_guard lock(mutex_);
+    detail::traceCoverageStream = os;
+    for (auto& [name, facility] : facilities_) facility->wantedMaskIs();
+  }
+
   void disableAll() {
     std::lock_guard lock(mutex_);
     everyMask_ = 0;
@@ -205,10 +211,24 @@ class TraceRegistry {
   int fd_ = STDERR_FILENO;
 };
 
+TraceFacility::TraceFacility(String8 name, uint32_t mask)
+    : name_(std::move(name)), levelMask_(mask & kAllLevels) {
+  wantedMaskIs();
+}
+
+void TraceFacility::wantedMaskIs() {
+  wantedMask_ = coverageStream() != nullptr ? kAllLevels : levelMask_;
+}
+
+void TraceFacility::levelMaskIs(uint32_t mask) {
+  levelMask_ = mask & kAllLevels;
+  wantedMaskIs();
+}
+
 void TraceFacility::levelEnabledIs(int level, bool on) {
   if (level < 0 || level >= kLevels) throwRangeException("trace level " + std::to_string(level));
   const uint32_t bit = 1u << level;
-  levelMask_ = on ? (levelMask_ | bit) : (levelMask_ & ~bit);
+  levelMaskIs(on ? (levelMask_ | bit) : (levelMask_ & ~bit));
 }
 
 TraceFacility& traceFacility(std::string_view name) {
@@ -228,7 +248,7 @@ void traceOutputFileIs(const char* path) {
 }
 
 void coverageStreamIs(std::ostream* os) {
-  detail::traceCoverageStream = os;
+  TraceRegistry::instance().coverageStreamIs(os);
 }
 
 void traceHelper(const TraceFacility& facility, std::string_view text, int level, const char* file,

@@ -59,17 +59,21 @@ class TraceFacility {
 
   // Bit n set means level n is on.
   uint32_t levelMask() const { return levelMask_; }
-  void levelMaskIs(uint32_t mask) { levelMask_ = mask & kAllLevels; }
+  void levelMaskIs(uint32_t mask);
 
   TraceFacility(const TraceFacility&) = delete;
   TraceFacility& operator=(const TraceFacility&) = delete;
 
  private:
   friend class TraceRegistry;
-  TraceFacility(String8 name, uint32_t mask) : name_(std::move(name)), levelMask_(mask) {}
+  TraceFacility(String8 name, uint32_t mask);
+  // What wanted() tests: the levels that are on, or all of them while a coverage stream
+  // is set. One mask, so that a statement whose level is off costs a load and a test.
+  void wantedMaskIs();
 
   String8 name_;
   uint32_t levelMask_;
+  uint32_t wantedMask_;
 };
 
 // Finds or creates the facility of that name. The reference stays valid for the life
@@ -104,10 +108,9 @@ inline std::ostream* coverageStream() {
 }
 
 inline bool TraceFacility::wanted(int from, int to) const {
-  if (coverageStream() != nullptr) return true;
   if (from < 0 || to >= kLevels || from > to) return false;  // out of range: off
   const uint32_t levels = (kAllLevels >> (kLevels - 1 - to)) & ~((1u << from) - 1);
-  return (levelMask_ & levels) != 0;
+  return (wantedMask_ & levels) != 0;
 }
 
 // Writes one line: time stamp, facility, level, text, then file:line. An empty text
