@@ -42,18 +42,6 @@ void Sm::batchModeIs(bool on) {
   batch_ = on ? std::make_unique<R2LBatch>() : nullptr;
 }
 
-bool Sm::takeFrame(uint8_t* buf, uint32_t len, const R2L::FrameFilter& filter, unsigned& queued) {
-  countReceived(buf, len);
-  const R2L::Decap d = R2L::decapFrame(buf, len, filter);
-  if (d.drop != R2L::Drop::tooShort && d.drop != R2L::Drop::empty) traceHeadersIfTraced(buf, d);
-  if (!d.forwarded()) {
-    dropFrame(d.drop, len, d.detail, 0);
-    return false;
-  }
-  batch_->outIov[queued++] = {buf + d.offset, d.length};
-  return true;
-}
-
 void Sm::handleBatch(int32_t desc) {
   R2LBatch& b = *batch_;
   if (b.ring) return handleRing(*b.ring);
@@ -137,41 +125,6 @@ void Sm::openRing() {
     R2L_TRACE(1, "() no receive ring: " << e.step() << ": " << std::strerror(e.errNo()));
     RINGLOG(1, "R2LSm(%s) no receive ring: %d", intfId_.stringValue().view(), e.errNo());
   }
-}
-
-bool Sm::flushBatch(unsigned n) {
-  R2LBatch& b = *batch_;
-  unsigned done = 0;
-  bool reopened = false;
-  while (done < n) {
-    for (unsigned i = done; i < n; ++i) b.out[i].msg_len = 0;
-    const int sent = Lum::sysCalls().sendmmsg(localSock_, b.out + done, n - done, 0);
-    const int err = sent < 0 ? errno : 0;
-    for (int i = 0; i < sent; ++i) {
-      const unsigned at = done + static_cast<unsigned>(i);
-      const uint32_t bytes = b.out[at].msg_len;
-      traceWrote(bytes, static_cast<int32_t>(b.outIov[at].iov_len));
-      vxlanCounterInc(VxlanCounterId::r2lTxFrames, 1);
-      vxlanCounterInc(VxlanCounterId::r2lTxBytes, bytes);
-    }
-    if (sent > 0) {
-      done += static_cast<unsigned>(sent);
-      continue;
-    }
-    if (err == ENETDOWN && !reopened) {
-      // The device went down and came back under the socket: a new one, once.
-      createLocalSocket();
-      reopened = true;
-      continue;
-    }
-    // Each frame that was not written is dropped and counted as one at a time would.
-    for (unsigned i = done; i < n; ++i) {
-      traceWrote(-1, static_cast<int32_t>(b.outIov[i].iov_len));
-      dropFrame(R2L::Drop::sendError, static_cast<uint32_t>(b.outIov[i].iov_len), 0, err);
-    }
-    return false;
-  }
-  return true;
 }
 
 }  // namespace Vxlan

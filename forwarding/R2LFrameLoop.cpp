@@ -1,6 +1,7 @@
 // The frame loop of LumVtiStatusSm: reads the remote socket, hands each frame to
 // R2L::decapFrame, writes what it forwards to the local socket and sends every drop
-// through one exit.
+// through one exit. The batched loop (R2LBatch.cpp) takes its frames and writes its
+// batches through the steps here.
 #include <arpa/inet.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -81,7 +82,8 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::dropFrame(Drop why, uint32_t len, 
   if (row.countBytes) vxlanCounterInc(VxlanCounterId::r2lFilteredBytes, len);
 }
 
-void Remote2LocalForwarderSm::LumVtiStatusSm::countReceived(const uint8_t* buf, uint32_t len) {
+[[gnu::always_inline]] void Remote2LocalForwarderSm::LumVtiStatusSm::countReceived(
+    const uint8_t* buf, uint32_t len) {
   dumpIfTraced("R2LSm encaped frame", buf, len);
   vxlanCounterInc(VxlanCounterId::r2lRxFrames, 1);
   vxlanCounterInc(VxlanCounterId::r2lRxBytes, len);
@@ -89,10 +91,62 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::countReceived(const uint8_t* buf, 
   RINGLOG(7, "R2LSm(%s)::handleFileDescriptor() read %u bytes", intfId_.stringValue().view(), len);
 }
 
-void Remote2LocalForwarderSm::LumVtiStatusSm::traceWrote(ssize_t rc, int32_t len) {
+[[gnu::always_inline]] void Remote2LocalForwarderSm::LumVtiStatusSm::traceWrote(ssize_t rc,
+                                                                                int32_t len) {
   // The step is the frame loop's, wherever the write was made: the text names it.
   R2L_TRACE_AS("handleFileDescriptor", 7, ") wrote " << rc << " of " << len << " bytes");
   RINGLOG(7, "R2LSm(%s) wrote %zd of %d bytes", intfId_.stringValue().view(), rc, len);
+}
+
+// The steps both loops take per frame, in this file so that the receive and write
+// records go inline into them.
+using Sm = Remote2LocalForwarderSm::LumVtiStatusSm;
+
+bool Sm::takeFrame(uint8_t* buf, uint32_t len, const R2L::FrameFilter& filter, unsigned& queued) {
+  countReceived(buf, len);
+  const R2L::Decap d = R2L::decapFrame(buf, len, filter);
+  if (d.drop != R2L::Drop::tooShort && d.drop != R2L::Drop::empty) traceHeadersIfTraced(buf, d);
+  if (!d.forwarded()) {
+    dropFrame(d.drop, len, d.detail, 0);
+    return false;
+  }
+  batch_->outIov[queued++] = {buf + d.offset, d.length};
+  return true;
+}
+
+bool Sm::flushBatch(unsigned n) {
+  R2LBatch& b = *batch_;
+  unsigned done = 0;
+  bool reopened = false;
+  while (done < n) {
+    for (unsigned i = done; i < n; ++i) b.out[i].msg_len = 0;
+    const int sent = Lum::sysCalls().sendmmsg(localSock_, b.out + done, n - done, 0);
+    const int err = sent < 0 ? errno : 0;
+    for (int i = 0; i < sent; ++i) {
+      const unsigned at = done + static_cast<unsigned>(i);
+      const uint32_t bytes = b.out[at].msg_len;
+      traceWrote(bytes, static_cast<int32_t>(b.outIov[at].iov_len));
+      vxlanCounterInc(VxlanCounterId::r2lTxFrames, 1);
+      vxlanCounterInc(VxlanCounterId::r2lTxBytes, bytes);
+    }
+    if (sent > 0) {
+      done += static_cast<unsigned>(sent);
+      continue;
+    }
+    if (err == ENETDOWN && !reopened) {
+      // The device went down and came back under the socket: a new one, once.
+      createLocalSocket();
+      reopened = true;
+      continue;
+    }
+    // Each frame that was not written is dropped and counted as one at a time would.
+    for (unsigned i = done; i < n; ++i) {
+      traceWrote(-1, static_cast<int32_t>(b.outIov[i].iov_len));
+      dropFrame(R2L::Drop::sendError, static_cast<uint32_t>(b.outIov[i].iov_len), 0, err);
+    }
+    return false;
+  }
+  return true;
 }
 
 void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc) {

@@ -397,11 +397,12 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   // Writes the `n` frames queued in the batch; false when a write failed (the run
   // ends, as one frame at a time).
   bool flushBatch(unsigned n);
-  // A frame read: its dump, the receive counters and trace.
-  void countReceived(const uint8_t* buf, uint32_t len);
+  // A frame read: its dump, the receive counters and trace. Inline (R2LFrameLoop.cpp
+  // alone calls it and the next one): each runs for every frame.
+  inline void countReceived(const uint8_t* buf, uint32_t len);
   // A frame's write, `rc` as the call returned it for `len` bytes: the trace and ring
   // record of the one-frame loop's step, which the batch writes carry too.
-  void traceWrote(ssize_t rc, int32_t len);
+  inline void traceWrote(ssize_t rc, int32_t len);
   // The one exit of a dropped frame: traces, writes the ring record and counts, as the
   // drop table's row for `why` says. `len` is the frame's length, `detail` what
   // R2L::Decap::detail holds, `err` the errno of a socket failure.

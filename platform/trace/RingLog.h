@@ -168,7 +168,7 @@ class RingBuf {
   // written, so there is no staging copy. A message too large for one record goes the
   // staged way, which cuts it and marks the cut.
   template <class... Args>
-  void record(uint32_t descId, const Args&... args) {
+  [[gnu::always_inline]] void record(uint32_t descId, const Args&... args) {
     recordViews(descId, view(args)...);
   }
 
@@ -257,7 +257,7 @@ class RingBuf {
   }
 
   template <class... Args>
-  void recordViews(uint32_t descId, const Args&... args) {
+  [[gnu::always_inline]] void recordViews(uint32_t descId, const Args&... args) {
     const uint32_t body = (0u + ... + argBytes(args));
     if ((tooLong(args) || ...) || sizeof(RecordHeader) + body > kStageLimit) [[unlikely]] {
       startMsg(descId);
@@ -413,12 +413,13 @@ requires(!std::is_same_v<std::remove_cv_t<T>, char>) const void* printfArg(T* p)
     if (::RingLog::TraceFile* ringLogFile_ = ::RingLog::traceFile()) {                          \
       if (::RingLog::RingBuf* ringLogRing_ = ringLogFile_->ring(level)) {                       \
         static const ::RingLog::MsgDesc ringLogDesc_(__FILE__, __LINE__, fmt);                  \
-        [ringLogRing_](const auto&... ringLogArgs_) {                                           \
+        [ringLogRing_](const auto&... ringLogArgs_) __attribute__((always_inline)) {            \
           if (false) {                                                                          \
             ::RingLog::detail::formatCheck(fmt, ::RingLog::detail::printfArg(ringLogArgs_)...); \
           }                                                                                     \
           ringLogRing_->record(ringLogDesc_.id(), ringLogArgs_...);                             \
-        }(__VA_ARGS__);                                                                         \
+        }                                                                                       \
+        (__VA_ARGS__);                                                                          \
       }                                                                                         \
     }                                                                                           \
   } while (0)
