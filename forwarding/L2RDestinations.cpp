@@ -22,11 +22,11 @@ Lum::Ptr<const BumVtepList> nonEmpty(Lum::Ptr<const BumVtepList> list) {
 
 }  // namespace
 
-Lum::Ptr<const BumVtepList> Sm::getRemoteVtepAddr(const Wire::EthAddr& dst, uint32_t vlan,
-                                                  uint32_t& hostIp) {
+const BumVtepList* Sm::getRemoteVtepAddr(const Wire::EthAddr& dst, uint32_t vlan,
+                                         uint32_t& hostIp) {
   const Destinations& d = destinationsOf(dst, vlan);
   hostIp = d.hostIp;
-  if (!d.sendToAny) return d.list;
+  if (!d.sendToAny) return d.list.ptr();
   if (d.sendToAnyMiss != L2R::kNoCounter) vxlanCounterInc(VxlanCounterId(d.sendToAnyMiss), 1);
   L2R_TRACE(7, " list type is sendToAny, sending to  " << Wire::IpAddr::fromHostOrder(hostIp));
   return nullptr;

@@ -153,7 +153,7 @@ bool Sm::forwardFrame(uint8_t* bytes, uint32_t len, bool hi, const L2R::EncapFil
   traceAcceptedIfNeeded(e);
   uint8_t* frame = bytes + e.frameOffset();
   uint32_t hostIp = 0;
-  const Lum::Ptr<const BumVtepList> list =
+  const BumVtepList* const list =
       getRemoteVtepAddr(Wire::EthAddr::fromBytes(frame), e.vlan, hostIp);
   const size_t listSize = list ? list->remoteVtepAddrSize() : 0;
   L2R_TRACE(7, "L2RSm() total dest vteps: " << listSize + (hostIp != 0 ? 1 : 0));
@@ -165,7 +165,9 @@ bool Sm::forwardFrame(uint8_t* bytes, uint32_t len, bool hi, const L2R::EncapFil
   vxlanCounterInc(Id::l2rForwardBytes, len);
   uint8_t* hdr = bytes + e.offset;
   const auto toVtep = [&](Wire::IpAddr addr) {
-    if (ownAddress(addr)) return;
+    // The filter holds the VTI's two addresses: the status is looked at (and the skip
+    // traced) only for a match.
+    if ((addr == filter.localVtep || addr == filter.vArpVtep) && ownAddress(addr)) return;
     if (batch) {
       queueToVtep(*batch, hdr, e, remoteSock, addr);
     } else {

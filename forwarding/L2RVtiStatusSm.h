@@ -345,9 +345,10 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
     return vxFdbStatus_ ? vxFdbStatus_->notifier().ptr() : nullptr;
   }
 
-  // Destination selection: a flood list, or one address in host order (0: none).
-  Lum::Ptr<const BumVtepList> getRemoteVtepAddr(const Wire::EthAddr& dst, uint32_t vlan,
-                                                uint32_t& hostIp);
+  // Destination selection: a flood list, or one address in host order (0: none). The
+  // list is the kept choice's: it lives until the next choice, and the frame path asks
+  // for none while it walks one (no reference count moves per frame).
+  const BumVtepList* getRemoteVtepAddr(const Wire::EthAddr& dst, uint32_t vlan, uint32_t& hostIp);
   // The same choice, counting nothing (L2RDestinations.h); the last one is kept.
   using Destinations = L2R::Destinations;
   const Destinations& destinationsOf(const Wire::EthAddr& dst, uint32_t vlan) const {
