@@ -74,7 +74,7 @@ void Sm::deferRun(int32_t localSock) {
 void Sm::handleFramesBatch(int32_t localSock, int32_t remoteSock, L2RBatch& b) {
   if (b.ring) return handleRingFrames(localSock, remoteSock, b);
   const bool hi = localSock == localSockHi_;
-  const double deadline = Lum::now() + (hi ? maxProcessTimeHi_ : maxProcessTimeLo_);
+  const Lum::Deadline deadline(hi ? maxProcessTimeHi_ : maxProcessTimeLo_);
   const L2R::EncapFilter filter = encapFilter();
   for (;;) {
     if (b.next == b.count) {
@@ -97,7 +97,7 @@ void Sm::handleFramesBatch(int32_t localSock, int32_t remoteSock, L2RBatch& b) {
       const unsigned i = b.next++;
       if (localSock == arpInspectSock_ && !inspectedSenderAllowed(b.in[i].msg_hdr)) continue;
       spent = forwardFrame(b.frames[i].bytes(), b.in[i].msg_len, hi, filter, remoteSock, &b) &&
-              Lum::now() > deadline;
+              deadline.passed();
     }
     flushSends(b, remoteSock);
     if (spent) {
@@ -121,7 +121,7 @@ void Sm::handleFramesBatch(int32_t localSock, int32_t remoteSock, L2RBatch& b) {
 // decides which socket the next pass reads.
 void Sm::handleRingFrames(int32_t localSock, int32_t remoteSock, L2RBatch& b) {
   const bool hi = localSock == localSockHi_;
-  const double deadline = Lum::now() + (hi ? maxProcessTimeHi_ : maxProcessTimeLo_);
+  const Lum::Deadline deadline(hi ? maxProcessTimeHi_ : maxProcessTimeLo_);
   const L2R::EncapFilter filter = encapFilter();
   Lum::PacketRxRing& ring = *b.ring;
   for (;;) {
@@ -131,7 +131,7 @@ void Sm::handleRingFrames(int32_t localSock, int32_t remoteSock, L2RBatch& b) {
     while (taken < L2RBatch::kFrames && !spent && ring.next(f)) {
       ++taken;
       spent = forwardFrame(f.data - L2R::kHeadroom, f.len, hi, filter, remoteSock, &b) &&
-              Lum::now() > deadline;
+              deadline.passed();
     }
     countRingDrops(ring, hi);
     flushSends(b, remoteSock);

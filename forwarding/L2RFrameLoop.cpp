@@ -112,7 +112,7 @@ void Sm::handleFrames(int32_t localSock, int32_t remoteSock) {
   const VxlanAgentCounter::Run counting(counters_);
   if (L2RBatch* b = batchFor(localSock)) return handleFramesBatch(localSock, remoteSock, *b);
   const bool hi = localSock == localSockHi_;
-  const double deadline = Lum::now() + (hi ? maxProcessTimeHi_ : maxProcessTimeLo_);
+  const Lum::Deadline deadline(hi ? maxProcessTimeHi_ : maxProcessTimeLo_);
   const L2R::EncapFilter filter = encapFilter();
   Lum::SysCalls& sys = Lum::sysCalls();
   L2R::FrameBuffer buf;
@@ -131,7 +131,7 @@ void Sm::handleFrames(int32_t localSock, int32_t remoteSock) {
     }
     // Only a forwarded frame looks at the clock; what is left waits in the socket.
     if (forwardFrame(buf.bytes(), static_cast<uint32_t>(got.rc), hi, filter, remoteSock, nullptr) &&
-        Lum::now() > deadline) {
+        deadline.passed()) {
       budgetSpent(hi);
       return;
     }

@@ -45,7 +45,7 @@ void Sm::batchModeIs(bool on) {
 void Sm::handleBatch(int32_t desc) {
   R2LBatch& b = *batch_;
   if (b.ring) return handleRing(*b.ring);
-  const double deadline = Lum::now() + maxProcessTime_;
+  const Lum::Deadline deadline(maxProcessTime_);
   const R2L::FrameFilter filter = frameFilter();
   Lum::SysCalls& sys = Lum::sysCalls();
   for (;;) {
@@ -62,7 +62,7 @@ void Sm::handleBatch(int32_t desc) {
     bool spent = false;
     while (b.next < b.count && !spent) {
       const uint32_t len = b.in[b.next].msg_len;
-      if (takeFrame(b.frames[b.next++], len, filter, queued)) spent = Lum::now() > deadline;
+      if (takeFrame(b.frames[b.next++], len, filter, queued)) spent = deadline.passed();
     }
     const bool written = flushBatch(queued);
     if (spent) {
@@ -87,14 +87,14 @@ void Sm::handleBatch(int32_t desc) {
 // their slots go back to the kernel. Frames the budget leaves stay in the ring, which
 // keeps the socket readable: the next pass of the loop brings them.
 void Sm::handleRing(Lum::PacketRxRing& ring) {
-  const double deadline = Lum::now() + maxProcessTime_;
+  const Lum::Deadline deadline(maxProcessTime_);
   const R2L::FrameFilter filter = frameFilter();
   for (;;) {
     unsigned queued = 0;
     bool spent = false;
     Lum::PacketRxRing::Frame f;
     while (queued < R2LBatch::kFrames && !spent && ring.next(f)) {
-      if (takeFrame(f.data, f.len, filter, queued)) spent = Lum::now() > deadline;
+      if (takeFrame(f.data, f.len, filter, queued)) spent = deadline.passed();
     }
     countRingDrops(ring);
     const bool written = flushBatch(queued);

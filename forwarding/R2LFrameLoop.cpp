@@ -164,7 +164,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
   const VxlanAgentCounter::Run counting(counters_);
   if (batch_) return handleBatch(desc);
 
-  const double deadline = Lum::now() + maxProcessTime_;
+  const Lum::Deadline deadline(maxProcessTime_);
   const R2L::FrameFilter filter = frameFilter();
   Lum::SysCalls& sys = Lum::sysCalls();
   uint8_t buf[kFrameBufferSize];
@@ -196,7 +196,7 @@ void Remote2LocalForwarderSm::LumVtiStatusSm::handleFileDescriptor(int32_t desc)
 
     // Only a written frame looks at the clock; what is left waits in the socket for
     // the next readable notification.
-    if (Lum::now() > deadline) {
+    if (deadline.passed()) {
       vxlanCounterInc(VxlanCounterId::r2lTimeBudgetExpired, 1);
       return;
     }

@@ -26,6 +26,13 @@ double monotonicNow() {
   return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
 }
 
+// The monotonic clock through the tick counter, for deadlines only: each Deadline
+// reads it once, which keeps its rate current.
+TickClock& monotonicTicks() {
+  static TickClock* clock = new TickClock(CLOCK_MONOTONIC);
+  return *clock;
+}
+
 }  // namespace
 
 double MonotonicTimeSource::now() const {
@@ -45,12 +52,25 @@ void ManualTimeSource::advance(double dt) {
   now_ += dt;
 }
 
+Deadline::Deadline(double seconds) {
+  // A budget beyond a day, negative or not a number keeps to now().
+  if (current == nullptr && seconds >= 0.0 && seconds < 86400.0) {
+    TickClock& clock = monotonicTicks();
+    clock.ns();  // reads the clock only every few milliseconds, and so learns the rate
+    if (const uint64_t nsPerTickQ32 = clock.nsPerTickQ32(); nsPerTickQ32 != 0) {
+      const double ticks = seconds * 1e9 * 4294967296.0 / static_cast<double>(nsPerTickQ32);
+      tickEnd_ = TickClock::ticks() + static_cast<uint64_t>(ticks);
+      return;
+    }
+  }
+  end_ = now() + seconds;
+}
+
 TimeSource& timeSource() {
   return current ? *current : monotonicTimeSource();
 }
 
-// The frame loops read it after every frame: the monotonic clock directly, without the
-// source object's virtual call.
+// The monotonic clock directly, without the source object's virtual call.
 double now() {
   return current ? current->now() : monotonicNow();
 }

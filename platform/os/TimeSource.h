@@ -18,6 +18,10 @@
 // The current source is process-wide: the agent runs on one thread.
 #pragma once
 
+#include <cstdint>
+
+#include "platform/os/TickClock.h"
+
 namespace Lum {
 
 class TimeSource {
@@ -50,6 +54,23 @@ class ManualTimeSource : public TimeSource {
 // The current source, and its time.
 TimeSource& timeSource();
 double now();
+
+// The end of a time budget that starts now, on the current source. With the process's
+// monotonic source and the tick counter's rate known, passed() reads the counter and
+// compares (the frame loops ask after every frame); otherwise, and always under a
+// test's source, it compares now() with the end.
+class Deadline {
+ public:
+  explicit Deadline(double seconds);
+  bool passed() const {
+    if (tickEnd_ != 0) return TickClock::ticks() > tickEnd_;
+    return now() > end_;
+  }
+
+ private:
+  double end_ = 0.0;
+  uint64_t tickEnd_ = 0;  // 0: compare now() with end_
+};
 
 // Makes `source` the current source for the guard's lifetime. Guards must end in the
 // reverse order of their construction (they are scoped objects).

@@ -40,6 +40,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "platform/os/TickClock.h"
 #include "platform/trace/RingLogLayout.h"
 
 namespace RingLog {
@@ -81,50 +82,9 @@ size_t msgDescCount();
 // CLOCK_REALTIME in nanoseconds, read from the kernel.
 uint64_t clockNs();
 
-// The time of a record: CLOCK_REALTIME, read through the processor's invariant
-// time-stamp counter between reads of the clock where there is such a counter (a
-// clock read costs more than all the rest of a record, the counter a few
-// instructions). The clock is read again whenever 2^24 ticks (a few milliseconds)
-// have passed since the last read, so a step of the clock shows within that time;
-// the rate is taken from the ticks and nanoseconds since the first read, and until
-// that baseline is long enough (2^26 ticks) every record reads the clock. One writer
-// thread, as for the rings.
-class RecordClock {
- public:
-  RecordClock() : counter_(invariantCounter()) {}
-
-  uint64_t ns() {
-    const uint64_t t = ticks();
-    const uint64_t since = t - anchorTicks_;
-    if (nsPerTickQ32_ == 0 || since > kReanchorTicks) [[unlikely]]
-      return anchor(t);
-    return anchorNs_ + ((since * nsPerTickQ32_) >> 32);
-  }
-
- private:
-  static constexpr uint64_t kReanchorTicks = 1ull << 24;
-  static constexpr uint64_t kBaselineTicks = 1ull << 26;
-
-  static bool invariantCounter();
-  static uint64_t ticks() {
-#if defined(__x86_64__)
-    return __builtin_ia32_rdtsc();
-#else
-    return 0;
-#endif
-  }
-  // Reads the clock; takes the rate when the baseline is long enough.
-  uint64_t anchor(uint64_t t);
-
-  bool counter_;
-  uint64_t baseTicks_ = 0;
-  uint64_t baseNs_ = 0;
-  uint64_t anchorTicks_ = 0;
-  uint64_t anchorNs_ = 0;
-  uint64_t nsPerTickQ32_ = 0;  // 0: no rate yet (always without a counter)
-};
-
-inline RecordClock recordClock;
+// The time of a record: CLOCK_REALTIME through the time-stamp counter (TickClock.h).
+// One writer thread, as for the rings.
+inline Lum::TickClock recordClock{CLOCK_REALTIME};
 
 // The ring of one level. A message is startMsg(id), put() per argument, endMsg(); it
 // is built in a staging buffer and copied into the ring whole at endMsg().
