@@ -58,6 +58,8 @@ PacketRxRing::PacketRxRing(SysCalls& sys, int fd, uint32_t slotBytes, uint32_t s
     throw ErrnoException(err, "mmap");
   }
   map_ = static_cast<uint8_t*>(map);
+  nextSlot_ = map_;
+  blockLeft_ = slotsPerBlock_ - 1;
 }
 
 PacketRxRing::~PacketRxRing() {
