@@ -8,9 +8,14 @@
 // else the machine does in the meantime falls on both alike; each figure is the median
 // of its runs.
 //
-//   peak      the generator flat out; what arrives is the path's peak.
-//   overload  the generator at three times the path's own median peak (as far as it
-//             gets there: the rate it reached is what is reported as offered).
+//   flat out  the generator as fast as it goes.
+//   peak      the most that arrives at any of the loads tried: flat out, and paced at
+//             1.25, 1.5 and 2 times what arrived flat out (below the flat-out rate). A
+//             path that spends its CPU on frames it then drops delivers less the more
+//             it is offered, and so peaks below flat out; a path that took all it was
+//             offered flat out is not tried further (its peak is the generator's).
+//   overload  the generator at three times the path's peak (as far as it gets there:
+//             the rate it reached is what is reported as offered).
 #pragma once
 
 #include <chrono>
@@ -42,6 +47,7 @@ struct Row {
   Direction direction;
   size_t size;
   Path path;
+  Sample flatOut;
   Sample peak;
   Sample overload;
 };

@@ -67,21 +67,23 @@ std::string loadAverage() {
 }
 
 void printTable(const std::vector<Row>& rows) {
-  std::printf("\n%-3s %5s %-8s %12s %12s %6s | %12s %12s %7s\n", "dir", "bytes", "mode",
-              "offered pps", "delivered", "ratio", "ovl offered", "ovl deliv.", "% peak");
+  std::printf("\n%-3s %5s %-8s %10s %10s | %10s %10s %6s | %10s %10s %7s\n", "dir", "bytes", "mode",
+              "flat offer", "delivered", "peak offer", "delivered", "ratio", "ovl offer",
+              "delivered", "% peak");
   for (size_t i = 0; i + 1 < rows.size(); i += 2) {
     const double ratio = rows[i].peak.delivered / std::max(rows[i + 1].peak.delivered, 1.0);
     for (const Row& r : {rows[i], rows[i + 1]}) {
       const double pct = 100.0 * r.overload.delivered / std::max(r.peak.delivered, 1.0);
-      std::printf("%-3s %5zu %-8s %12.0f %12.0f %6s | %12.0f %12.0f %6.1f%%\n", name(r.direction),
-                  r.size, name(r.path), r.peak.offered, r.peak.delivered,
+      std::printf("%-3s %5zu %-8s %10.0f %10.0f | %10.0f %10.0f %6s | %10.0f %10.0f %6.1f%%\n",
+                  name(r.direction), r.size, name(r.path), r.flatOut.offered, r.flatOut.delivered,
+                  r.peak.offered, r.peak.delivered,
                   r.path == Path::vxrelay ? std::to_string(ratio).substr(0, 5).c_str() : "",
                   r.overload.offered, r.overload.delivered, pct);
     }
   }
   std::printf(
-      "(ratio: vxrelay / kernel delivered at peak; %% peak: delivered under overload as "
-      "a share of the same path's peak)\n");
+      "(peak: the most delivered flat out or paced below it; ratio: vxrelay / kernel at "
+      "peak; %% peak: delivered under overload as a share of the same path's peak)\n");
 }
 
 bool runTraffic(const Options& opt) {
