@@ -77,7 +77,7 @@ uint64_t rxPackets(const Port& port) {
   return linkJson(port, "-s").at("stats64").at("rx").at("packets").get<uint64_t>();
 }
 
-BenchTopology::BenchTopology(Path path, int pathCpu, int generatorCpu,
+BenchTopology::BenchTopology(Path path, int pathCpu, int generatorCpu, Receive receive,
                              std::vector<std::string> hostWrapper)
     : path_(path), topo_(configFor(path, pathCpu, std::move(hostWrapper))) {
   // Should a step throw, topo_ (whole by now) removes everything on the way out.
@@ -92,7 +92,7 @@ BenchTopology::BenchTopology(Path path, int pathCpu, int generatorCpu,
   topo_.ip(topo_.switchNs(), "neigh replace " + topo_.remoteVtepAddr(0) + " lladdr " +
                                  mac(topo_.remoteNs(0), topo_.remoteUnderlayDevice(0)) + " dev " +
                                  topo_.underlayDevice() + " nud permanent");
-  steerTo(pathCpu, generatorCpu);
+  steerTo(pathCpu, generatorCpu, receive);
   if (path_ == Path::vxrelay) topo_.startHost();
 }
 
@@ -159,7 +159,7 @@ void BenchTopology::addSink(const std::string& device) {
 // the frame over at once, one frame at a time, where the kernel's softirq hands over a
 // batch per interrupt) and took the generator's CPU with it, a cost that only the
 // emulation has: a switch's forwarding plane takes the agent's frames on no other CPU.
-void BenchTopology::steerTo(int pathCpu, int generatorCpu) {
+void BenchTopology::steerTo(int pathCpu, int generatorCpu, Receive receive) {
   const auto steer = [](const std::string& netns, const std::string& devices, int cpu) {
     char mask[16];  // a CPU mask in hex, as the file takes it
     std::snprintf(mask, sizeof mask, "%x", 1u << cpu);
@@ -170,9 +170,40 @@ void BenchTopology::steerTo(int pathCpu, int generatorCpu) {
   const std::string& ns = topo_.switchNs();
   const std::string local =
       path_ == Path::vxrelay ? TestSupport::SwitchTopology::kVxlanDevice : kKernelPort;
-  steer(ns, topo_.underlayDevice() + " " + local, pathCpu);
+  const std::string localPeer =
+      path_ == Path::vxrelay ? TestSupport::SwitchTopology::kVxlanPeer : kKernelPortPeer;
+  if (receive == Receive::napi) {
+    pollOn({ns, topo_.underlayDevice()}, {topo_.fabricNs(), topo_.switchFabricEnd()}, pathCpu);
+    pollOn({ns, local}, {ns, localPeer}, pathCpu);
+  } else {
+    steer(ns, topo_.underlayDevice() + " " + local, pathCpu);
+  }
   // Every port of the fabric bridge.
   steer(topo_.fabricNs(), "$(ls /sys/class/net | grep -v -e lo -e br0)", generatorCpu);
+}
+
+// A NIC's way: the receiving veth takes frames into a ring of its own (256) and a
+// polling thread of its own on `cpu` ("napi/<device>-<id>", threaded NAPI) carries
+// them on, a batch at a time. When the path's CPU falls behind, the ring fills and the
+// sender drops on its own CPU, before any work on the path's. The veth polls only with
+// GRO on, and takes a sender's frame into the ring only when the sender does no TSO.
+void BenchTopology::pollOn(const Port& device, const Port& peer, int cpu) {
+  TestSupport::runOrThrow("ip netns exec " + peer.netns + " ethtool -K " + peer.device +
+                          " tso off");
+  TestSupport::runOrThrow("ip netns exec " + device.netns + " ethtool -K " + device.device +
+                          " gro on");
+  TestSupport::runOrThrow("ip netns exec " + device.netns + " sh -c 'echo 1 > /sys/class/net/" +
+                          device.device + "/threaded'");
+  // A thread's name is cut to 15 characters; each one found is moved to `cpu`.
+  const std::string name = ("napi/" + device.device + "-").substr(0, 15);
+  const auto [status, pids] =
+      TestSupport::run("for p in /proc/[0-9]*; do case \"$(cat $p/comm 2>/dev/null)\" in '" + name +
+                       "'*) taskset -p -c " + std::to_string(cpu) +
+                       " ${p#/proc/} > /dev/null && echo ${p#/proc/};; "
+                       "esac; done");
+  if (status != 0 || pids.empty()) {
+    throw Lum::Exception("no polling thread " + name + " to move to CPU " + std::to_string(cpu));
+  }
 }
 
 std::string BenchTopology::mac(const std::string& netns, const std::string& device) const {

@@ -33,6 +33,8 @@ namespace Bench {
 
 enum class Direction { r2l, l2r };
 enum class Path { vxrelay, kernel };
+// How the switch's receiving devices take frames on the path's CPU (see steerTo).
+enum class Receive { napi, rps };
 
 const char* name(Direction d);
 const char* name(Path p);
@@ -54,7 +56,7 @@ class BenchTopology {
   // to `pathCpu`, the rest to `generatorCpu`; the vxrelay path starts the host on
   // `pathCpu`, through `hostWrapper` when given (valgrind). Throws with the refused
   // command on failure, having removed it all.
-  BenchTopology(Path path, int pathCpu, int generatorCpu,
+  BenchTopology(Path path, int pathCpu, int generatorCpu, Receive receive = Receive::napi,
                 std::vector<std::string> hostWrapper = {});
 
   Path path() const { return path_; }
@@ -69,7 +71,8 @@ class BenchTopology {
  private:
   void addKernelVtep();
   void addSink(const std::string& device);
-  void steerTo(int pathCpu, int generatorCpu);
+  void steerTo(int pathCpu, int generatorCpu, Receive receive);
+  void pollOn(const Port& device, const Port& peer, int cpu);
   std::string mac(const std::string& netns, const std::string& device) const;
 
   Path path_;

@@ -70,7 +70,7 @@ void measureLoops(const Traffic& traffic, int pathCpu, int generatorCpu, const s
       (keep.empty() ? dir.path().string() : keep) + "/callgrind.out." + std::to_string(which);
   uint64_t frames[2] = {0, 0};
   {
-    BenchTopology t(Path::vxrelay, pathCpu, generatorCpu,
+    BenchTopology t(Path::vxrelay, pathCpu, generatorCpu, Receive::napi,
                     {"valgrind", "--tool=callgrind", "--callgrind-out-file=" + out});
     for (const Loop& l : kLoops) {
       const Port in = t.input(l.direction);

@@ -32,6 +32,7 @@ struct Options {
   Settings settings;
   int generatorCpu = 0;
   int pathCpu = 1;
+  Receive receive = Receive::napi;
   bool traffic = true;
   bool callgrind = true;
   std::vector<Direction> directions{Direction::r2l, Direction::l2r};
@@ -89,11 +90,12 @@ void printTable(const std::vector<Row>& rows) {
 bool runTraffic(const Options& opt) {
   std::printf(
       "netns_bench: %.1f s per run, %d runs per figure, generator on CPU %d, paths on "
-      "CPU %d, load average %s\n",
+      "CPU %d (%s), load average %s\n",
       opt.settings.duration.count(), opt.settings.repeat, opt.generatorCpu, opt.pathCpu,
+      opt.receive == Receive::napi ? "polling threads" : "receive packet steering",
       loadAverage().c_str());
-  BenchTopology vxrelay(Path::vxrelay, opt.pathCpu, opt.generatorCpu);
-  BenchTopology kernel(Path::kernel, opt.pathCpu, opt.generatorCpu);
+  BenchTopology vxrelay(Path::vxrelay, opt.pathCpu, opt.generatorCpu, opt.receive);
+  BenchTopology kernel(Path::kernel, opt.pathCpu, opt.generatorCpu, opt.receive);
   std::vector<Row> rows;
   for (Direction d : opt.directions) {
     for (size_t size : kSizes) {
@@ -160,6 +162,11 @@ int main(int argc, char** argv) {
   std::string direction = "both";
   app.add_option("--direction", direction, "the direction(s) measured")
       ->check(CLI::IsMember({"both", "r2l", "l2r"}));
+  std::string receive = "napi";
+  app.add_option("--receive", receive,
+                 "how the switch takes frames on the path's CPU: its devices' polling "
+                 "threads (napi) or receive packet steering (rps)")
+      ->check(CLI::IsMember({"napi", "rps"}));
   app.add_flag("--no-callgrind", noCallgrind, "skip the instruction counts");
   std::string keep;
   app.add_option("--keep-callgrind", keep, "a folder that keeps the frame loops' callgrind outputs")
@@ -168,6 +175,7 @@ int main(int argc, char** argv) {
   CLI11_PARSE(app, argc, argv);
   opt.settings.duration = std::chrono::duration<double>(seconds);
   opt.traffic = !callgrindOnly;
+  opt.receive = receive == "rps" ? Bench::Receive::rps : Bench::Receive::napi;
   opt.callgrind = !noCallgrind;
   if (direction != "both") {
     opt.directions = {direction == "r2l" ? Bench::Direction::r2l : Bench::Direction::l2r};
