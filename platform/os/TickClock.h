@@ -29,6 +29,8 @@ class TickClock {
       return anchor(t);
     return anchorNs_ + ((since * nsPerTickQ32_) >> 32);
   }
+  // Whether there is an invariant counter to read between clock reads.
+  bool counts() const { return counter_; }
   // Nanoseconds per tick in 32.32 fixed point; 0 while the rate is not known.
   uint64_t nsPerTickQ32() const { return nsPerTickQ32_; }
   // Reads the clock itself.

@@ -54,8 +54,8 @@ void ManualTimeSource::advance(double dt) {
 
 Deadline::Deadline(double seconds) {
   // A budget beyond a day, negative or not a number keeps to now().
-  if (current == nullptr && seconds >= 0.0 && seconds < 86400.0) {
-    TickClock& clock = monotonicTicks();
+  TickClock& clock = monotonicTicks();
+  if (current == nullptr && clock.counts() && seconds >= 0.0 && seconds < 86400.0) {
     clock.ns();  // reads the clock only every few milliseconds, and so learns the rate
     if (const uint64_t nsPerTickQ32 = clock.nsPerTickQ32(); nsPerTickQ32 != 0) {
       const double ticks = seconds * 1e9 * 4294967296.0 / static_cast<double>(nsPerTickQ32);
