@@ -51,10 +51,12 @@ struct Bytes {
   }
 };
 
-Encap dropped(Encap e, Drop why, uint32_t detail) {
+// Marks `e` dropped. Every exit of encapFrame returns its one Encap, so that the
+// compiler builds it in the caller's place (a copy of the whole result per frame
+// otherwise).
+void dropped(Encap& e, Drop why, uint32_t detail) {
   e.drop = why;
   e.detail = detail;
-  return e;
 }
 
 // Takes a leading tag out of the frame at `frame` (MAC addresses first) when it has a
@@ -141,25 +143,55 @@ void stripTags(Encap& e, uint16_t flags, uint8_t*& frame, uint32_t& frameLen,
   }
 }
 
+// An ARP request in the user frame, offered to the hook when its header is whole (the
+// hook reads and rewrites its fields): false when the hook keeps it from the tunnel.
+bool arpRequestGoes(ArpRequestHook& arp, uint8_t* frame, uint32_t frameLen, bool tagged,
+                    const Encap& e, VniOrNone vni) {
+  const Bytes user{frame, frameLen};
+  const uint32_t l2 = tagged ? Wire::kEthHdrLen + Wire::kDot1qTagLen : Wire::kEthHdrLen;
+  if (user.len < l2 + sizeof(Wire::EthArpIpHdr) ||
+      user.be16(l2 + offsetof(Wire::EthArpIpHdr, op)) != Wire::EthArpIpHdr::kOpRequest) {
+    return true;
+  }
+  if (!arp.herRequired(e.vlan, user.be32(l2 + offsetof(Wire::EthArpIpHdr, targetIpBytes)))) {
+    return false;
+  }
+  arp.rewriteNakedRequest(frame, l2, vni);
+  return true;
+}
+
 }  // namespace
 
 Encap encapFrame(uint8_t* bytes, uint32_t len, const EncapFilter& f) {
   Encap e;
-  if (len < kMinFrameLen || len > kMaxFrameLen) return dropped(e, Drop::badLength, len);
+  if (len < kMinFrameLen || len > kMaxFrameLen) {
+    dropped(e, Drop::badLength, len);
+    return e;
+  }
   uint8_t* read = bytes + kHeadroom;
   const LocalFrameHdr* local = Wire::hdrAt<LocalFrameHdr>(read);
   const uint16_t type = local->encapType.value();
-  if (type != kEncapTypeHi && type != kEncapTypeLo) return dropped(e, Drop::badType, type);
+  if (type != kEncapTypeHi && type != kEncapTypeLo) {
+    dropped(e, Drop::badType, type);
+    return e;
+  }
   const uint16_t flags = local->encapFlags.value();
   e.vlan = local->userVlan.value();
   e.srcIfIndex = local->srcIfIndex.value();
-  if (e.vlan == 0 || e.vlan > Bridging::VlanId::kMax) return dropped(e, Drop::badVlan, e.vlan);
+  if (e.vlan == 0 || e.vlan > Bridging::VlanId::kMax) {
+    dropped(e, Drop::badVlan, e.vlan);
+    return e;
+  }
   const VniOrNone vni = f.vlanToVni ? (*f.vlanToVni)(e.vlan) : VniOrNone();
-  if (vni.isNone()) return dropped(e, Drop::noVni, e.vlan);
+  if (vni.isNone()) {
+    dropped(e, Drop::noVni, e.vlan);
+    return e;
+  }
   e.vni = vni.value();
   e.arpFlag = (flags & LocalFrameHdr::kArpFlag) != 0;
   if (e.srcIfIndex != 0 && e.srcIfIndex == f.peerLinkIfIndex) {
-    return dropped(e, Drop::peerLink, e.srcIfIndex);
+    dropped(e, Drop::peerLink, e.srcIfIndex);
+    return e;
   }
 
   // The user frame: its MAC addresses over the local header.
@@ -172,16 +204,10 @@ Encap encapFrame(uint8_t* bytes, uint32_t len, const EncapFilter& f) {
   const bool tagged = user.be16(Wire::kEthMacBytes) == Wire::kEthTypeDot1q;
   const uint16_t innerType = user.be16(tagged ? Wire::kEthHdrLen + 2 : Wire::kEthMacBytes);
   const uint16_t hash = flowHash(user, innerType);
-  if (innerType == Wire::kEthTypeArp && f.arp) {
-    const uint32_t l2 = tagged ? Wire::kEthHdrLen + Wire::kDot1qTagLen : Wire::kEthHdrLen;
-    // Only a whole ARP header is offered: the hook reads and rewrites its fields.
-    if (frameLen >= l2 + sizeof(Wire::EthArpIpHdr) &&
-        user.be16(l2 + offsetof(Wire::EthArpIpHdr, op)) == Wire::EthArpIpHdr::kOpRequest) {
-      if (!f.arp->herRequired(e.vlan, user.be32(l2 + offsetof(Wire::EthArpIpHdr, targetIpBytes)))) {
-        return dropped(e, Drop::arpNotRequired, e.vlan);
-      }
-      f.arp->rewriteNakedRequest(frame, l2, vni);
-    }
+  if (innerType == Wire::kEthTypeArp && f.arp &&
+      !arpRequestGoes(*f.arp, frame, frameLen, tagged, e, vni)) {
+    dropped(e, Drop::arpNotRequired, e.vlan);
+    return e;
   }
 
   uint8_t* hdr = frame - kOuterHdrLen;
