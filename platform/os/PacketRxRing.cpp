@@ -58,8 +58,7 @@ PacketRxRing::PacketRxRing(SysCalls& sys, int fd, uint32_t slotBytes, uint32_t s
     throw ErrnoException(err, "mmap");
   }
   map_ = static_cast<uint8_t*>(map);
-  nextSlot_ = map_;
-  blockLeft_ = slotsPerBlock_ - 1;
+  next_ = cursorAt(0);
 }
 
 PacketRxRing::~PacketRxRing() {
@@ -67,10 +66,10 @@ PacketRxRing::~PacketRxRing() {
 }
 
 void PacketRxRing::releaseRead() {
-  uint32_t i = next_ >= read_ ? next_ - read_ : next_ + slots_ - read_;
-  for (; read_ > 0; --read_) {
-    __atomic_store_n(statusOf(slotAt(i)), TP_STATUS_KERNEL, __ATOMIC_RELEASE);
-    i = i + 1 == slots_ ? 0 : i + 1;
+  if (read_ == 0) return;
+  Cursor c = cursorAt(next_.index >= read_ ? next_.index - read_ : next_.index + slots_ - read_);
+  for (; read_ > 0; --read_, step(c)) {
+    __atomic_store_n(statusOf(c.slot), TP_STATUS_KERNEL, __ATOMIC_RELEASE);
   }
 }
 

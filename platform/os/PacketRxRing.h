@@ -62,18 +62,17 @@ class PacketRxRing {
   // The frame in the next slot that is the reader's, moving past it; false when the
   // kernel has not written one there yet: the ring is drained.
   bool next(Frame& f) {
-    uint8_t* slot = nextSlot_;
-    const uint32_t status = __atomic_load_n(statusOf(slot), __ATOMIC_ACQUIRE);
+    const uint32_t status = __atomic_load_n(statusOf(next_.slot), __ATOMIC_ACQUIRE);
     if ((status & kUser) == 0 || read_ == slots_) return false;
     losing_ |= (status & kLosing) != 0;
-    f = frameIn(slot);
-    moveOn(slot);
+    f = frameIn(next_.slot);
+    step(next_);
     ++read_;
     return true;
   }
   // Whether a frame is waiting, without moving past it.
   bool ready() const {
-    return read_ < slots_ && (__atomic_load_n(statusOf(nextSlot_), __ATOMIC_ACQUIRE) & kUser) != 0;
+    return read_ < slots_ && (__atomic_load_n(statusOf(next_.slot), __ATOMIC_ACQUIRE) & kUser) != 0;
   }
   // Hands every slot taken by next() back to the kernel, oldest first.
   void releaseRead();
@@ -93,23 +92,27 @@ class PacketRxRing {
   // Between the end of the address (TPACKET2_HDRLEN) and the frame of a raw socket.
   static constexpr uint32_t kFreeBytes = TPACKET_ALIGN(TPACKET2_HDRLEN + 16) - 14 - TPACKET2_HDRLEN;
 
-  // Past the slot at `slot` (next_'s): the next slot's address follows from it, without
-  // the divisions of slotAt(), which run for every frame otherwise.
-  void moveOn(uint8_t* slot) {
-    if (++next_ == slots_) {
-      next_ = 0;
-      nextSlot_ = map_;
-      blockLeft_ = slotsPerBlock_ - 1;
-    } else if (blockLeft_ > 0) {
-      nextSlot_ = slot + slotBytes_;
-      --blockLeft_;
-    } else {
-      nextSlot_ = slot - size_t{slotsPerBlock_ - 1} * slotBytes_ + blockBytes_;
-      blockLeft_ = slotsPerBlock_ - 1;
-    }
+  // A slot in ring order: its index, its address and how many slots follow it in its
+  // block, so that stepping to the next one needs no division (cursorAt() divides).
+  struct Cursor {
+    uint32_t index;
+    uint8_t* slot;
+    uint32_t blockLeft;
+  };
+  Cursor cursorAt(uint32_t i) const {
+    return {i, map_ + (i / slotsPerBlock_) * blockBytes_ + (i % slotsPerBlock_) * slotBytes_,
+            slotsPerBlock_ - 1 - i % slotsPerBlock_};
   }
-  uint8_t* slotAt(uint32_t i) const {
-    return map_ + (i / slotsPerBlock_) * blockBytes_ + (i % slotsPerBlock_) * slotBytes_;
+  void step(Cursor& c) const {
+    if (++c.index == slots_) {
+      c = cursorAt(0);
+    } else if (c.blockLeft > 0) {
+      c.slot += slotBytes_;
+      --c.blockLeft;
+    } else {
+      c.slot += blockBytes_ - size_t{slotsPerBlock_ - 1} * slotBytes_;
+      c.blockLeft = slotsPerBlock_ - 1;
+    }
   }
   static uint32_t* statusOf(uint8_t* slot) {
     return &reinterpret_cast<tpacket2_hdr*>(slot)->tp_status;
@@ -127,10 +130,8 @@ class PacketRxRing {
   size_t blockBytes_ = 0;
   uint8_t* map_ = nullptr;
   size_t mapBytes_ = 0;
-  uint32_t next_ = 0;            // the slot next() looks at
-  uint8_t* nextSlot_ = nullptr;  // its address
-  uint32_t blockLeft_ = 0;       // slots after it in its block
-  uint32_t read_ = 0;            // slots taken and not handed back; they end just before next_
+  Cursor next_{};      // the slot next() looks at
+  uint32_t read_ = 0;  // slots taken and not handed back; they end just before next_
   bool losing_ = false;
 };
 
