@@ -1,5 +1,6 @@
 #include "bench/netns/BenchTopology.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -48,12 +49,8 @@ std::vector<uint8_t> userFrame(size_t size, const uint8_t (&dst)[6], uint8_t src
 }
 
 void copyMac(const std::string& text, uint8_t* to) {
-  unsigned b[6];
-  if (std::sscanf(text.c_str(), "%x:%x:%x:%x:%x:%x", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5]) !=
-      6) {
-    throw Lum::Exception("not a MAC address: " + text);
-  }
-  for (int i = 0; i < 6; ++i) to[i] = static_cast<uint8_t>(b[i]);
+  const Wire::EthAddr mac = Wire::EthAddr::fromString(text);
+  std::copy(mac.bytes().begin(), mac.bytes().end(), to);
 }
 
 nlohmann::json linkJson(const Port& port, const char* options) {
