@@ -99,15 +99,19 @@ Sample median(std::vector<Sample> runs) {
   return m;
 }
 
-// The load of a peak search step for a path whose flat-out figure is `flat`; 0 when it
-// is not tried (the path took all it was offered, or the step is not below flat out).
+// Loads: 0 is flat out, a negative one is not run.
+constexpr double kNotRun = -1;
+
+// The load of a peak search step for a path whose flat-out figure is `flat`; kNotRun
+// when the path took all it was offered, or the step is not below flat out.
 double searchLoad(const Sample& flat, double factor) {
   const double pps = factor * flat.delivered;
-  return flat.delivered >= kTookAll * flat.offered || pps >= flat.offered ? 0 : pps;
+  const bool tried = flat.delivered < kTookAll * flat.offered && pps > 0 && pps < flat.offered;
+  return tried ? pps : kNotRun;
 }
 
-// `repeat` runs of each path at its load (none where the load is 0), taking turns; the
-// medians, or the path's `same` sample where it did not run.
+// `repeat` runs of each path at its load, taking turns; the medians (an empty sample
+// for a path not run).
 std::pair<Sample, Sample> runBoth(BenchTopology& vxrelay, FrameGenerator& vgen, double vpps,
                                   BenchTopology& kernel, FrameGenerator& kgen, double kpps,
                                   Direction d, size_t size, const Settings& settings) {
@@ -132,17 +136,17 @@ std::pair<Row, Row> measureCase(BenchTopology& vxrelay, BenchTopology& kernel, D
   const auto both = [&](double vpps, double kpps) {
     return runBoth(vxrelay, vgen, vpps, kernel, kgen, kpps, d, size, settings);
   };
-  // A load of 0 is flat out; a negative one is not run.
   std::tie(v.flatOut, k.flatOut) = both(0, 0);
   v.peak = v.flatOut;
   k.peak = k.flatOut;
   for (double factor : kPeakSearch) {
     const double vpps = searchLoad(v.flatOut, factor);
     const double kpps = searchLoad(k.flatOut, factor);
-    if (vpps == 0 && kpps == 0) continue;
-    const auto [vs, ks] = both(vpps == 0 ? -1 : vpps, kpps == 0 ? -1 : kpps);
-    if (vpps != 0 && vs.delivered > v.peak.delivered) v.peak = vs;
-    if (kpps != 0 && ks.delivered > k.peak.delivered) k.peak = ks;
+    if (vpps == kNotRun && kpps == kNotRun) continue;
+    // A path not run comes back empty, which never beats its peak.
+    const auto [vs, ks] = both(vpps, kpps);
+    if (vs.delivered > v.peak.delivered) v.peak = vs;
+    if (ks.delivered > k.peak.delivered) k.peak = ks;
   }
   std::tie(v.overload, k.overload) =
       both(kOverloadFactor * v.peak.delivered, kOverloadFactor * k.peak.delivered);
