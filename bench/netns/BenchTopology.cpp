@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -60,6 +62,14 @@ nlohmann::json linkJson(const Port& port, const char* options) {
   return nlohmann::json::parse(out).at(0);
 }
 
+// A task's time on a CPU so far (the first field of its schedstat, in nanoseconds).
+double runSeconds(const std::string& task) {
+  std::ifstream in(task + "/schedstat");
+  uint64_t ns = 0;
+  if (!(in >> ns)) throw Lum::Exception("cannot read " + task + "/schedstat");
+  return static_cast<double>(ns) / 1e9;
+}
+
 }  // namespace
 
 const char* name(Direction d) {
@@ -89,6 +99,14 @@ BenchTopology::BenchTopology(Path path, int pathCpu, int generatorCpu, Receive r
   topo_.ip(topo_.switchNs(), "neigh replace " + topo_.remoteVtepAddr(0) + " lladdr " +
                                  mac(topo_.remoteNs(0), topo_.remoteUnderlayDevice(0)) + " dev " +
                                  topo_.underlayDevice() + " nud permanent");
+  // Where bridge netfilter is loaded (a container runtime loads it), a new namespace's
+  // bridges pass every frame through the IP, IPv6 and ARP tables: work that the kernel
+  // path would be charged with and that a plain bridge does not do.
+  for (const std::string& ns : {topo_.switchNs(), topo_.fabricNs(), topo_.remoteNs(0)}) {
+    TestSupport::runOrThrow("ip netns exec " + ns +
+                            " sh -c 'for f in /proc/sys/net/bridge/bridge-nf-call-*; do "
+                            "[ ! -e \"$f\" ] || echo 0 > \"$f\"; done'");
+  }
   steerTo(pathCpu, generatorCpu, receive);
   if (path_ == Path::vxrelay) topo_.startHost();
 }
@@ -201,6 +219,20 @@ void BenchTopology::pollOn(const Port& device, const Port& peer, int cpu) {
   if (status != 0 || pids.empty()) {
     throw Lum::Exception("no polling thread " + name + " to move to CPU " + std::to_string(cpu));
   }
+  std::istringstream found(pids);
+  for (pid_t pid; found >> pid;) pollers_.push_back(pid);
+}
+
+PathTimes BenchTopology::cpuTimes() const {
+  PathTimes t;
+  for (pid_t pid : pollers_) t.polling += runSeconds("/proc/" + std::to_string(pid));
+  if (topo_.hostPid() > 0) {
+    for (const auto& task : std::filesystem::directory_iterator(
+             "/proc/" + std::to_string(topo_.hostPid()) + "/task")) {
+      t.agent += runSeconds(task.path().string());
+    }
+  }
+  return t;
 }
 
 std::string BenchTopology::mac(const std::string& netns, const std::string& device) const {

@@ -22,6 +22,8 @@
 //   L2R kernel     "kv-p", plain frame             remote "h0-p"
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -50,6 +52,13 @@ struct Port {
 // handed one to send, which it frees at once.
 uint64_t rxPackets(const Port& port);
 
+// CPU time spent so far, in seconds, by the switch's polling threads and by the agent
+// host (all its threads; 0 on the kernel path).
+struct PathTimes {
+  double polling = 0;
+  double agent = 0;
+};
+
 class BenchTopology {
  public:
   // Builds the namespaces and the path's devices and steers the switch's receive work
@@ -67,6 +76,7 @@ class BenchTopology {
   // The frame written for an inner (user) frame of `size` bytes: a VXLAN datagram from
   // the remote for R2L, the local form (vxrelay) or the plain frame (kernel) for L2R.
   std::vector<uint8_t> frame(Direction d, size_t size) const;
+  PathTimes cpuTimes() const;
 
  private:
   void addKernelVtep();
@@ -77,6 +87,7 @@ class BenchTopology {
 
   Path path_;
   TestSupport::SwitchTopology topo_;
+  std::vector<pid_t> pollers_;  // the polling threads moved to the path's CPU
 };
 
 }  // namespace Bench

@@ -1,7 +1,11 @@
 #include "bench/netns/Measurement.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -28,6 +32,25 @@ constexpr double kTookAll = 0.97;
 
 uint64_t agentCount(BenchTopology& t, Id id) {
   return t.path() == Path::vxrelay ? t.topo().counters().count(id) : 0;
+}
+
+// The CPU's busy time so far, in seconds: user, nice, system, irq and softirq from its
+// line of /proc/stat. Idle, I/O wait and steal (time the hypervisor gave elsewhere) are
+// not the path's work.
+double busySeconds(int cpu) {
+  std::ifstream stat("/proc/stat");
+  const std::string tag = "cpu" + std::to_string(cpu);
+  for (std::string line; std::getline(stat, line);) {
+    std::istringstream fields(line);
+    std::string name;
+    uint64_t user = 0, nice = 0, system = 0, idle = 0, iowait = 0, irq = 0, softirq = 0;
+    fields >> name >> user >> nice >> system >> idle >> iowait >> irq >> softirq;
+    if (name == tag && fields) {
+      return static_cast<double>(user + nice + system + irq + softirq) /
+             static_cast<double>(::sysconf(_SC_CLK_TCK));
+    }
+  }
+  throw Lum::Exception("no line for " + tag + " in /proc/stat");
 }
 
 Id agentWrites(Direction d) {
@@ -61,25 +84,36 @@ Sample measure(BenchTopology& t, FrameGenerator& gen, Direction d, size_t size, 
   // The remote socket on the underlay is a packet socket of all types: it reads the
   // datagrams that the agent itself sends there too, and filters them.
   const uint64_t readBack = agentCount(t, Id::r2lFilteredFrames);
+  const double busyBefore = busySeconds(settings.pathCpu);
+  const PathTimes timesBefore = t.cpuTimes();
+  const auto start = std::chrono::steady_clock::now();
   const Offered o = gen.run(pps, settings.duration);
   std::this_thread::sleep_for(kDrain);
   Sample s;
+  s.pathBusy = busySeconds(settings.pathCpu) - busyBefore;
+  const PathTimes timesAfter = t.cpuTimes();
+  s.spent = {timesAfter.polling - timesBefore.polling, timesAfter.agent - timesBefore.agent};
+  s.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   s.farEndGot = rxPackets(out) - got;
   s.agentWrote = agentCount(t, agentWrites(d)) - wrote;
   s.offered = o.pps();
   s.delivered = static_cast<double>(s.farEndGot) / o.seconds;
-  std::printf("  %s %4zu B %-8s %-9s offered %10.0f pps  delivered %10.0f pps", name(d), size,
-              name(t.path()), pps > 0 ? "paced" : "flat out", s.offered, s.delivered);
+  std::printf(
+      "  %s %4zu B %-8s %-9s offered %10.0f pps  delivered %10.0f pps  path CPU %3.0f%% %5.2f "
+      "us/frame",
+      name(d), size, name(t.path()), pps > 0 ? "paced" : "flat out", s.offered, s.delivered,
+      100 * s.pathBusy / s.seconds, s.microsPerFrame());
+  std::printf(" (polling %.2f", s.perFrame(s.spent.polling));
   if (t.path() == Path::vxrelay) {
-    std::printf("  (agent wrote %llu, far end got %llu",
+    std::printf(", agent %.2f; agent wrote %llu, far end got %llu", s.perFrame(s.spent.agent),
                 static_cast<unsigned long long>(s.agentWrote),
                 static_cast<unsigned long long>(s.farEndGot));
     if (d == Direction::l2r) {
       std::printf("; read back %llu of its own",
                   static_cast<unsigned long long>(agentCount(t, Id::r2lFilteredFrames) - readBack));
     }
-    std::printf(")");
   }
+  std::printf(")");
   std::printf("\n");
   std::fflush(stdout);
   return s;

@@ -16,6 +16,13 @@
 //             offered flat out is not tried further (its peak is the generator's).
 //   overload  the generator at three times the path's peak (as far as it gets there:
 //             the rate it reached is what is reported as offered).
+//
+// Each run also takes the path CPU's busy time (user, system, interrupt and softirq
+// time in /proc/stat) from the generator's start to the end of the drain: divided by
+// the frames delivered it is what a frame costs the path, whether or not the generator
+// kept the path busy. A path that took all it was offered says nothing of its peak by
+// its rate; by its cost per frame it does. The polling threads' and the agent host's
+// own times (schedstat) split that cost.
 #pragma once
 
 #include <chrono>
@@ -31,6 +38,7 @@ namespace Bench {
 struct Settings {
   std::chrono::duration<double> duration{3.0};
   int repeat = 3;
+  int pathCpu = 1;
 };
 
 // What one load did: rates in frames per second, and for the vxrelay path the frames
@@ -41,6 +49,15 @@ struct Sample {
   double delivered = 0;
   uint64_t agentWrote = 0;
   uint64_t farEndGot = 0;
+  double pathBusy = 0;  // seconds of the path CPU's busy time over the run and its drain
+  double seconds = 0;   // how long that was
+  PathTimes spent;      // of it, the polling threads' and the agent host's time
+
+  // Microseconds per frame delivered of `busy` seconds (0 when no frame was).
+  double perFrame(double busy) const {
+    return farEndGot ? 1e6 * busy / static_cast<double>(farEndGot) : 0;
+  }
+  double microsPerFrame() const { return perFrame(pathBusy); }
 };
 
 struct Row {
