@@ -46,8 +46,11 @@ bool Sm::arpHERRequired(uint32_t vlan, uint32_t arpTargetIp) {
       L2R_TRACE(8, " SVI: " << it.key() << " matches the ARP request IP: " << target);
       return false;
     }
-    for (const auto& [addr, member] : st.activeSecondaryWithMask()) {
-      if (member && addr.address() == target) {
+    // Named rather than bound: the trace's text is built in a lambda, and clang before
+    // 16 cannot capture a structured binding.
+    for (const auto& entry : st.activeSecondaryWithMask()) {
+      const auto& addr = entry.first;
+      if (entry.second && addr.address() == target) {
         L2R_TRACE(8, " SVI Ip: " << addr << " matches the ARP request IP: " << target);
         return false;
       }

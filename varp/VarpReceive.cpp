@@ -149,7 +149,10 @@ void Sm::handleVxlanArpRequestPkt(const Lum::Ptr<Wire::Pkt>& pkt, const VxlanArp
       VTI_TRACE(6, " target ip matches primary ip " << intf->intfId());
       targetMac = bridgeMac;
     } else {
-      for (const auto& [secondary, member] : intf->activeSecondaryWithMask()) {
+      // Named rather than bound: clang before 16 cannot capture a structured binding
+      // in the lambda that builds the trace's text.
+      for (const auto& entry : intf->activeSecondaryWithMask()) {
+        const auto& secondary = entry.first;
         if (secondary.address() != target) continue;
         VTI_TRACE(6, " target ip matches secondary ip " << secondary);
         targetMac = bridgeMac;

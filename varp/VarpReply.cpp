@@ -53,7 +53,10 @@ void Sm::rewriteAndSendArpReplyPkt(const Lum::Ptr<Wire::Pkt>& reply, Bridging::V
   }
   // Each copy leaves with its requester's MAC; the VXLAN header of a send is taken
   // back before the next one is written.
-  for (const auto& [mac, asked] : list->reqMacAddr()) {
+  // Named rather than bound (here and below): clang before 16 cannot capture a
+  // structured binding in the lambda that builds a trace's text.
+  for (const auto& entry : list->reqMacAddr()) {
+    const Wire::EthAddr& mac = entry.first;
     VTI_TRACE(6, " rewrite target mac for arp reply " << mac << " " << vni.value());
     eth->dst = mac;
     arp->targetHw = mac;
@@ -115,7 +118,8 @@ void Sm::sendArpReplyPkt(const Lum::Ptr<Wire::Pkt>& pkt, Bridging::VlanIdOrNone 
     VTI_TRACE(5, " vtep list for bumMacDefault is NULL");
     return varpCounterInc(VarpCounterId::txNoFloodList);
   }
-  for (const auto& [vtep, member] : list->remoteVtepAddr()) {
+  for (const auto& entry : list->remoteVtepAddr()) {
+    const auto& vtep = entry.first;
     if (vtep == localVtep || vtep == varpVtep || vtep == srcIpAddr) continue;
     udpPam_->txSrcIpAddrIs(srcIp);
     udpPam_->txDstIpAddrIs(vtep);
