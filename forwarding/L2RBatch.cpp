@@ -45,6 +45,10 @@ void Sm::batchModeIs(bool on) {
   for (auto& b : batches_) b = on ? std::make_unique<L2RBatch>() : nullptr;
 }
 
+bool Sm::hasReceiveRings() const {
+  return batches_[0] && batches_[0]->ring && batches_[1] && batches_[1]->ring;
+}
+
 L2RBatch* Sm::batchFor(int32_t localSock) const {
   if (!batches_[0] || localSock == -1) return nullptr;
   if (localSock == localSockHi_) return batches_[0].get();

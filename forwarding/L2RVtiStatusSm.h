@@ -323,6 +323,8 @@ class Local2RemoteForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst,
   // Batch mode (FRAME_MODE at construction): many frames to a read and to a write.
   void batchModeIs(bool on);
   bool batchMode() const { return batches_[0] != nullptr; }
+  // Both local sockets read from receive rings.
+  bool hasReceiveRings() const;
 
   // The frame path.
   void handleFileDescriptorHi();

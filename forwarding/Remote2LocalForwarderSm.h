@@ -349,6 +349,7 @@ class Remote2LocalForwarderSm::LumVtiStatusSm : public VtiStatus::NotifieeConst 
   // Batch mode (FRAME_MODE at construction): many frames to a read and to a write.
   void batchModeIs(bool on);
   bool batchMode() const { return batch_ != nullptr; }
+  bool hasReceiveRing() const { return batch_ && batch_->ring; }
   // Writes a decapsulated frame to localSock; reopens the socket once on ENETDOWN.
   // Returns what the write returned (with its errno), or 0 for a length that is not
   // positive.

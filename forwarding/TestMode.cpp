@@ -5,19 +5,32 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 namespace Vxlan {
 
 const bool R2L_TEST = std::getenv("VXLAN_R2L_TEST") != nullptr;
 const bool L2R_TEST = std::getenv("VXLAN_L2R_TEST") != nullptr;
 
+namespace {
+
+// The modes' names, in the order of FrameMode.
+constexpr const char* kFrameModeNames[] = {"batch", "single", "filtered"};
+
+}  // namespace
+
 FrameMode frameModeOf(const char* text, bool& known) {
   known = true;
-  if (text == nullptr || *text == '\0' || std::strcmp(text, "batch") == 0) return FrameMode::batch;
-  if (std::strcmp(text, "single") == 0) return FrameMode::single;
-  if (std::strcmp(text, "filtered") == 0) return FrameMode::filtered;
+  if (text == nullptr || *text == '\0') return FrameMode::batch;
+  for (size_t i = 0; i < std::size(kFrameModeNames); ++i) {
+    if (std::strcmp(text, kFrameModeNames[i]) == 0) return static_cast<FrameMode>(i);
+  }
   known = false;
   return FrameMode::batch;
+}
+
+const char* frameModeName(FrameMode mode) {
+  return kFrameModeNames[static_cast<size_t>(mode)];
 }
 
 namespace {

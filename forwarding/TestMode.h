@@ -23,6 +23,8 @@ enum class FrameMode { batch, single, filtered };
 extern const FrameMode FRAME_MODE;
 // The mode that `text` names; `known` false (and batch) for any other text.
 FrameMode frameModeOf(const char* text, bool& known);
+// The name of `mode`, as VXRELAY_FRAME_MODE takes it.
+const char* frameModeName(FrameMode mode);
 
 // The Unix address of a test-mode socket: `format` with the process id for its "%d",
 // cut to the 108-byte path field. Returns the address length, the whole structure

@@ -36,9 +36,20 @@ void basicReasons(const VtiStatus& status, std::vector<std::string>& why) {
   if (status.localVtepAddr().isZero()) why.emplace_back("local VTEP address is 0.0.0.0");
 }
 
-json direction(std::vector<std::string> reasons, bool socketsOpen, json sockets) {
+// How a direction whose sockets are open takes frames in: from receive rings, in
+// batches of reads where the kernel refused a ring, or a read per frame.
+std::string reads(bool socketsOpen, bool batch, bool rings) {
+  if (!socketsOpen) return "";
+  return !batch ? "read" : rings ? "ring" : "recvmmsg";
+}
+
+json direction(std::vector<std::string> reasons, bool socketsOpen, json sockets,
+               std::string reads) {
   if (reasons.empty() && !socketsOpen) reasons.emplace_back("sockets not open");
-  return {{"forwarding", reasons.empty()}, {"sockets", std::move(sockets)}, {"reasons", reasons}};
+  return {{"forwarding", reasons.empty()},
+          {"sockets", std::move(sockets)},
+          {"reads", std::move(reads)},
+          {"reasons", reasons}};
 }
 
 json device(const KernelNetworkInfo::Root* kernel, std::string_view name, const char* use) {
@@ -51,7 +62,7 @@ json device(const KernelNetworkInfo::Root* kernel, std::string_view name, const 
 
 json remoteToLocal(const VtiStatus& status, const Remote2LocalForwarderSm::LumVtiStatusSm* sm,
                    const KernelNetworkInfo::Root* kernel) {
-  if (!sm) return direction({"no remote-to-local machine"}, false, json::object());
+  if (!sm) return direction({"no remote-to-local machine"}, false, json::object(), "");
   const json sockets = {{"remote", sm->remoteSock() != -1},
                         {"local", sm->localSock() != -1},
                         {"portSink", sm->portSink() != -1},
@@ -62,11 +73,13 @@ json remoteToLocal(const VtiStatus& status, const Remote2LocalForwarderSm::LumVt
   if (why.empty() && sm->remoteSock() == -1) {
     why.emplace_back("sockets closed; they open again when the VTI or the device txraw changes");
   }
-  return direction(std::move(why), sm->remoteSock() != -1 && sm->localSock() != -1, sockets);
+  const bool open = sm->remoteSock() != -1 && sm->localSock() != -1;
+  return direction(std::move(why), open, sockets,
+                   reads(open, sm->batchMode(), sm->hasReceiveRing()));
 }
 
 json localToRemote(const VtiStatus& status, const Local2RemoteForwarderSm::LumVtiStatusSm* sm) {
-  if (!sm) return direction({"no local-to-remote machine"}, false, json::object());
+  if (!sm) return direction({"no local-to-remote machine"}, false, json::object(), "");
   const json sockets = {
       {"localHi", sm->localSockHi() != -1},   {"localLo", sm->localSockLo() != -1},
       {"remoteHi", sm->remoteSockHi() != -1}, {"remoteLo", sm->remoteSockLo() != -1},
@@ -74,7 +87,7 @@ json localToRemote(const VtiStatus& status, const Local2RemoteForwarderSm::LumVt
   const bool open = sm->localSockHi() != -1 && sm->localSockLo() != -1 &&
                     sm->remoteSockHi() != -1 && sm->remoteSockLo() != -1;
   return direction(localToRemoteReasons(status, sm->kernelNetworkInfoRoot(), sm->floodMcastGrp()),
-                   open, sockets);
+                   open, sockets, reads(open, sm->batchMode(), sm->hasReceiveRings()));
 }
 
 json vniToVlan(const Remote2LocalForwarderSm::LumVtiStatusSm* sm) {
@@ -200,7 +213,7 @@ json interfaces(const Remote2LocalForwarderSm* r2l, const Local2RemoteForwarderS
   } else if (dir) {
     for (auto it = dir->vtiStatusIterator(); it; ++it) vtis.push_back(vti(*it, r2l, l2r));
   }
-  return {{"vtis", vtis}};
+  return {{"frameMode", frameModeName(FRAME_MODE)}, {"vtis", vtis}};
 }
 
 }  // namespace Vxlan::VtiShow

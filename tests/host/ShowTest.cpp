@@ -42,6 +42,7 @@ TEST(Show, TypedAnswersReasonsInOrderAndAStoppedHost) {
   EXPECT_EQ(out["agent"], host.name());
   EXPECT_TRUE(out["time"].is_string());
   EXPECT_EQ(out["running"], true);
+  EXPECT_EQ(out["interfaces"]["frameMode"], "batch");
   const json& vtis = out["interfaces"]["vtis"];
   ASSERT_EQ(vtis.size(), 2u) << out.dump(2);
   const json& v1 = vtis[0];
@@ -57,6 +58,7 @@ TEST(Show, TypedAnswersReasonsInOrderAndAStoppedHost) {
   EXPECT_EQ(r2l["forwarding"], false);
   EXPECT_EQ(r2l["reasons"][0], "waiting for device vxr-nodev0");
   for (const auto& [name, open] : r2l["sockets"].items()) EXPECT_TRUE(open.is_boolean()) << name;
+  EXPECT_EQ(r2l["reads"], "");  // sockets closed: nothing to read from
   EXPECT_EQ(v1["vniToVlan"], json::parse(R"([{"vni": 5010, "vlan": 10}])"));
   EXPECT_EQ(v1["floodLists"][0]["vteps"], json({"10.0.0.2"}));
   EXPECT_TRUE(v1["learnedHosts"].is_array());

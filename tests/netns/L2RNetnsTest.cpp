@@ -126,6 +126,7 @@ const std::vector<bool> kBoth = {true, true};
 TEST_F(L2RNetnsTest, BroadcastReachesEveryRemoteWithTheVtisHeader) {
   ASSERT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 0), kBoth);
   ASSERT_EQ(deliveries("ff:ff:ff:ff:ff:ff", 1, kSettleLimit, kLow), kBoth);
+  expectReadsAsTheFrameMode("localToRemote");
 
   const uint64_t hi = count(Id::l2rRxHiFrames);
   const uint64_t lo = count(Id::l2rRxLoFrames);

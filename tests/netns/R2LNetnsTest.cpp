@@ -128,6 +128,7 @@ TEST_F(R2LNetnsTest, OwnVtepIsFilteredInTheKernelOrCounted) {
   const auto got = forwardedWithin([&] { sendDatagram(kRemoteVtepIp); }, kFrameWait);
   ASSERT_TRUE(got.has_value()) << "the hand-built datagram was not forwarded";
   EXPECT_EQ(*got, expectedTxRaw());
+  expectReadsAsTheFrameMode("remoteToLocal");
 
   const uint64_t filtered = count(VxlanCounterId::r2lFilteredFrames);
   EXPECT_TRUE(nothingForwarded([&] { sendDatagram(kSwitchVtepIp); }));

@@ -221,6 +221,12 @@ nlohmann::json SwitchTopology::apply(const nlohmann::json& state) {
   return Statehub::ControlClient(controlSocket_).request({{"op", "apply"}, {"state", state}});
 }
 
+nlohmann::json SwitchTopology::query(const std::string& name) {
+  return Statehub::ControlClient(controlSocket_)
+      .request({{"op", "query"}, {"name", name}, {"args", nlohmann::json::object()}})
+      .at("answer");
+}
+
 Vxlan::CounterTablesReading SwitchTopology::counters() const {
   return Vxlan::CounterTableReader(agentName_).counts();
 }

@@ -122,6 +122,8 @@ class SwitchTopology {
 
   // Applies a state document through the control socket; the server's answer.
   nlohmann::json apply(const nlohmann::json& state);
+  // The answer to the query `name` (as `vxrelayctl show` asks it).
+  nlohmann::json query(const std::string& name);
   Vxlan::CounterTablesReading counters() const;
 
   // Runs `ip -n <netns> <args>`; throws Lum::Exception on failure.

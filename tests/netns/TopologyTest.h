@@ -11,9 +11,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "agent/VxlanCounterId.h"
@@ -66,6 +68,16 @@ class TopologyTest : public ::testing::Test {
     uint64_t now = 0;
     eventually([&] { return (now = count(id)) > before; }, kFrameWait);
     return now;
+  }
+
+  // Whether the first VTI's directions read as the frame mode under test has them: a
+  // read per frame in the single mode, else from receive rings.
+  void expectReadsAsTheFrameMode(const char* direction) {
+    const char* mode = std::getenv("VXRELAY_FRAME_MODE");
+    const nlohmann::json shown = topo_->query("interfaces");
+    EXPECT_EQ(shown["frameMode"], mode ? mode : "batch");
+    const bool single = mode && std::string_view(mode) == "single";
+    EXPECT_EQ(shown["vtis"][0][direction]["reads"], single ? "read" : "ring") << shown.dump(2);
   }
 
   nlohmann::json applyVti(const nlohmann::json& attrs) {

@@ -25,7 +25,10 @@ json vti(const std::string& name, bool forwarding, json reasons) {
          {"ifindex", forwarding ? 4 : 0}}}},
       {"remoteToLocal", {{"forwarding", forwarding}, {"sockets", sockets}, {"reasons", reasons}}},
       {"localToRemote",
-       {{"forwarding", true}, {"sockets", {{"localHi", true}}}, {"reasons", json::array()}}},
+       {{"forwarding", true},
+        {"sockets", {{"localHi", true}}},
+        {"reads", "ring"},
+        {"reasons", json::array()}}},
       {"vniToVlan", {{{"vni", 5010}, {"vlan", 10}}}},
       {"replicationMode", 0},
       {"floodLists",
@@ -40,7 +43,8 @@ json vti(const std::string& name, bool forwarding, json reasons) {
 TEST(ShowViewTest, ABlockPerVtiWithTheReasonsUnderTheDirection) {
   const json show = {
       {"interfaces",
-       {{"vtis",
+       {{"frameMode", "batch"},
+        {"vtis",
          {vti("Vxlan1", true, json::array()),
           vti("Vxlan2", false, {"waiting for device vtep0", "waiting for device txraw"})}}}},
       {"arp",
@@ -53,13 +57,13 @@ TEST(ShowViewTest, ABlockPerVtiWithTheReasonsUnderTheDirection) {
       "  state:              up, VTEP 10.0.0.1, UDP port 4789\n"
       "  source interface:   Loopback0\n";
   const std::string tables =
-      "  local-to-remote:    forwarding; sockets open: localHi\n"
+      "  local-to-remote:    forwarding; sockets open: localHi; reads: ring\n"
       "  VNI to VLAN:        5010->10\n"
       "  replication mode:   0\n"
       "  flood 00:00:00:00:00:00/10: 10.0.0.2 10.0.0.3\n"
       "  multicast:          flood group none, joined none\n";
   EXPECT_EQ(showView(show, true),
-            "Vxlan1\n" + block +
+            "frame mode: batch\nVxlan1\n" + block +
                 "  device vtep0:       underlay, ifindex 4\n"
                 "  remote-to-local:    forwarding; sockets open: local remote\n" +
                 tables + "Vxlan2\n" + block +

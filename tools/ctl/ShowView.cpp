@@ -46,9 +46,11 @@ std::string openSockets(const json& sockets) {
 
 void direction(std::ostringstream& out, const char* key, const json& d) {
   const bool on = d.value("forwarding", false);
+  const std::string reads = d.value("reads", "");
   line(out, key,
        std::string(on ? "forwarding" : "stopped") +
-           "; sockets open: " + openSockets(d.value("sockets", json::object())));
+           "; sockets open: " + openSockets(d.value("sockets", json::object())) +
+           (reads.empty() ? "" : "; reads: " + reads));
   std::string why;
   for (const json& r : d.value("reasons", json::array())) {
     why += (why.empty() ? "" : ", ") + r.get<std::string>();
@@ -171,6 +173,8 @@ std::string showView(const json& show, bool brief) {
   std::ostringstream out;
   if (show.contains("interfaces")) {
     const json vtis = show["interfaces"].value("vtis", json::array());
+    const std::string mode = show["interfaces"].value("frameMode", "");
+    if (!mode.empty()) out << "frame mode: " << mode << "\n";
     if (vtis.empty()) out << "no VTIs\n";
     for (const json& v : vtis) vti(out, v);
   }
