@@ -225,7 +225,8 @@ void BenchTopology::pollOn(const Port& device, const Port& peer, int cpu) {
 
 PathTimes BenchTopology::cpuTimes() const {
   PathTimes t;
-  for (pid_t pid : pollers_) t.polling += runSeconds("/proc/" + std::to_string(pid));
+  if (!pollers_.empty()) t.polling = 0.0;
+  for (pid_t pid : pollers_) *t.polling += runSeconds("/proc/" + std::to_string(pid));
   if (topo_.hostPid() > 0) {
     for (const auto& task : std::filesystem::directory_iterator(
              "/proc/" + std::to_string(topo_.hostPid()) + "/task")) {

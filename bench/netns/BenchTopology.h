@@ -26,6 +26,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,10 +53,11 @@ struct Port {
 // handed one to send, which it frees at once.
 uint64_t rxPackets(const Port& port);
 
-// CPU time spent so far, in seconds, by the switch's polling threads and by the agent
+// CPU time spent so far, in seconds, by the switch's polling threads (none with receive
+// packet steering, whose work runs in whatever the CPU was running) and by the agent
 // host (all its threads; 0 on the kernel path).
 struct PathTimes {
-  double polling = 0;
+  std::optional<double> polling;
   double agent = 0;
 };
 

@@ -92,7 +92,10 @@ Sample measure(BenchTopology& t, FrameGenerator& gen, Direction d, size_t size, 
   Sample s;
   s.pathBusy = busySeconds(settings.pathCpu) - busyBefore;
   const PathTimes timesAfter = t.cpuTimes();
-  s.spent = {timesAfter.polling - timesBefore.polling, timesAfter.agent - timesBefore.agent};
+  s.spent.agent = timesAfter.agent - timesBefore.agent;
+  if (timesAfter.polling && timesBefore.polling) {
+    s.spent.polling = *timesAfter.polling - *timesBefore.polling;
+  }
   s.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   s.farEndGot = rxPackets(out) - got;
   s.agentWrote = agentCount(t, agentWrites(d)) - wrote;
@@ -103,7 +106,7 @@ Sample measure(BenchTopology& t, FrameGenerator& gen, Direction d, size_t size, 
       "us/frame",
       name(d), size, name(t.path()), pps > 0 ? "paced" : "flat out", s.offered, s.delivered,
       100 * s.pathBusy / s.seconds, s.microsPerFrame());
-  std::printf(" (polling %.2f", s.perFrame(s.spent.polling));
+  std::printf(" (polling %s", s.pollingPerFrame().c_str());
   if (t.path() == Path::vxrelay) {
     std::printf(", agent %.2f; agent wrote %llu, far end got %llu", s.perFrame(s.spent.agent),
                 static_cast<unsigned long long>(s.agentWrote),
@@ -158,6 +161,13 @@ std::pair<Sample, Sample> runBoth(BenchTopology& vxrelay, FrameGenerator& vgen, 
 }
 
 }  // namespace
+
+std::string Sample::pollingPerFrame() const {
+  if (!spent.polling) return "-";
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f", perFrame(*spent.polling));
+  return text;
+}
 
 std::pair<Row, Row> measureCase(BenchTopology& vxrelay, BenchTopology& kernel, Direction d,
                                 size_t size, const Settings& settings) {

@@ -28,6 +28,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <utility>
 
 #include "agent/CounterTableReader.h"
@@ -58,6 +59,8 @@ struct Sample {
     return farEndGot ? 1e6 * busy / static_cast<double>(farEndGot) : 0;
   }
   double microsPerFrame() const { return perFrame(pathBusy); }
+  // The polling threads' share per frame as text, "-" without polling threads.
+  std::string pollingPerFrame() const;
 };
 
 struct Row {

@@ -80,9 +80,9 @@ void printCosts(const std::vector<Row>& rows) {
       const double us = p.microsPerFrame();
       const double busy = p.seconds > 0 ? 100 * p.pathBusy / p.seconds : 0;
       const std::string ratio = r.path == Path::vxrelay && v > 0 ? std::to_string(k / v) : "";
-      std::printf("%-3s %5zu %-8s %8.0f%% %9.2f %8.2f %8.2f %10.0f %8s\n", name(r.direction),
-                  r.size, name(r.path), busy, us, p.perFrame(p.spent.polling),
-                  p.perFrame(p.spent.agent), us > 0 ? 1e6 / us : 0, ratio.substr(0, 5).c_str());
+      std::printf("%-3s %5zu %-8s %8.0f%% %9.2f %8s %8.2f %10.0f %8s\n", name(r.direction), r.size,
+                  name(r.path), busy, us, p.pollingPerFrame().c_str(), p.perFrame(p.spent.agent),
+                  us > 0 ? 1e6 / us : 0, ratio.substr(0, 5).c_str());
     }
   }
   std::printf(
