@@ -53,6 +53,32 @@ double busySeconds(int cpu) {
   throw Lum::Exception("no line for " + tag + " in /proc/stat");
 }
 
+// The path's CPU time from its construction to take(): the CPU's busy time, the
+// polling threads' and the agent host's, and the wall time they were taken over.
+class CpuMeter {
+ public:
+  CpuMeter(BenchTopology& t, int cpu)
+      : t_(t),
+        cpu_(cpu),
+        busy_(busySeconds(cpu)),
+        times_(t.cpuTimes()),
+        start_(std::chrono::steady_clock::now()) {}
+  void take(Sample& s) const {
+    s.pathBusy = busySeconds(cpu_) - busy_;
+    const PathTimes now = t_.cpuTimes();
+    s.spent.agent = now.agent - times_.agent;
+    if (now.polling && times_.polling) s.spent.polling = *now.polling - *times_.polling;
+    s.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  }
+
+ private:
+  BenchTopology& t_;
+  int cpu_;
+  double busy_;
+  PathTimes times_;
+  std::chrono::steady_clock::time_point start_;
+};
+
 Id agentWrites(Direction d) {
   return d == Direction::r2l ? Id::r2lTxFrames : Id::l2rTxFrames;
 }
@@ -84,19 +110,11 @@ Sample measure(BenchTopology& t, FrameGenerator& gen, Direction d, size_t size, 
   // The remote socket on the underlay is a packet socket of all types: it reads the
   // datagrams that the agent itself sends there too, and filters them.
   const uint64_t readBack = agentCount(t, Id::r2lFilteredFrames);
-  const double busyBefore = busySeconds(settings.pathCpu);
-  const PathTimes timesBefore = t.cpuTimes();
-  const auto start = std::chrono::steady_clock::now();
+  const CpuMeter cpu(t, settings.pathCpu);
   const Offered o = gen.run(pps, settings.duration);
   std::this_thread::sleep_for(kDrain);
   Sample s;
-  s.pathBusy = busySeconds(settings.pathCpu) - busyBefore;
-  const PathTimes timesAfter = t.cpuTimes();
-  s.spent.agent = timesAfter.agent - timesBefore.agent;
-  if (timesAfter.polling && timesBefore.polling) {
-    s.spent.polling = *timesAfter.polling - *timesBefore.polling;
-  }
-  s.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  cpu.take(s);
   s.farEndGot = rxPackets(out) - got;
   s.agentWrote = agentCount(t, agentWrites(d)) - wrote;
   s.offered = o.pps();
