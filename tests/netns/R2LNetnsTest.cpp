@@ -60,10 +60,7 @@ bool isTxRawForm(const Frame& f) {
 class R2LNetnsTest : public TopologyTest {
  protected:
   // In the filtered mode the kernel drops what the agent would filter, uncounted.
-  static bool filteredInKernel() {
-    const char* mode = std::getenv("VXRELAY_FRAME_MODE");
-    return mode && std::string_view(mode) == "filtered";
-  }
+  static bool filteredInKernel() { return frameMode() == "filtered"; }
   void expectFilteredCounted(uint64_t before) const {
     if (!filteredInKernel()) {
       EXPECT_GT(countAbove(VxlanCounterId::r2lFilteredFrames, before), before);

@@ -70,14 +70,18 @@ class TopologyTest : public ::testing::Test {
     return now;
   }
 
-  // Whether the first VTI's directions read as the frame mode under test has them: a
+  // The frame mode under test: the host inherits the suite's VXRELAY_FRAME_MODE.
+  static std::string_view frameMode() {
+    const char* mode = std::getenv("VXRELAY_FRAME_MODE");
+    return mode ? mode : "batch";
+  }
+  // Whether the first VTI's `direction` reads as the frame mode under test has it: a
   // read per frame in the single mode, else from receive rings.
   void expectReadsAsTheFrameMode(const char* direction) {
-    const char* mode = std::getenv("VXRELAY_FRAME_MODE");
     const nlohmann::json shown = topo_->query("interfaces");
-    EXPECT_EQ(shown["frameMode"], mode ? mode : "batch");
-    const bool single = mode && std::string_view(mode) == "single";
-    EXPECT_EQ(shown["vtis"][0][direction]["reads"], single ? "read" : "ring") << shown.dump(2);
+    EXPECT_EQ(shown["frameMode"], frameMode());
+    EXPECT_EQ(shown["vtis"][0][direction]["reads"], frameMode() == "single" ? "read" : "ring")
+        << shown.dump(2);
   }
 
   nlohmann::json applyVti(const nlohmann::json& attrs) {
